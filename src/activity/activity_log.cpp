@@ -1,0 +1,55 @@
+#include "activity/activity_log.h"
+
+#include "platform/clock.h"
+#include "platform/environment.h"
+#include "platform/files.h"
+#include "platform/json.h"
+#include "platform/paths.h"
+#include "platform/timestamp.h"
+
+#include <new>
+#include <tuple>
+#include <vector>
+
+namespace orvane {
+
+namespace {
+
+void appendToLog(const std::string& line) {
+    const auto directory = paths::orvaneDirectory() / "logs";
+    const auto file = directory / "policy-daemon.activity.jsonl";
+    std::ignore = files::createDirectories(directory);
+    if (!files::appendLine(file, line)) {
+        std::ignore = files::writeAtomically(file, line + '\n');
+    }
+}
+
+}  // namespace
+
+void ActivityLog::record(std::string_view method, std::string_view url, std::int64_t status,
+                         std::int64_t ms, std::int64_t bytes, std::string_view summary,
+                         const std::optional<std::string>& error) noexcept {
+    try {
+        const std::string timestamp = iso8601(clock::sinceEpoch());
+        std::vector<json::Member> members{{"ts", timestamp},
+                                          {"daemon", "policy-daemon"},
+                                          {"pid", std::int64_t{processId()}},
+                                          {"method", method},
+                                          {"url", url},
+                                          {"status", status},
+                                          {"ms", ms},
+                                          {"bytes", bytes}};
+        if (!summary.empty()) {
+            members.push_back({"summary", summary});
+        }
+        if (error && !error->empty()) {
+            members.push_back({"error", *error});
+        }
+        appendToLog(json::writeObject(members));
+    } catch (const std::bad_alloc&) {
+        // The line is lost; the exchange it tells of is not.
+        return;
+    }
+}
+
+}  // namespace orvane

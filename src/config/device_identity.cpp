@@ -1,0 +1,104 @@
+#include "config/device_identity.h"
+
+#include "platform/files.h"
+#include "platform/json.h"
+#include "platform/paths.h"
+#include "platform/semaphore.h"
+
+#include <memory>
+#include <mutex>
+#include <utility>
+
+namespace orvane {
+
+namespace {
+
+constexpr std::chrono::seconds inactivityLimit(12);
+constexpr std::chrono::seconds waitLimit(15);
+
+/// Where the answer waits for the caller. Shared with the completion, which may come after the
+/// caller has given up; the mutex is for that case alone.
+class ResultSlot {
+  public:
+    void put(std::optional<DeviceIdentity::Resolved> resolved) {
+        {
+            const std::lock_guard lock(mutex_);
+            resolved_ = std::move(resolved);
+        }
+        done_.signal();
+    }
+
+    /// What is there once the answer has come or the wait has run out, whichever was first.
+    std::optional<DeviceIdentity::Resolved> get() {
+        (void)done_.waitFor(waitLimit);
+        const std::lock_guard lock(mutex_);
+        return resolved_;
+    }
+
+  private:
+    Semaphore done_{0};
+    std::mutex mutex_;
+    std::optional<DeviceIdentity::Resolved> resolved_;
+};
+
+}  // namespace
+
+std::optional<DeviceIdentity::Enrollment> DeviceIdentity::readEnrollment(std::string_view content) {
+    const auto members = json::readObject(content, {"device_token", "tenant_slug", "api_url"});
+    if (!members) {
+        return std::nullopt;
+    }
+    auto deviceToken = members->nonEmptyString("device_token");
+    auto tenantSlug = members->nonEmptyString("tenant_slug");
+    auto apiUrl = members->string("api_url");
+    if (!deviceToken || !tenantSlug || !apiUrl) {
+        return std::nullopt;
+    }
+    return Enrollment{std::move(*deviceToken), std::move(*tenantSlug), std::move(*apiUrl)};
+}
+
+std::optional<HttpRequest> DeviceIdentity::requestFor(const Enrollment& enrollment,
+                                                      std::string_view process) {
+    const auto base = enrollment.apiUrl.empty() ? std::nullopt : Url::parse(enrollment.apiUrl);
+    if (!base) {
+        return std::nullopt;
+    }
+    const QueryItem item{"process", std::string(process)};
+    return HttpRequest{
+        base->appendingPath("api/orvane/v1/endpoint/agent-config/").withQuery({&item, 1}),
+        {{"X-Orv-Device", enrollment.deviceToken}, {"X-Orv-Tenant", enrollment.tenantSlug}},
+        inactivityLimit};
+}
+
+std::optional<DeviceIdentity::Resolved> DeviceIdentity::readAnswer(
+    const std::optional<HttpResponse>& response, const std::string& fallbackApiUrl) {
+    if (!response || response->status != 200 || !response->body) {
+        return std::nullopt;
+    }
+    const auto members = json::readObject(
+        *response->body, {"upload_api_key", "api_url", "agent_slug", "agent_type"});
+    auto uploadKey = members ? members->nonEmptyString("upload_api_key") : std::nullopt;
+    if (!uploadKey) {
+        return std::nullopt;
+    }
+    return Resolved{members->string("api_url").value_or(fallbackApiUrl), std::move(*uploadKey),
+                    members->string("agent_slug").value_or(""),
+                    members->string("agent_type").value_or("")};
+}
+
+std::optional<DeviceIdentity::Resolved> DeviceIdentity::resolve(std::string_view process) {
+    const auto content = files::read(paths::setupDirectory() / "device-identity.json");
+    const auto enrollment = content ? readEnrollment(*content) : std::nullopt;
+    auto request = enrollment ? requestFor(*enrollment, process) : std::nullopt;
+    if (!request) {
+        return std::nullopt;
+    }
+    const auto slot = std::make_shared<ResultSlot>();
+    HttpSession::shared().send(std::move(*request),
+                               [slot, fallback = enrollment->apiUrl](const HttpResult& result) {
+                                   slot->put(readAnswer(result.response, fallback));
+                               });
+    return slot->get();
+}
+
+}  // namespace orvane

@@ -1,0 +1,23 @@
+#include "config/orvane_config.h"
+#include "platform/files.h"
+#include "platform/json.h"
+#include "platform/paths.h"
+
+namespace orvane {
+
+std::optional<OrvaneConfig::Profile> OrvaneConfig::managedProfile() {
+    const auto content = files::read(paths::setupDirectory() / "enroll-config.json");
+    const auto members =
+        content ? json::readObject(*content, {"api_url", "api_key"}) : std::nullopt;
+    if (!members) {
+        return std::nullopt;
+    }
+    auto apiUrl = members->nonEmptyString("api_url");
+    auto apiKey = members->nonEmptyString("api_key");
+    if (!apiUrl || !apiKey) {
+        return std::nullopt;
+    }
+    return Profile{"managed", std::move(*apiUrl), std::move(*apiKey), std::nullopt, std::nullopt};
+}
+
+}  // namespace orvane

@@ -1,0 +1,45 @@
+// Which API base and which credentials to use, and under which profile name.
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvane {
+
+/// The sources of credentials, in the order in which the poll loop asks them: the managed
+/// enrollment file, the device identity, the user's config file. No state but the config file's
+/// location; every call reads its files anew. Nothing is logged and nothing fails outward: what
+/// cannot be had is absent.
+struct OrvaneConfig {
+    OrvaneConfig() = delete;
+
+    /// The credentials for one turn. `apiKey` is never empty. `apiUrl` is not validated here; only
+    /// the device profile's may be empty. An optional text may be present and empty.
+    struct Profile {
+        std::string name;    ///< "managed", "device" or a config section's name
+        std::string apiUrl;  ///< base of the control plane's API
+        std::string apiKey;  ///< sent with every request
+        std::optional<std::string> agentSlug;
+        std::optional<std::string> tenant;
+
+        bool operator==(const Profile&) const = default;
+    };
+
+    /// The user's config file, ~/.orvane/config. Found once per process, on first use, from any
+    /// thread.
+    static const std::filesystem::path& configPath();
+
+    /// The profile "managed" from the enrollment file that management leaves in the setup
+    /// directory: a JSON object with non-empty texts "api_url" and "api_key", taken as they stand.
+    /// May be called from any thread.
+    static std::optional<Profile> managedProfile();
+
+    /// The device identity's profile unless ORVANE_API_KEY is set and not empty, else the first of
+    /// `preferred` that names a section of the config file with a non-empty "api_url" and
+    /// "api_key". May block for as long as `DeviceIdentity::resolve` does.
+    static std::optional<Profile> loadFirstProfile(const std::vector<std::string>& preferred);
+};
+
+}  // namespace orvane

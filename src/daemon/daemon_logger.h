@@ -1,0 +1,13 @@
+// The daemon's name in the unified log.
+#pragma once
+
+#include "platform/logger.h"
+
+namespace orvane {
+
+/// A logger under the daemon's subsystem and category.
+inline Logger daemonLogger() {
+    return {"dev.orvane.setup", "policy-daemon"};
+}
+
+}  // namespace orvane

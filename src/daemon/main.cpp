@@ -1,0 +1,5 @@
+#include "daemon/process_entry.h"
+
+int main() {
+    orvane::runProcess();
+}

@@ -1,0 +1,48 @@
+#include "daemon/exchange.h"
+#include "daemon/policy_runner.h"
+#include "daemon/poll_request.h"
+#include "platform/clock.h"
+
+#include <utility>
+
+namespace orvane {
+
+void PolicyRunner::pollOnce(const Profile& profile) {
+    const auto etag = loadEtag();
+    const auto request = pollRequest(profile, etag, waitSeconds);
+    if (!request) {
+        logger.error("Bad apiUrl in config: %{public}s", profile.apiUrl);
+        clock::sleep(pollInterval);
+        return;
+    }
+    const ExchangeResult answer =
+        exchange(session, *request, [this](HttpResult result, ExchangeResult& cells) {
+            cells.error = std::move(result.error);
+            if (cells.error) {
+                logger.error("Poll error: %{public}s", *cells.error);
+            } else if (result.response) {
+                cells.status = result.response->status;
+                cells.body = std::move(result.response->body);
+            }
+        });
+    switch (outcomeOf(answer.status)) {
+        case PollOutcome::unchanged:
+            logger.debug("policy unchanged (etag=%{public}s)", etag.value_or("-"));
+            break;
+        case PollOutcome::updated:
+            handleUpdated(answer.body, profile);
+            break;
+        case PollOutcome::rejected:
+            logger.error("Auth rejected: HTTP %ld. Re-sign in via the Mac app's Setup tab.",
+                         answer.status);
+            clock::sleep(pollInterval);
+            break;
+        case PollOutcome::unexpected:
+            logger.error("Unexpected HTTP %{public}ld", answer.status);
+            clock::sleep(pollInterval);
+            break;
+    }
+    applyCaptureFromLocalPolicy();
+}
+
+}  // namespace orvane

@@ -1,0 +1,80 @@
+#include "guard/capture_policy.h"
+
+#include "platform/files.h"
+#include "platform/json.h"
+#include "platform/paths.h"
+
+#include <cstdint>
+#include <initializer_list>
+#include <tuple>
+
+namespace orvane::guard {
+
+namespace {
+
+CapturePolicy captureIn(const json::Members& policy, const std::string& capture) {
+    return {policy.boolean(capture + "/enabled").value_or(false),
+            policy.strings(capture + "/hosts").value_or(std::vector<std::string>()),
+            policy.boolean(capture + "/suppress_ech").value_or(false)};
+}
+
+bool isUpToDate(const std::filesystem::path& file, const CapturePolicy& wanted) {
+    const auto existing = files::read(file);
+    return existing && saysTheSame(*existing, wanted);
+}
+
+}  // namespace
+
+std::optional<CapturePolicy> deriveCapturePolicy(std::string_view guardPolicy) {
+    const auto policy = json::readObject(
+        guardPolicy, {"guard_config/capture/enabled", "guard_config/capture/hosts",
+                      "guard_config/capture/suppress_ech", "config/capture/enabled",
+                      "config/capture/hosts", "config/capture/suppress_ech"});
+    if (!policy) {
+        return std::nullopt;
+    }
+    const std::string capture =
+        policy->isObject("guard_config") ? "guard_config/capture" : "config/capture";
+    if (!policy->isObject(capture)) {
+        return std::nullopt;
+    }
+    return captureIn(*policy, capture);
+}
+
+bool saysTheSame(std::string_view existing, const CapturePolicy& wanted) {
+    const auto file = json::readObject(existing, {"enabled", "intercept_hosts", "suppress_ech"});
+    return file && file->boolean("enabled") == wanted.enabled &&
+           file->strings("intercept_hosts") == wanted.interceptHosts &&
+           file->boolean("suppress_ech").value_or(false) == wanted.suppressEch;
+}
+
+std::string captureFileText(const CapturePolicy& policy) {
+    return json::writeObject(
+        std::initializer_list<json::Member>{{"enabled", policy.enabled},
+                                            {"intercept_hosts", policy.interceptHosts},
+                                            {"suppress_ech", policy.suppressEch}});
+}
+
+void applyCapturePolicy(const std::filesystem::path& policyPath, const Logger& logger) {
+    constexpr unsigned readableByAll = 0644;
+    const auto policy = files::read(policyPath);
+    const auto capture = policy ? deriveCapturePolicy(*policy) : std::nullopt;
+    const auto directory = paths::setupDirectory();
+    const auto file = directory / "capture-policy.json";
+    if (!capture || isUpToDate(file, *capture)) {
+        return;
+    }
+    std::ignore = files::createDirectories(directory);
+    if (const auto error = files::writeAtomically(file, captureFileText(*capture))) {
+        logger.error("capture-policy write failed: %{public}s", error.message());
+        return;
+    }
+    std::ignore = files::setMode(file, readableByAll);
+    logger.log(
+        "capture-policy applied from guard cascade: enabled=%{bool,public}d hosts=%{public}ld "
+        "suppress_ech=%{bool,public}d",
+        capture->enabled, static_cast<std::int64_t>(capture->interceptHosts.size()),
+        capture->suppressEch);
+}
+
+}  // namespace orvane::guard

@@ -1,0 +1,43 @@
+// The capture policy: what the machine's interception component is told, derived from the stored
+// guard policy.
+#pragma once
+
+#include "platform/logger.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvane::guard {
+
+/// Whether to intercept, for which hosts, and whether to suppress TLS Encrypted Client Hello.
+struct CapturePolicy {
+    bool enabled = false;
+    std::vector<std::string> interceptHosts;
+    bool suppressEch = false;
+
+    bool operator==(const CapturePolicy&) const = default;
+};
+
+/// The capture policy in the text of a guard policy: the object "capture" in the object
+/// "guard_config" or, only when there is none, in the object "config". A member that is missing or
+/// of another type counts as false or as no hosts. Absent without such an object. Pure.
+std::optional<CapturePolicy> deriveCapturePolicy(std::string_view guardPolicy);
+
+/// Whether the capture-policy file with the text `existing` already says `wanted`. "enabled" and
+/// "intercept_hosts" have to be there; a missing "suppress_ech" counts as false. Pure.
+bool saysTheSame(std::string_view existing, const CapturePolicy& wanted);
+
+/// The capture-policy file's text. Pure.
+std::string captureFileText(const CapturePolicy& policy);
+
+/// Derives capture-policy.json in the setup directory from the guard policy stored at `policyPath`.
+///
+/// The file is written, atomically and with mode 0644, only when it does not say the same already;
+/// then one message is logged. Without a usable policy nothing happens: the file is never removed
+/// or reset. Blocks for the file operations; one caller at a time.
+void applyCapturePolicy(const std::filesystem::path& policyPath, const Logger& logger);
+
+}  // namespace orvane::guard

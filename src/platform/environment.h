@@ -1,0 +1,22 @@
+// The process's own surroundings.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+namespace orvane {
+
+/// This process's id.
+std::int32_t processId();
+
+/// The value of an environment variable; empty when it is unset or empty.
+std::string environmentValue(const char* name);
+
+/// Makes a write to a closed pipe or socket fail with an error instead of ending the process.
+void ignoreBrokenPipes();
+
+/// Opens /dev/null as standard input, output and error where the process was started without them,
+/// so that no file or socket of ours ever gets one of their numbers.
+void occupyStandardDescriptors();
+
+}  // namespace orvane

@@ -1,0 +1,90 @@
+// HTTP over libcurl: GET requests, their answers delivered on a thread of the session's own.
+#pragma once
+
+#include "platform/url.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvane {
+
+struct HttpHeader {
+    std::string name;
+    std::string value;
+};
+
+/// A GET request. Nothing but `headers`, a User-Agent and what the transport needs (Host,
+/// Accept-Encoding) is sent; in particular no Accept unless it is among `headers`.
+struct HttpRequest {
+    Url url;
+    std::vector<HttpHeader> headers;
+    /// Longest silence from the other side; the session's own limit when absent.
+    std::optional<std::chrono::milliseconds> inactivityLimit;
+};
+
+/// What the server answered. Any final status counts, a redirect too: none is followed.
+struct HttpResponse {
+    std::int64_t status = 0;
+    /// The decoded body, possibly empty; absent when the exchange broke off before its end.
+    std::optional<std::string> body;
+};
+
+/// How an exchange ended: a response, or an error, or both when it broke off behind the header.
+struct HttpResult {
+    std::optional<HttpResponse> response;
+    std::optional<std::string> error;  ///< for people
+};
+
+using HttpCompletion = std::function<void(HttpResult)>;
+
+/// Limits of every exchange of a session, on the clock of clock.h.
+struct HttpLimits {
+    /// Longest time without a byte in either direction; connecting counts as silence.
+    std::chrono::milliseconds inactivity;
+    /// Longest time from start to end.
+    std::chrono::milliseconds total;
+};
+
+/// A client with connections of its own, kept alive and reused.
+///
+/// One worker thread is the callback queue: it starts with the first request and sleeps, without
+/// waking, until there is something to do. Only http and https are spoken, TLS 1.2 or later with
+/// peer and host verified against the machine's trust store, HTTP/2 where the server takes it. The
+/// proxy variables of the environment are honoured, except for loopback hosts. There are no
+/// cookies, no cache and no credentials from files. A decoded body over `bodyLimit` ends the
+/// exchange with an error. After a failed exchange its connections are dropped, so that the next
+/// one resolves and connects anew.
+class HttpSession {
+  public:
+    static constexpr std::size_t bodyLimit = std::size_t{256} * 1024 * 1024;
+
+    explicit HttpSession(HttpLimits limits);
+    HttpSession(const HttpSession&) = delete;
+    HttpSession& operator=(const HttpSession&) = delete;
+    /// Ends what is under way (its completions get an error) and waits for the thread.
+    ~HttpSession();
+
+    /// Starts `request`, returns at once. `completion` is called exactly once, on the session's
+    /// thread, and must neither block nor throw; only when the thread cannot be started is it
+    /// called right here.
+    ///
+    /// A request that must not go on the wire completes with an error: a URL that is not http(s)
+    /// with a host ("unsupported URL"), a header value with a control character. May be called from
+    /// any thread but not from a completion.
+    void send(HttpRequest request, HttpCompletion completion);
+
+    /// The process-wide session for requests that bring their own limit. Never destroyed.
+    static HttpSession& shared();
+
+  private:
+    class Worker;
+    std::unique_ptr<Worker> worker_;
+};
+
+}  // namespace orvane

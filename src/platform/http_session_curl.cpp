@@ -1,0 +1,509 @@
+#include "platform/clock.h"
+#include "platform/http_session.h"
+#include "platform/paths.h"
+#include "platform/text.h"
+
+#include <curl/curl.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <deque>
+#include <filesystem>
+#include <mutex>
+#include <new>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+namespace orvane {
+
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+constexpr const char* timedOut = "The request timed out.";
+constexpr const char* unsupportedUrl = "unsupported URL";
+
+struct EasyDeleter {
+    void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
+};
+using EasyHandle = std::unique_ptr<CURL, EasyDeleter>;
+
+struct MultiDeleter {
+    void operator()(CURLM* multi) const { (void)curl_multi_cleanup(multi); }
+};
+using MultiHandle = std::unique_ptr<CURLM, MultiDeleter>;
+
+/// A curl_slist(3) of request headers.
+class HeaderList {
+  public:
+    HeaderList() = default;
+    HeaderList(const HeaderList&) = delete;
+    HeaderList& operator=(const HeaderList&) = delete;
+    ~HeaderList() { curl_slist_free_all(list_); }
+
+    void add(const std::string& line) {
+        curl_slist* longer = curl_slist_append(list_, line.c_str());
+        if (longer == nullptr) {
+            throw std::bad_alloc();
+        }
+        list_ = longer;
+    }
+    [[nodiscard]] curl_slist* get() const { return list_; }
+
+  private:
+    curl_slist* list_ = nullptr;
+};
+
+void initialiseLibraryOnce() {
+    static const CURLcode done = curl_global_init(CURL_GLOBAL_DEFAULT);
+    (void)done;
+}
+
+/// Whether `directory` holds certificates under their hashed names ("5ed36f99.0"). Looking them up
+/// there spares reading the whole bundle; an empty directory would trust nobody.
+bool hasHashedCertificates(const std::filesystem::path& directory) {
+    constexpr std::size_t hashLength = 8;
+    std::error_code error;
+    std::filesystem::directory_iterator entry(directory, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+        const std::string name = entry->path().filename().string();
+        if (name.size() == hashLength + 2 && name[hashLength] == '.' &&
+            name.find_first_not_of("0123456789abcdef") == hashLength) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// One exchange, owned by the worker from `send` until its completion has been called.
+class Transfer {
+  public:
+    Transfer(HttpRequest request, HttpCompletion completion, HttpLimits limits)
+        : request_(std::move(request)),
+          completion_(std::move(completion)),
+          inactivityLimit_(request_.inactivityLimit.value_or(limits.inactivity)),
+          start_(clock::monotonicNow()),
+          lastActivity_(start_),
+          end_(start_ + limits.total) {}
+    Transfer(const Transfer&) = delete;
+    Transfer& operator=(const Transfer&) = delete;
+    ~Transfer() = default;
+
+    /// What forbids sending the request, if anything does.
+    [[nodiscard]] const char* refusal() const {
+        if (!request_.url.isFetchable()) {
+            return unsupportedUrl;
+        }
+        const bool unsafe = std::any_of(
+            request_.headers.begin(), request_.headers.end(),
+            [](const HttpHeader& header) { return text::hasControlCharacter(header.value); });
+        return unsafe ? "a header value contains a control character" : nullptr;
+    }
+
+    /// Takes `easy` and prepares it for the request. False when the library refused an option.
+    bool prepare(EasyHandle easy, const std::string& certificateDirectory) {
+        easy_ = std::move(easy);
+        for (const HttpHeader& header : request_.headers) {
+            // Without a value the library wants a semicolon, or it would take the header out.
+            headers_.add(header.value.empty() ? header.name + ";"
+                                              : header.name + ": " + header.value);
+        }
+        const bool asksForAccept =
+            std::any_of(request_.headers.begin(), request_.headers.end(),
+                        [](const HttpHeader& header) { return header.name == "Accept"; });
+        if (!asksForAccept) {
+            headers_.add("Accept:");  // takes the library's own one out
+        }
+        return setWhatIsAsked() && setHowItTravels() && setTrust(certificateDirectory) &&
+               setCallbacks();
+    }
+
+    [[nodiscard]] CURL* easy() const { return easy_.get(); }
+    EasyHandle releaseEasy() { return std::move(easy_); }
+
+    /// When the exchange is overdue unless something happens first.
+    [[nodiscard]] clock::TimePoint deadline() const {
+        return std::min(std::max(lastActivity_, lastStageReached()) + inactivityLimit_, end_);
+    }
+
+    /// Ends the exchange as the library says it ended, or as `ownError` does.
+    void complete(CURLcode code, const char* ownError) {
+        HttpResult result;
+        if (code != CURLE_OK || ownError != nullptr) {
+            result.error = ownError != nullptr ? ownError : errorText(code);
+        }
+        if (headerComplete_ || !result.error) {
+            long status = 0;
+            (void)curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+            result.response = HttpResponse{status, std::nullopt};
+            if (!result.error) {
+                result.response->body = std::move(body_);
+            }
+        }
+        completion_(std::move(result));
+    }
+
+  private:
+    template <typename Value>
+    bool set(CURLoption option, Value value) {
+        return curl_easy_setopt(easy_.get(), option, value) == CURLE_OK;
+    }
+
+    bool setWhatIsAsked() {
+        const std::string url = request_.url.text();
+        return set(CURLOPT_URL, url.c_str()) && set(CURLOPT_HTTPHEADER, headers_.get()) &&
+               set(CURLOPT_USERAGENT, "OrvanePolicyDaemon/" ORVANE_VERSION) &&
+               set(CURLOPT_ACCEPT_ENCODING, "") && set(CURLOPT_PATH_AS_IS, 1L) &&
+               set(CURLOPT_PROTOCOLS_STR, "http,https") && set(CURLOPT_FOLLOWLOCATION, 0L) &&
+               set(CURLOPT_PRIVATE, static_cast<void*>(this));
+    }
+
+    bool setHowItTravels() {
+        if (isLoopbackHost(request_.url.host()) && !set(CURLOPT_PROXY, "")) {
+            return false;
+        }
+        return set(CURLOPT_NOSIGNAL, 1L) && set(CURLOPT_TCP_KEEPALIVE, 1L) &&
+               set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) && set(CURLOPT_DNS_CACHE_TIMEOUT, 0L) &&
+               // A hanging name server must not hold up the end of an overdue exchange.
+               set(CURLOPT_QUICK_EXIT, 1L) &&
+               set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS)) &&
+               // The library's own limit would be 300 s; ours is kept by deadline().
+               set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(inactivityLimit_.count()));
+    }
+
+    bool setTrust(const std::string& certificateDirectory) {
+        if (!certificateDirectory.empty() &&
+            (!set(CURLOPT_CAPATH, certificateDirectory.c_str()) ||
+             !set(CURLOPT_CAINFO, static_cast<const char*>(nullptr)))) {
+            return false;
+        }
+        return set(CURLOPT_SSL_VERIFYPEER, 1L) && set(CURLOPT_SSL_VERIFYHOST, 2L) &&
+               set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+    }
+
+    bool setCallbacks() {
+        errorBuffer_.front() = '\0';
+        return set(CURLOPT_ERRORBUFFER, errorBuffer_.data()) && set(CURLOPT_NOPROGRESS, 0L) &&
+               set(CURLOPT_WRITEFUNCTION, &Transfer::takeBody) &&
+               set(CURLOPT_WRITEDATA, static_cast<void*>(this)) &&
+               set(CURLOPT_HEADERFUNCTION, &Transfer::takeHeader) &&
+               set(CURLOPT_HEADERDATA, static_cast<void*>(this)) &&
+               set(CURLOPT_XFERINFOFUNCTION, &Transfer::noteProgress) &&
+               set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
+    }
+
+    /// When connecting last got a step further, the request's departure included. The library has
+    /// no callback for it.
+    [[nodiscard]] clock::TimePoint lastStageReached() const {
+        curl_off_t furthest = 0;
+        for (const CURLINFO stage :
+             {CURLINFO_CONNECT_TIME_T, CURLINFO_APPCONNECT_TIME_T, CURLINFO_PRETRANSFER_TIME_T}) {
+            curl_off_t reached = 0;
+            (void)curl_easy_getinfo(easy_.get(), stage, &reached);
+            furthest = std::max(furthest, reached);
+        }
+        return start_ + microseconds(furthest);
+    }
+
+    std::string errorText(CURLcode code) const {
+        if (tooLarge_) {
+            return "the response is larger than " + std::to_string(HttpSession::bodyLimit) +
+                   " bytes";
+        }
+        switch (code) {
+            case CURLE_OPERATION_TIMEDOUT:
+                return timedOut;
+            case CURLE_COULDNT_RESOLVE_HOST:
+                return "A server with the specified hostname could not be found.";
+            case CURLE_COULDNT_CONNECT:
+                return "Could not connect to the server.";
+            case CURLE_GOT_NOTHING:
+            case CURLE_SEND_ERROR:
+            case CURLE_RECV_ERROR:
+            case CURLE_PARTIAL_FILE:
+                return "The network connection was lost.";
+            case CURLE_SSL_CONNECT_ERROR:
+                return "An SSL error has occurred and a secure connection to the server cannot be "
+                       "made.";
+            case CURLE_PEER_FAILED_VERIFICATION:
+                return "The certificate for this server is invalid. You might be connecting to a "
+                       "server "
+                       "that is pretending to be “" +
+                       request_.url.host() +
+                       "” which could put your confidential information at risk.";
+            default:
+                return errorBuffer_.front() != '\0' ? errorBuffer_.data()
+                                                    : curl_easy_strerror(code);
+        }
+    }
+
+    void touch() { lastActivity_ = clock::monotonicNow(); }
+
+    bool append(std::string_view part) {
+        touch();
+        if (part.size() > HttpSession::bodyLimit - body_.size()) {
+            tooLarge_ = true;
+            return false;
+        }
+        if (body_.empty()) {
+            reserveExpectedSize();
+        }
+        body_ += part;
+        return true;
+    }
+
+    void reserveExpectedSize() {
+        constexpr curl_off_t most =
+            curl_off_t{64} * 1024 * 1024;  // a server's word is not worth more
+        curl_off_t expected = 0;
+        (void)curl_easy_getinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &expected);
+        body_.reserve(static_cast<std::size_t>(std::clamp<curl_off_t>(expected, 0, most)));
+    }
+
+    static std::size_t takeBody(char* data, std::size_t size, std::size_t count, void* self) {
+        try {
+            const bool taken = static_cast<Transfer*>(self)->append({data, size * count});
+            return taken ? size * count : 0;
+        } catch (const std::bad_alloc&) {
+            return 0;  // ends the exchange with an error; nothing may be thrown through the library
+        }
+    }
+
+    static std::size_t takeHeader(const char* data, std::size_t size, std::size_t count,
+                                  void* self) {
+        auto& transfer = *static_cast<Transfer*>(self);
+        transfer.touch();
+        const std::string_view line(data, size * count);
+        long status = 0;
+        (void)curl_easy_getinfo(transfer.easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+        // The blank line behind an interim response (1xx) is not the end of the header.
+        if (status >= 200 && (line == "\r\n" || line == "\n")) {
+            transfer.headerComplete_ = true;
+        }
+        return line.size();
+    }
+
+    /// Sees bytes that have not come out of decompression yet.
+    static int noteProgress(void* self, curl_off_t /*downloadTotal*/, curl_off_t downloaded,
+                            curl_off_t /*uploadTotal*/, curl_off_t uploaded) {
+        auto& transfer = *static_cast<Transfer*>(self);
+        if (std::exchange(transfer.bytesSeen_, downloaded + uploaded) != downloaded + uploaded) {
+            transfer.touch();
+        }
+        return 0;
+    }
+
+    HttpRequest request_;
+    HttpCompletion completion_;
+    milliseconds inactivityLimit_;
+    clock::TimePoint start_;
+    clock::TimePoint lastActivity_;
+    clock::TimePoint end_;
+    HeaderList headers_;
+    std::array<char, CURL_ERROR_SIZE> errorBuffer_{};
+    std::string body_;
+    curl_off_t bytesSeen_ = 0;
+    bool headerComplete_ = false;
+    bool tooLarge_ = false;
+    EasyHandle easy_;  ///< last, so that it goes before what it points to
+};
+
+}  // namespace
+
+class HttpSession::Worker {
+  public:
+    explicit Worker(HttpLimits limits) : limits_(limits) {}
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+    ~Worker() {
+        if (thread_.joinable()) {
+            {
+                const std::lock_guard lock(mutex_);
+                stopping_ = true;
+                (void)curl_multi_wakeup(multi_.get());
+            }
+            thread_.join();
+        }
+    }
+
+    void send(HttpRequest request, HttpCompletion completion) {
+        auto transfer =
+            std::make_unique<Transfer>(std::move(request), std::move(completion), limits_);
+        const std::lock_guard lock(mutex_);
+        if (!startThread()) {
+            transfer->complete(CURLE_FAILED_INIT, nullptr);
+            return;
+        }
+        incoming_.push_back(std::move(transfer));
+        (void)curl_multi_wakeup(multi_.get());
+    }
+
+  private:
+    bool startThread() {
+        if (thread_.joinable()) {
+            return true;
+        }
+        initialiseLibraryOnce();
+        multi_.reset(curl_multi_init());
+        try {
+            if (multi_ != nullptr) {
+                thread_ = std::thread([this] { run(); });
+            }
+        } catch (const std::system_error&) {
+            return false;  // no thread to be had right now
+        }
+        return thread_.joinable();
+    }
+
+    void run() {
+        while (takeIncoming()) {
+            int running = 0;
+            (void)curl_multi_perform(multi_.get(), &running);
+            completeFinished();
+            completeOverdue();
+            if (dropConnections_ && active_.empty()) {
+                continue;
+            }
+            (void)curl_multi_poll(multi_.get(), nullptr, 0, waitLimit(), nullptr);
+        }
+        for (const auto& transfer : active_) {
+            (void)curl_multi_remove_handle(multi_.get(), transfer->easy());
+            transfer->complete(CURLE_ABORTED_BY_CALLBACK, "cancelled");
+        }
+    }
+
+    /// False when the session is being destroyed.
+    bool takeIncoming() {
+        std::deque<std::unique_ptr<Transfer>> arrived;
+        {
+            const std::lock_guard lock(mutex_);
+            if (stopping_) {
+                for (auto& transfer : incoming_) {
+                    transfer->complete(CURLE_ABORTED_BY_CALLBACK, "cancelled");
+                }
+                return false;
+            }
+            if (dropConnections_ && active_.empty()) {
+                replaceMulti();
+            }
+            arrived.swap(incoming_);
+        }
+        for (auto& transfer : arrived) {
+            begin(std::move(transfer));
+        }
+        return true;
+    }
+
+    /// Closes every connection. Under the lock, for `send` wakes the handle up from other threads.
+    void replaceMulti() {
+        if (MultiHandle fresh(curl_multi_init()); fresh != nullptr) {
+            multi_ = std::move(fresh);
+            certificateDirectory_.reset();
+            dropConnections_ = false;
+        }
+    }
+
+    void begin(std::unique_ptr<Transfer> transfer) {
+        if (const char* refusal = transfer->refusal()) {
+            transfer->complete(CURLE_URL_MALFORMAT, refusal);
+            return;
+        }
+        EasyHandle easy = spareEasy_ ? std::move(spareEasy_) : EasyHandle(curl_easy_init());
+        if (easy == nullptr || !transfer->prepare(std::move(easy), certificateDirectory()) ||
+            curl_multi_add_handle(multi_.get(), transfer->easy()) != CURLM_OK) {
+            transfer->complete(CURLE_FAILED_INIT, nullptr);
+            return;
+        }
+        active_.push_back(std::move(transfer));
+    }
+
+    /// The directory to look certificates up in; empty for the library's own bundle.
+    const std::string& certificateDirectory() {
+        if (!certificateDirectory_) {
+            const auto directory = paths::certificateDirectory();
+            certificateDirectory_ =
+                hasHashedCertificates(directory) ? directory.string() : std::string();
+        }
+        return *certificateDirectory_;
+    }
+
+    void completeFinished() {
+        int left = 0;
+        while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &left)) {
+            if (message->msg == CURLMSG_DONE) {
+                void* owner = nullptr;
+                (void)curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &owner);
+                finish(static_cast<Transfer*>(owner), message->data.result, nullptr);
+            }
+        }
+    }
+
+    void completeOverdue() {
+        const auto now = clock::monotonicNow();
+        std::vector<Transfer*> overdue;
+        for (const auto& transfer : active_) {
+            if (transfer->deadline() <= now) {
+                overdue.push_back(transfer.get());
+            }
+        }
+        for (Transfer* transfer : overdue) {
+            finish(transfer, CURLE_OPERATION_TIMEDOUT, timedOut);
+        }
+    }
+
+    void finish(const Transfer* finished, CURLcode code, const char* ownError) {
+        const auto place = std::find_if(active_.begin(), active_.end(), [=](const auto& transfer) {
+            return transfer.get() == finished;
+        });
+        const std::unique_ptr<Transfer> transfer = std::move(*place);
+        active_.erase(place);
+        (void)curl_multi_remove_handle(multi_.get(), transfer->easy());
+        dropConnections_ = dropConnections_ || code != CURLE_OK;
+        transfer->complete(code, ownError);
+        spareEasy_ = transfer->releaseEasy();
+        curl_easy_reset(spareEasy_.get());
+    }
+
+    [[nodiscard]] int waitLimit() const {
+        milliseconds limit(INT_MAX);
+        for (const auto& transfer : active_) {
+            limit = std::min(limit, clock::blockLimit(transfer->deadline()));
+        }
+        return static_cast<int>(limit.count());
+    }
+
+    const HttpLimits limits_;
+    std::mutex mutex_;  ///< guards incoming_, stopping_ and the replacing of multi_
+    std::deque<std::unique_ptr<Transfer>> incoming_;
+    bool stopping_ = false;
+    MultiHandle multi_;
+    std::thread thread_;
+    // The worker thread's own:
+    std::vector<std::unique_ptr<Transfer>> active_;
+    EasyHandle spareEasy_;
+    std::optional<std::string> certificateDirectory_;
+    bool dropConnections_ = false;
+};
+
+HttpSession::HttpSession(HttpLimits limits) : worker_(std::make_unique<Worker>(limits)) {}
+
+HttpSession::~HttpSession() = default;
+
+void HttpSession::send(HttpRequest request, HttpCompletion completion) {
+    worker_->send(std::move(request), std::move(completion));
+}
+
+HttpSession& HttpSession::shared() {
+    // The default limits of the reference platform are a minute of silence and a week in all. A
+    // week of lingering answers nobody waits for would pile up connections; six minutes is all that
+    // any exchange of this program gets.
+    static constexpr HttpLimits limits{std::chrono::seconds(60), std::chrono::seconds(360)};
+    static auto* const session =
+        new HttpSession(limits);  // NOLINT(cppcoreguidelines-owning-memory)
+    return *session;
+}
+
+}  // namespace orvane
