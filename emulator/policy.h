@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace orvane::emulator {
+
+/// A guard policy as the control plane hands it out. A plain value.
+struct Policy {
+    std::string text;         ///< The JSON object that agents receive, byte for byte.
+    std::string etag;         ///< Its version tag, never empty, without quotes around it.
+    std::string guardConfig;  ///< Its member "guard_config" as JSON text, "{}" when it has none.
+};
+
+/// Makes a policy of `json`; nothing when that is not a JSON object (or is nested absurdly deep).
+///
+/// A policy whose member "etag" is a non-empty text is handed out exactly as given. Any other gets
+/// a tag derived from its content as its first member: without one, agents could not ask
+/// conditionally and every one of them would fetch it again at once.
+std::optional<Policy> readPolicy(std::string_view json);
+
+}  // namespace orvane::emulator
