@@ -27,7 +27,7 @@ std::int64_t wholeMilliseconds(double seconds) {
     const double milliseconds = seconds * 1000.0;
     // 2^63 is exact as a double; NaN fails both comparisons.
     constexpr double limit = 9223372036854775808.0;
-    if (!(milliseconds > -limit && milliseconds < limit)) {
+    if (!(milliseconds >= -limit && milliseconds < limit)) {
         (void)std::fputs("elapsed time does not fit in 64 bits\n", stderr);
         std::abort();
     }

@@ -1,0 +1,417 @@
+#include "support/scripted_server.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <openssl/err.h>
+#include <openssl/ssl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <condition_variable>
+#include <csignal>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+
+namespace orvane::test {
+
+namespace {
+
+bool equalsIgnoringCase(std::string_view a, std::string_view b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](char x, char y) {
+        return std::tolower(static_cast<unsigned char>(x)) ==
+               std::tolower(static_cast<unsigned char>(y));
+    });
+}
+
+ReceivedRequest parseRequest(std::string raw) {
+    ReceivedRequest request;
+    std::size_t lineEnd = raw.find("\r\n");
+    const std::string first = raw.substr(0, lineEnd);
+    const auto blank = first.find(' ');
+    request.method = first.substr(0, blank);
+    request.target = first.substr(blank + 1, first.rfind(' ') - blank - 1);
+    for (std::size_t at = lineEnd + 2; (lineEnd = raw.find("\r\n", at)) != at; at = lineEnd + 2) {
+        const std::string line = raw.substr(at, lineEnd - at);
+        const auto colon = line.find(':');
+        const auto value = line.find_first_not_of(' ', colon + 1);
+        request.headers.emplace_back(line.substr(0, colon),
+                                     value == std::string::npos ? "" : line.substr(value));
+    }
+    request.raw = std::move(raw);
+    return request;
+}
+
+std::string reasonOf(int status) {
+    return status == 200 ? "OK" : "Scripted";
+}
+
+/// A flag that ends every pause at once.
+class StopSignal {
+  public:
+    void set() {
+        const std::lock_guard lock(mutex_);
+        set_ = true;
+        changed_.notify_all();
+    }
+    bool isSet() {
+        const std::lock_guard lock(mutex_);
+        return set_;
+    }
+    /// True when set before `duration` was over.
+    bool waitFor(std::chrono::milliseconds duration) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, duration, [this] { return set_; });
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    bool set_ = false;
+};
+
+class SocketConnection : public Connection {
+  public:
+    SocketConnection(int socket, SSL_CTX* tls, StopSignal& stop) : socket_(socket), stop_(stop) {
+        if (tls != nullptr) {
+            ssl_ = SSL_new(tls);
+            SSL_set_fd(ssl_, socket_);
+        }
+    }
+    SocketConnection(const SocketConnection&) = delete;
+    SocketConnection& operator=(const SocketConnection&) = delete;
+    ~SocketConnection() override {
+        if (ssl_ != nullptr) {
+            SSL_shutdown(ssl_);
+            SSL_free(ssl_);
+        }
+        ::close(socket_);
+    }
+
+    bool handshake() { return ssl_ == nullptr || (waitReadable() && SSL_accept(ssl_) == 1); }
+
+    bool send(std::string_view bytes) override {
+        while (!bytes.empty()) {
+            const long count = writeSome(bytes);
+            if (count <= 0) {
+                return false;
+            }
+            bytes.remove_prefix(static_cast<std::size_t>(count));
+        }
+        return true;
+    }
+
+    std::string receive(std::size_t limit) override {
+        if ((ssl_ == nullptr || SSL_pending(ssl_) == 0) && !waitReadable()) {
+            return {};
+        }
+        std::string buffer(limit, '\0');
+        const long count = ssl_ != nullptr ? SSL_read(ssl_, buffer.data(), static_cast<int>(limit))
+                                           : ::recv(socket_, buffer.data(), limit, 0);
+        buffer.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+        return buffer;
+    }
+
+    void reset() override {
+        const linger now{1, 0};
+        (void)::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &now, sizeof now);
+    }
+
+    bool pause(std::chrono::milliseconds duration) override { return !stop_.waitFor(duration); }
+
+  private:
+    long writeSome(std::string_view bytes) {
+        constexpr std::size_t most = 65536;
+        const std::size_t size = std::min(bytes.size(), most);
+        return ssl_ != nullptr ? SSL_write(ssl_, bytes.data(), static_cast<int>(size))
+                               : ::send(socket_, bytes.data(), size, MSG_NOSIGNAL);
+    }
+
+    /// False when the server ends first.
+    bool waitReadable() {
+        constexpr int slice = 20;
+        while (!stop_.isSet()) {
+            pollfd entry{socket_, POLLIN, 0};
+            if (::poll(&entry, 1, slice) > 0) {
+                return true;
+            }
+        }
+        return false;
+    }
+
+    int socket_;
+    SSL* ssl_ = nullptr;
+    StopSignal& stop_;
+};
+
+}  // namespace
+
+std::optional<std::string> ReceivedRequest::header(std::string_view name) const {
+    const auto found = std::find_if(headers.begin(), headers.end(), [&](const auto& header) {
+        return equalsIgnoringCase(header.first, name);
+    });
+    return found == headers.end() ? std::nullopt : std::optional(found->second);
+}
+
+Step answer(int status, std::string body,
+            std::vector<std::pair<std::string, std::string>> headers) {
+    return [=](Connection& connection, const ReceivedRequest&) {
+        std::string head = "HTTP/1.1 " + std::to_string(status) + " " + reasonOf(status) + "\r\n";
+        for (const auto& [name, value] : headers) {
+            head.append(name).append(": ").append(value).append("\r\n");
+        }
+        if (status >= 200 && status != 204 && status != 304) {
+            head += "Content-Length: " + std::to_string(body.size()) + "\r\n";
+        }
+        return connection.send(head + "\r\n" + body);
+    };
+}
+
+Step sendAndClose(std::string bytes) {
+    return [=](Connection& connection, const ReceivedRequest&) {
+        (void)connection.send(bytes);
+        return false;
+    };
+}
+
+Step closeAtOnce() {
+    return [](Connection&, const ReceivedRequest&) { return false; };
+}
+
+Step resetAtOnce() {
+    return [](Connection& connection, const ReceivedRequest&) {
+        connection.reset();
+        return false;
+    };
+}
+
+Step staySilent() {
+    return sendAndStall("");
+}
+
+Step sendAndStall(std::string bytes) {
+    return [=](Connection& connection, const ReceivedRequest&) {
+        (void)connection.send(bytes);
+        while (!connection.receive(1024).empty()) {
+        }
+        return false;
+    };
+}
+
+Step trickle(std::string head, char byte, std::chrono::milliseconds interval) {
+    return [=](Connection& connection, const ReceivedRequest&) {
+        bool going = connection.send(head);
+        while (going) {
+            going = connection.pause(interval) && connection.send({&byte, 1});
+        }
+        return false;
+    };
+}
+
+Step after(std::function<void()> action, Step step) {
+    return [action = std::move(action), step = std::move(step)](Connection& connection,
+                                                                const ReceivedRequest& request) {
+        action();
+        return step(connection, request);
+    };
+}
+
+class ScriptedServer::Engine {
+  public:
+    explicit Engine(const std::optional<TlsIdentity>& tls) {
+        (void)std::signal(SIGPIPE, SIG_IGN);  // the TLS library writes to peers that are gone
+        if (tls) {
+            useTls(*tls);
+        }
+        listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        constexpr int backlog = 64;
+        if (::bind(listener_, generic(address), size) != 0 || ::listen(listener_, backlog) != 0 ||
+            ::getsockname(listener_, generic(address), &size) != 0) {
+            throw std::runtime_error("cannot listen on loopback");
+        }
+        port_ = ntohs(address.sin_port);
+        acceptor_ = std::thread([this] { acceptAll(); });
+    }
+    Engine(const Engine&) = delete;
+    Engine& operator=(const Engine&) = delete;
+    ~Engine() {
+        stop_.set();
+        acceptor_.join();
+        for (std::thread& thread : connections_) {
+            thread.join();
+        }
+        ::close(listener_);
+        SSL_CTX_free(tls_);
+    }
+
+    void on(const std::string& path, std::vector<Step> steps) {
+        const std::lock_guard lock(mutex_);
+        auto& queue = scripts_[path];
+        std::move(steps.begin(), steps.end(), std::back_inserter(queue));
+    }
+
+    void onConnect(Step step) {
+        const std::lock_guard lock(mutex_);
+        onConnect_ = std::move(step);
+    }
+
+    [[nodiscard]] std::uint16_t port() const { return port_; }
+    [[nodiscard]] bool isTls() const { return tls_ != nullptr; }
+
+    std::vector<ReceivedRequest> requests() {
+        const std::lock_guard lock(mutex_);
+        return requests_;
+    }
+
+    std::size_t connectionCount() {
+        const std::lock_guard lock(mutex_);
+        return connections_.size();
+    }
+
+    bool waitForRequests(std::size_t count, std::chrono::milliseconds limit) {
+        std::unique_lock lock(mutex_);
+        return arrived_.wait_for(lock, limit, [&] { return requests_.size() >= count; });
+    }
+
+  private:
+    static sockaddr* generic(sockaddr_in& address) { return reinterpret_cast<sockaddr*>(&address); }
+
+    void useTls(const TlsIdentity& identity) {
+        tls_ = SSL_CTX_new(TLS_server_method());
+        // Old versions must be speakable here, so that the daemon can be seen to refuse them.
+        SSL_CTX_set_security_level(tls_, 0);
+        SSL_CTX_set_min_proto_version(tls_, TLS1_VERSION);
+        if (identity.highestVersion != 0) {
+            SSL_CTX_set_max_proto_version(tls_, identity.highestVersion);
+        }
+        if (SSL_CTX_use_certificate_chain_file(tls_, identity.certificate.c_str()) != 1 ||
+            SSL_CTX_use_PrivateKey_file(tls_, identity.privateKey.c_str(), SSL_FILETYPE_PEM) != 1) {
+            throw std::runtime_error("cannot use the certificate");
+        }
+    }
+
+    void acceptAll() {
+        constexpr int slice = 20;
+        while (!stop_.isSet()) {
+            pollfd entry{listener_, POLLIN, 0};
+            if (::poll(&entry, 1, slice) <= 0) {
+                continue;
+            }
+            const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (socket >= 0) {
+                const std::lock_guard lock(mutex_);
+                connections_.emplace_back([this, socket] { serve(socket); });
+            }
+        }
+    }
+
+    void serve(int socket) {
+        SocketConnection connection(socket, tls_, stop_);
+        Step first;
+        {
+            const std::lock_guard lock(mutex_);
+            first = onConnect_;
+        }
+        if ((first && !first(connection, {})) || !connection.handshake()) {
+            return;
+        }
+        while (auto request = readRequest(connection)) {
+            if (!nextStep(*request)(connection, *request)) {
+                return;
+            }
+        }
+    }
+
+    static std::optional<ReceivedRequest> readRequest(Connection& connection) {
+        constexpr std::size_t slice = 4096;
+        std::string raw;
+        while (raw.find("\r\n\r\n") == std::string::npos) {
+            const std::string part = connection.receive(slice);
+            if (part.empty()) {
+                return std::nullopt;
+            }
+            raw += part;
+        }
+        return parseRequest(std::move(raw));
+    }
+
+    Step nextStep(const ReceivedRequest& request) {
+        constexpr int notFound = 404;
+        const std::lock_guard lock(mutex_);
+        requests_.push_back(request);
+        arrived_.notify_all();
+        const auto script = scripts_.find(request.path());
+        if (script == scripts_.end()) {
+            return answer(notFound);
+        }
+        if (script->second.empty()) {
+            return staySilent();
+        }
+        Step step = std::move(script->second.front());
+        script->second.pop_front();
+        return step;
+    }
+
+    SSL_CTX* tls_ = nullptr;
+    int listener_ = -1;
+    std::uint16_t port_ = 0;
+    StopSignal stop_;
+    std::mutex mutex_;
+    std::condition_variable arrived_;
+    std::map<std::string, std::deque<Step>> scripts_;
+    Step onConnect_;
+    std::vector<ReceivedRequest> requests_;
+    std::vector<std::thread> connections_;
+    std::thread acceptor_;
+};
+
+ScriptedServer::ScriptedServer(std::optional<TlsIdentity> tls)
+    : engine_(std::make_unique<Engine>(tls)) {}
+
+ScriptedServer::~ScriptedServer() = default;
+
+void ScriptedServer::on(const std::string& path, std::vector<Step> steps) {
+    engine_->on(path, std::move(steps));
+}
+
+void ScriptedServer::onConnect(Step step) {
+    engine_->onConnect(std::move(step));
+}
+
+std::uint16_t ScriptedServer::port() const {
+    return engine_->port();
+}
+
+std::string ScriptedServer::url() const {
+    return (engine_->isTls() ? "https://localhost:" : "http://127.0.0.1:") + std::to_string(port());
+}
+
+std::vector<ReceivedRequest> ScriptedServer::requests() const {
+    return engine_->requests();
+}
+
+std::vector<ReceivedRequest> ScriptedServer::requestsTo(const std::string& path) const {
+    std::vector<ReceivedRequest> found = engine_->requests();
+    std::erase_if(found, [&](const ReceivedRequest& request) { return request.path() != path; });
+    return found;
+}
+
+std::size_t ScriptedServer::connectionCount() const {
+    return engine_->connectionCount();
+}
+
+bool ScriptedServer::waitForRequests(std::size_t count, std::chrono::milliseconds limit) const {
+    return engine_->waitForRequests(count, limit);
+}
+
+}  // namespace orvane::test

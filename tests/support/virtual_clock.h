@@ -1,0 +1,26 @@
+// The twin of platform/clock: time that tests move. Sleeping returns at once and advances it.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace orvane::virtual_clock {
+
+/// Moves the monotonic clock forward. Threads that block on a deadline notice within milliseconds.
+void advance(std::chrono::nanoseconds by);
+
+/// Fixes the wall clock at `sinceEpoch`; absent lets it follow the machine's.
+void setWallClock(std::optional<std::chrono::nanoseconds> sinceEpoch);
+
+/// The lengths, in seconds, of all sleeps since the last `reset`.
+std::vector<double> sleeps();
+
+/// Called at the end of every sleep, on the thread that sleeps; may throw to end a loop.
+void onSleep(std::function<void(double seconds)> hook);
+
+/// Back to the machine's time, no sleeps, no hook.
+void reset();
+
+}  // namespace orvane::virtual_clock
