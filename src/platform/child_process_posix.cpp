@@ -11,7 +11,8 @@
 #include <cerrno>
 #include <csignal>
 
-extern char** environ;  // environ(7): POSIX leaves the declaration to the program
+// environ(7): POSIX leaves the declaration to the program, glibc makes it too.
+extern char** environ;  // NOLINT(readability-redundant-declaration)
 
 namespace orvane {
 

@@ -108,8 +108,8 @@ class Transfer {
         easy_ = std::move(easy);
         for (const HttpHeader& header : request_.headers) {
             // Without a value the library wants a semicolon, or it would take the header out.
-            headers_.add(header.value.empty() ? header.name + ";"
-                                              : header.name + ": " + header.value);
+            const bool isBlank = header.value.find_first_not_of(' ') == std::string::npos;
+            headers_.add(isBlank ? header.name + ";" : header.name + ": " + header.value);
         }
         const bool asksForAccept =
             std::any_of(request_.headers.begin(), request_.headers.end(),
@@ -129,13 +129,19 @@ class Transfer {
         return std::min(std::max(lastActivity_, lastStageReached()) + inactivityLimit_, end_);
     }
 
+    /// How the exchange ended when the library says `code`: to it, a connection that is closed
+    /// within the header is no error.
+    [[nodiscard]] CURLcode outcome(CURLcode code) const {
+        return code == CURLE_OK && !headerComplete_ ? CURLE_GOT_NOTHING : code;
+    }
+
     /// Ends the exchange as the library says it ended, or as `ownError` does.
     void complete(CURLcode code, const char* ownError) {
         HttpResult result;
         if (code != CURLE_OK || ownError != nullptr) {
             result.error = ownError != nullptr ? ownError : errorText(code);
         }
-        if (headerComplete_ || !result.error) {
+        if (headerComplete_) {
             long status = 0;
             (void)curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
             result.response = HttpResponse{status, std::nullopt};
@@ -436,7 +442,8 @@ class HttpSession::Worker {
             if (message->msg == CURLMSG_DONE) {
                 void* owner = nullptr;
                 (void)curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &owner);
-                finish(static_cast<Transfer*>(owner), message->data.result, nullptr);
+                auto* const transfer = static_cast<Transfer*>(owner);
+                finish(transfer, transfer->outcome(message->data.result), nullptr);
             }
         }
     }

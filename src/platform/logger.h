@@ -56,6 +56,8 @@ class Logger {
     static LogArgument argumentOf(std::int32_t value) { return std::int64_t{value}; }
     static LogArgument argumentOf(std::int64_t value) { return value; }
     static LogArgument argumentOf(std::string_view value) { return value; }
+    // Without this one a pointer would become a bool.
+    static LogArgument argumentOf(const char* value) { return std::string_view(value); }
 
     void write(LogLevel level, const std::string& message) const;
 

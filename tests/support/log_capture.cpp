@@ -14,11 +14,10 @@ std::vector<LoggedMessage> parseLog(const std::string& content) {
     std::istringstream lines(content);
     for (std::string line; std::getline(lines, line);) {
         std::istringstream words(line);
-        std::string time;
         std::string category;
         std::string pid;
         LoggedMessage message;
-        words >> time >> message.level >> category >> pid;
+        words >> message.time >> message.level >> category >> pid;
         words.get();
         std::getline(words, message.text);
         messages.push_back(message);

@@ -11,8 +11,11 @@ namespace orvane::test {
 struct LoggedMessage {
     std::string level;
     std::string text;
+    std::string time = {};  ///< as written; two messages are equal whenever they were logged
 
-    bool operator==(const LoggedMessage&) const = default;
+    friend bool operator==(const LoggedMessage& a, const LoggedMessage& b) {
+        return a.level == b.level && a.text == b.text;
+    }
 };
 
 /// Parses the lines that the daemon's logger writes to standard error.

@@ -1,0 +1,496 @@
+#include "config/device_identity.h"
+
+#include "config/ordinary_user.h"
+#include "platform/clock.h"
+#include "support/daemon_test.h"
+#include "support/scripted_server.h"
+#include "support/virtual_clock.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+#include <future>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvane::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+
+using ::testing::AllOf;
+using ::testing::ElementsAre;
+using ::testing::EndsWith;
+using ::testing::Field;
+using ::testing::FieldsAre;
+using ::testing::Ge;
+using ::testing::IsEmpty;
+using ::testing::Le;
+using ::testing::Optional;
+using ::testing::Pair;
+using ::testing::SizeIs;
+
+using Resolved = DeviceIdentity::Resolved;
+
+constexpr const char* goodAnswer =
+    R"({"upload_api_key":"up-1","api_url":"https://api","agent_slug":"slug","agent_type":"kind"})";
+
+Resolved goodResult() {
+    return {"https://api", "up-1", "slug", "kind"};
+}
+
+// What the file says.
+
+TEST(DeviceEnrollmentTest, TokenTenantAndUrlAreTakenAsTheyStand) {
+    EXPECT_THAT(DeviceIdentity::readEnrollment(
+                    R"({"device_token":" t ","tenant_slug":"\u00fc","api_url":" no url ","x":1})"),
+                Optional(FieldsAre(" t ", "\u00fc", " no url ")));
+}
+
+TEST(DeviceEnrollmentTest, AnEmptyUrlIsLeftToTheRequest) {
+    EXPECT_THAT(
+        DeviceIdentity::readEnrollment(R"({"device_token":"t","tenant_slug":"a","api_url":""})"),
+        Optional(FieldsAre("t", "a", "")));
+}
+
+TEST(DeviceEnrollmentTest, WhatIsMissingMakesItUnusable) {
+    for (const char* content : {
+             "",
+             "null",
+             "[]",
+             "{}",
+             R"("device_token")",
+             R"([{"device_token":"t","tenant_slug":"a","api_url":"http://h"}])",
+             R"({"device_token":"t","tenant_slug":"a","api_url":"http://h")",
+             R"({"device_token":"t","tenant_slug":"a","api_url":"http://h"}})",
+             R"({"tenant_slug":"a","api_url":"http://h"})",
+             R"({"device_token":"","tenant_slug":"a","api_url":"http://h"})",
+             R"({"device_token":1,"tenant_slug":"a","api_url":"http://h"})",
+             R"({"device_token":null,"tenant_slug":"a","api_url":"http://h"})",
+             R"({"device_token":["t"],"tenant_slug":"a","api_url":"http://h"})",
+             R"({"device_token":{"t":"t"},"tenant_slug":"a","api_url":"http://h"})",
+             R"({"device_token":"t","api_url":"http://h"})",
+             R"({"device_token":"t","tenant_slug":"","api_url":"http://h"})",
+             R"({"device_token":"t","tenant_slug":2,"api_url":"http://h"})",
+             R"({"device_token":"t","tenant_slug":null,"api_url":"http://h"})",
+             R"({"device_token":"t","tenant_slug":true,"api_url":"http://h"})",
+             R"({"device_token":"t","tenant_slug":"a"})",
+             R"({"device_token":"t","tenant_slug":"a","api_url":3})",
+             R"({"device_token":"t","tenant_slug":"a","api_url":null})",
+             R"({"device_token":"t","tenant_slug":"a","api_url":["http://h"]})",
+             R"({"device_token":"t","tenant_slug":"a","API_URL":"http://h"})",
+         }) {
+        SCOPED_TRACE(content);
+        EXPECT_FALSE(DeviceIdentity::readEnrollment(content).has_value());
+    }
+}
+
+// What is asked.
+
+TEST(DeviceRequestTest, TheEndpointIsJoinedToTheBaseWithOneSlash) {
+    struct {
+        const char* base;
+        const char* url;
+    } const examples[] = {
+        {"http://h", "http://h/api/orvane/v1/endpoint/agent-config/?process=p"},
+        {"http://h/", "http://h/api/orvane/v1/endpoint/agent-config/?process=p"},
+        {"https://h:8443/base",
+         "https://h:8443/base/api/orvane/v1/endpoint/agent-config/?process=p"},
+        {"https://h/base/", "https://h/base/api/orvane/v1/endpoint/agent-config/?process=p"},
+        {"http://h/a%20b", "http://h/a%20b/api/orvane/v1/endpoint/agent-config/?process=p"},
+        {"http://[::1]:8080", "http://[::1]:8080/api/orvane/v1/endpoint/agent-config/?process=p"},
+        {"http://h?x=1", "http://h/api/orvane/v1/endpoint/agent-config/?process=p"},
+        {"http://h/b?process=q&y=2", "http://h/b/api/orvane/v1/endpoint/agent-config/?process=p"},
+        {"http://h/b/?", "http://h/b/api/orvane/v1/endpoint/agent-config/?process=p"},
+    };
+    for (const auto& [base, url] : examples) {
+        SCOPED_TRACE(base);
+        const auto request = DeviceIdentity::requestFor({"t", "a", base}, "p");
+        EXPECT_EQ(request ? request->url.text() : "(none)", url);
+    }
+}
+
+TEST(DeviceRequestTest, TheProcessIsPercentEncoded) {
+    struct {
+        const char* process;
+        const char* query;
+    } const examples[] = {
+        {"claude", "process=claude"},     {"", "process="},
+        {"a b", "process=a%20b"},         {"\u00fc", "process=%C3%BC"},
+        {"a&b", "process=a%26b"},         {"a=b", "process=a%3Db"},
+        {"a+b", "process=a%2Bb"},         {"50%", "process=50%25"},
+        {"%20", "process=%2520"},         {"a#b", "process=a%23b"},
+        {"A-z_0.9~", "process=A-z_0.9~"},
+    };
+    for (const auto& [process, query] : examples) {
+        SCOPED_TRACE(process);
+        const auto request = DeviceIdentity::requestFor({"t", "a", "http://h"}, process);
+        EXPECT_EQ(request ? request->url.text() : "(none)",
+                  "http://h/api/orvane/v1/endpoint/agent-config/?"s + query);
+    }
+}
+
+TEST(DeviceRequestTest, TokenAndTenantAreTheOnlyHeaders) {
+    const auto request = DeviceIdentity::requestFor({"t", "a", "http://h"}, "p");
+    EXPECT_THAT(request, Optional(Field(&HttpRequest::headers,
+                                        ElementsAre(FieldsAre("X-Orv-Device", "t"),
+                                                    FieldsAre("X-Orv-Tenant", "a")))));
+}
+
+TEST(DeviceRequestTest, SilenceMayLastTwelveSeconds) {
+    const auto request = DeviceIdentity::requestFor({"t", "a", "http://h"}, "p");
+    EXPECT_THAT(request, Optional(Field(&HttpRequest::inactivityLimit, Optional(12s))));
+}
+
+TEST(DeviceRequestTest, WhatIsNoUrlCannotBeAsked) {
+    for (const char* base :
+         {"", " ", " http://h", "http://h ", "http://h x", "http://h:80a", "http://[::1",
+          "http://h/%zz", "http://h/\u00e9", "http://h/a\nb", "127.0.0.1:8080", "http://h/a#b#c"}) {
+        SCOPED_TRACE(base);
+        EXPECT_FALSE(DeviceIdentity::requestFor({"t", "a", base}, "p").has_value());
+    }
+}
+
+// What an answer is worth.
+
+std::optional<Resolved> judge(std::int64_t status, std::optional<std::string> body) {
+    return DeviceIdentity::readAnswer(HttpResponse{status, std::move(body)}, "https://file");
+}
+
+TEST(DeviceAnswerTest, AFullAnswerIsTakenAsItStands) {
+    EXPECT_EQ(judge(200, goodAnswer), goodResult());
+    EXPECT_EQ(judge(200, R"({"upload_api_key":" k ","api_url":"no url","agent_slug":" ",
+                             "agent_type":"\u00fc","more":[1]})"),
+              (Resolved{"no url", " k ", " ", "\u00fc"}));
+}
+
+TEST(DeviceAnswerTest, TheUploadKeyIsEnough) {
+    EXPECT_EQ(judge(200, R"({"upload_api_key":"k"})"), (Resolved{"https://file", "k", "", ""}));
+}
+
+TEST(DeviceAnswerTest, EmptyTextsAreTakenAsTheyStand) {
+    EXPECT_EQ(judge(200, R"({"upload_api_key":"k","api_url":"","agent_slug":"","agent_type":""})"),
+              (Resolved{"", "k", "", ""}));
+}
+
+TEST(DeviceAnswerTest, WhatIsNoTextCountsAsMissing) {
+    for (const char* value : {"null", "1", "true", "{}", R"(["x"])"}) {
+        SCOPED_TRACE(value);
+        EXPECT_EQ(judge(200, R"({"upload_api_key":"k","api_url":)"s + value + R"(,"agent_slug":)" +
+                                 value + R"(,"agent_type":)" + value + "}"),
+                  (Resolved{"https://file", "k", "", ""}));
+        EXPECT_EQ(judge(200, R"({"api_url":"https://api","upload_api_key":)"s + value + "}"),
+                  std::nullopt);
+    }
+}
+
+TEST(DeviceAnswerTest, EveryTextHasItsOwnPlace) {
+    EXPECT_EQ(judge(200, R"({"upload_api_key":"k","api_url":"u"})"), (Resolved{"u", "k", "", ""}));
+    EXPECT_EQ(judge(200, R"({"upload_api_key":"k","agent_slug":"s"})"),
+              (Resolved{"https://file", "k", "s", ""}));
+    EXPECT_EQ(judge(200, R"({"upload_api_key":"k","agent_type":"t"})"),
+              (Resolved{"https://file", "k", "", "t"}));
+}
+
+TEST(DeviceAnswerTest, WithoutAnUploadKeyItIsWorthNothing) {
+    EXPECT_EQ(judge(200, "{}"), std::nullopt);
+    EXPECT_EQ(judge(200, R"({"upload_api_key":""})"), std::nullopt);
+    EXPECT_EQ(judge(200, R"({"upload_api_key":"","api_url":"https://api","agent_slug":"s"})"),
+              std::nullopt);
+    EXPECT_EQ(judge(200, R"({"UPLOAD_API_KEY":"k"})"), std::nullopt);
+}
+
+TEST(DeviceAnswerTest, OnlyABodyWithAnObjectCounts) {
+    EXPECT_EQ(judge(200, std::nullopt), std::nullopt);
+    for (const char* body :
+         {"", "null", "[]", R"("upload_api_key")", "not json", R"([{"upload_api_key":"k"}])",
+          R"({"upload_api_key":"k")", R"({"upload_api_key":"k"}x)"}) {
+        SCOPED_TRACE(body);
+        EXPECT_EQ(judge(200, body), std::nullopt);
+    }
+}
+
+TEST(DeviceAnswerTest, OnlyStatus200Counts) {
+    for (const std::int64_t status : {0,   100, 199, 201, 202, 203, 204, 206, 299, 300, 301, 302,
+                                      304, 307, 308, 400, 401, 403, 404, 429, 500, 502, 503}) {
+        SCOPED_TRACE(status);
+        EXPECT_EQ(judge(status, goodAnswer), std::nullopt);
+    }
+}
+
+TEST(DeviceAnswerTest, WithoutAResponseThereIsNothing) {
+    EXPECT_EQ(DeviceIdentity::readAnswer(std::nullopt, "https://file"), std::nullopt);
+}
+
+// All of it, over the wire.
+
+class DeviceIdentityTest : public DaemonTest {
+  protected:
+    static fs::path file() { return setup() / "device-identity.json"; }
+    static std::optional<Resolved> resolve() { return DeviceIdentity::resolve("claude"); }
+
+    /// What comes of `step` as the server's answer.
+    std::optional<Resolved> resolvedFrom(Step step) {
+        identify(server.url());
+        server.on(agentConfigPath, {std::move(step)});
+        return resolve();
+    }
+
+    ScriptedServer server;
+};
+
+TEST_F(DeviceIdentityTest, TheAnswerBecomesTheResult) {
+    EXPECT_EQ(resolvedFrom(answer(200, goodAnswer)), goodResult());
+}
+
+TEST_F(DeviceIdentityTest, WithoutItsOwnUrlTheAnswerGetsTheFiles) {
+    EXPECT_EQ(resolvedFrom(answer(200, R"({"upload_api_key":"k"})")),
+              (Resolved{server.url(), "k", "", ""}));
+}
+
+TEST_F(DeviceIdentityTest, TheRequestHoldsNothingButWhatItHasTo) {
+    (void)resolvedFrom(answer(200, goodAnswer));
+    ASSERT_THAT(server.requests(), SizeIs(1));
+    const ReceivedRequest request = server.requests().front();
+    EXPECT_EQ(request.method, "GET");
+    EXPECT_EQ(request.target, "/api/orvane/v1/endpoint/agent-config/?process=claude");
+    EXPECT_THAT(request.headers,
+                testing::UnorderedElementsAre(
+                    Pair("Host", "127.0.0.1:" + std::to_string(server.port())),
+                    Pair("User-Agent", testing::StartsWith("OrvanePolicyDaemon/")),
+                    Pair("Accept-Encoding", testing::_), Pair("X-Orv-Device", "device-1"),
+                    Pair("X-Orv-Tenant", "tenant-1")));
+    EXPECT_THAT(request.raw, EndsWith("\r\n\r\n"));
+}
+
+TEST_F(DeviceIdentityTest, TheProcessGoesIntoTheQuery) {
+    identify(server.url());
+    server.on(agentConfigPath, {answer(200, goodAnswer)});
+    EXPECT_EQ(DeviceIdentity::resolve("a b/\u00fc&c"), goodResult());
+    ASSERT_THAT(server.requests(), SizeIs(1));
+    EXPECT_EQ(server.requests().front().target,
+              "/api/orvane/v1/endpoint/agent-config/?process=a%20b/%C3%BC%26c");
+}
+
+TEST_F(DeviceIdentityTest, TheBasesPathStaysAndItsQueryGoes) {
+    for (const char* suffix : {"/base", "/base/", "/base?x=1", "/base/?process=other#f"}) {
+        SCOPED_TRACE(suffix);
+        identify(server.url() + suffix);
+        server.on("/base/api/orvane/v1/endpoint/agent-config/", {answer(200, goodAnswer)});
+        EXPECT_EQ(resolve(), goodResult());
+        EXPECT_EQ(server.requests().back().target,
+                  "/base/api/orvane/v1/endpoint/agent-config/?process=claude");
+    }
+}
+
+TEST_F(DeviceIdentityTest, OtherStatusesGiveNothing) {
+    for (const int status : {201, 202, 204, 206, 300, 304, 400, 401, 403, 404, 500, 503}) {
+        SCOPED_TRACE(status);
+        EXPECT_EQ(resolvedFrom(answer(status, status == 204 || status == 304 ? "" : goodAnswer)),
+                  std::nullopt);
+    }
+}
+
+TEST_F(DeviceIdentityTest, ARedirectIsNotFollowed) {
+    ScriptedServer other;
+    other.on(agentConfigPath, {answer(200, goodAnswer)});
+    for (const int status : {301, 302, 303, 307, 308}) {
+        SCOPED_TRACE(status);
+        EXPECT_EQ(
+            resolvedFrom(answer(status, goodAnswer, {{"Location", other.url() + agentConfigPath}})),
+            std::nullopt);
+    }
+    EXPECT_EQ(other.connectionCount(), 0U);
+}
+
+TEST_F(DeviceIdentityTest, UnusableBodiesGiveNothing) {
+    for (const char* body :
+         {"", "[]", "not json", R"({"upload_api_key":""})", R"({"api_url":"u"})"}) {
+        SCOPED_TRACE(body);
+        EXPECT_EQ(resolvedFrom(answer(200, body)), std::nullopt);
+    }
+}
+
+TEST_F(DeviceIdentityTest, AnInterimAnswerIsNotTheAnswer) {
+    EXPECT_EQ(resolvedFrom([](Connection& connection, const ReceivedRequest& request) {
+                  return answer(103)(connection, request) &&
+                         answer(200, goodAnswer)(connection, request);
+              }),
+              goodResult());
+}
+
+TEST_F(DeviceIdentityTest, TransportErrorsGiveNothing) {
+    const std::vector<std::pair<const char*, Step>> steps{
+        {"closed", closeAtOnce()},
+        {"reset", resetAtOnce()},
+        {"not HTTP", sendAndClose("hello\r\n\r\n")},
+        {"only half a header", sendAndClose("HTTP/1.1 200 OK\r\nContent-Le")},
+        {"cut short",
+         sendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n"s + goodAnswer)},
+    };
+    for (const auto& [name, step] : steps) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(resolvedFrom(step), std::nullopt);
+    }
+}
+
+TEST_F(DeviceIdentityTest, AServerThatIsNotThereGivesNothing) {
+    {
+        const ScriptedServer gone;
+        identify(gone.url());
+    }
+    EXPECT_EQ(resolve(), std::nullopt);
+}
+
+TEST_F(DeviceIdentityTest, WithoutAUsableFileNothingIsAsked) {
+    EXPECT_EQ(resolve(), std::nullopt) << "no file";
+    const std::string url = R"("api_url":")" + server.url() + R"(")";
+    for (const std::string& content : {
+             ""s,
+             "["s + "{\"device_token\":\"t\",\"tenant_slug\":\"a\"," + url + "}]",
+             "{\"device_token\":\"\",\"tenant_slug\":\"a\"," + url + "}",
+             "{\"device_token\":\"t\",\"tenant_slug\":\"\"," + url + "}",
+             "{\"device_token\":1,\"tenant_slug\":\"a\"," + url + "}",
+             "{\"device_token\":\"t\"," + url + "}",
+             "{\"tenant_slug\":\"a\"," + url + "}",
+             R"({"device_token":"t","tenant_slug":"a"})"s,
+         }) {
+        SCOPED_TRACE(content);
+        writeFile(file(), content);
+        EXPECT_EQ(resolve(), std::nullopt);
+    }
+    EXPECT_EQ(server.connectionCount(), 0U);
+}
+
+TEST_F(DeviceIdentityTest, AUrlThatCannotBeFetchedGivesNothing) {
+    const std::string address = "127.0.0.1:" + std::to_string(server.port());
+    for (const std::string& base : {""s, "/"s, "http://"s, "http:///" + address, "//" + address,
+                                    address, "localhost:" + std::to_string(server.port()),
+                                    "ftp://" + address, "http:" + address, " http://" + address}) {
+        SCOPED_TRACE(base);
+        identify(base);
+        EXPECT_EQ(resolve(), std::nullopt);
+    }
+    EXPECT_EQ(server.connectionCount(), 0U);
+}
+
+TEST_F(DeviceIdentityTest, CredentialsThatAreNoHeaderValuesAreNotSent) {
+    for (const std::string& bad : {"t\nX-Orv-Key: k"s, "t\r"s, "t\0"s, "\x01"s}) {
+        SCOPED_TRACE(testing::PrintToString(bad));
+        for (const char* key : {"device_token", "tenant_slug"}) {
+            nlohmann::json identity{
+                {"device_token", "t"}, {"tenant_slug", "a"}, {"api_url", server.url()}};
+            identity[key] = bad;
+            writeFile(file(), identity.dump());
+            EXPECT_EQ(resolve(), std::nullopt) << key;
+        }
+    }
+    EXPECT_EQ(server.connectionCount(), 0U);
+}
+
+TEST_F(DeviceIdentityTest, AFileThatIsNoneGivesNothing) {
+    fs::create_directories(file());
+    EXPECT_EQ(resolve(), std::nullopt) << "a directory";
+    fs::remove(file());
+    ASSERT_EQ(::mkfifo(file().c_str(), 0600), 0);
+    EXPECT_EQ(resolve(), std::nullopt) << "a FIFO";
+    fs::remove(file());
+    fs::create_symlink(root() / "nowhere", file());
+    EXPECT_EQ(resolve(), std::nullopt) << "a dangling link";
+}
+
+TEST_F(DeviceIdentityTest, AnUnreadableFileGivesNothing) {
+    identify("http://127.0.0.1:1");
+    fs::permissions(root(), fs::perms(0755));
+    fs::permissions(file(), fs::perms::none);
+    EXPECT_TRUE(asOrdinaryUser([] { return !resolve().has_value(); }));
+}
+
+TEST_F(DeviceIdentityTest, EveryCallReadsTheFileAndAsksAnew) {
+    server.on(agentConfigPath, {answer(200, goodAnswer), answer(200, R"({"upload_api_key":"2"})")});
+    identify(server.url());
+    EXPECT_EQ(resolve(), goodResult());
+    EXPECT_EQ(resolve(), (Resolved{server.url(), "2", "", ""}));
+    fs::remove(file());
+    EXPECT_EQ(resolve(), std::nullopt);
+    EXPECT_THAT(server.requests(), SizeIs(2));
+}
+
+TEST_F(DeviceIdentityTest, NothingIsWrittenOrLogged) {
+    EXPECT_EQ(resolvedFrom(closeAtOnce()), std::nullopt);
+    EXPECT_EQ(resolvedFrom(answer(401, "no")), std::nullopt);
+    EXPECT_EQ(resolvedFrom(answer(200, goodAnswer)), goodResult());
+    EXPECT_EQ(log.raw(), "");
+    EXPECT_THAT(namesIn(root()), ElementsAre("private"));
+    EXPECT_THAT(namesIn(setup()), ElementsAre("device-identity.json"));
+}
+
+// How long it may take. The server's steps move the session's clock; the caller's own limit is on
+// the real one.
+
+TEST_F(DeviceIdentityTest, AnAnswerWithinTheLimitsCounts) {
+    EXPECT_EQ(resolvedFrom(after([] { virtual_clock::advance(10s); }, answer(200, goodAnswer))),
+              goodResult());
+}
+
+TEST_F(DeviceIdentityTest, SilenceEndsAfterTwelveSeconds) {
+    identify(server.url());
+    server.on(agentConfigPath, {after([] { virtual_clock::advance(11500ms); }, staySilent())});
+    const auto start = clock::monotonicNow();
+    EXPECT_EQ(resolve(), std::nullopt);
+    EXPECT_THAT(clock::monotonicNow() - start, AllOf(Ge(12s), Le(12900ms)));
+}
+
+class RealTimeDeviceIdentityTest : public DeviceIdentityTest {
+  protected:
+    /// The real time that a call takes which ends without a result.
+    static std::chrono::duration<double> timeWithoutResult() {
+        const auto start = std::chrono::steady_clock::now();
+        EXPECT_EQ(resolve(), std::nullopt);
+        return std::chrono::steady_clock::now() - start;
+    }
+};
+
+TEST_F(RealTimeDeviceIdentityTest, ASilentServerIsGivenUpAfterTwelveSeconds) {
+    identify(server.url());
+    server.on(agentConfigPath, {staySilent()});
+    EXPECT_THAT(timeWithoutResult(), AllOf(Ge(11500ms), Le(14s)));
+}
+
+TEST_F(RealTimeDeviceIdentityTest, ATricklingServerIsGivenUpAfterFifteenSeconds) {
+    identify(server.url());
+    server.on(agentConfigPath,
+              {trickle("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n{", ' ', 2s)});
+    EXPECT_THAT(timeWithoutResult(), AllOf(Ge(14900ms), Le(15900ms)));
+}
+
+TEST_F(RealTimeDeviceIdentityTest, AnAnswerThatComesTooLateDisturbsNothing) {
+    const std::string body = goodAnswer;
+    std::promise<void> givenUp;
+    std::promise<void> sent;
+    server.on(agentConfigPath, {[&](Connection& connection, const ReceivedRequest&) {
+                  bool going = connection.send("HTTP/1.1 200 OK\r\nContent-Length: " +
+                                               std::to_string(body.size()) + "\r\n\r\n") &&
+                               connection.pause(10s) && connection.send(body.substr(0, 1));
+                  givenUp.get_future().wait();
+                  going = going && connection.send(body.substr(1));
+                  sent.set_value();
+                  return going;
+              }});
+    identify(server.url());
+    EXPECT_EQ(resolve(), std::nullopt);
+    givenUp.set_value();
+    sent.get_future().wait();
+    server.on(agentConfigPath, {answer(200, R"({"upload_api_key":"next"})")});
+    EXPECT_EQ(resolve(), (Resolved{server.url(), "next", "", ""}));
+}
+
+}  // namespace
+}  // namespace orvane::test

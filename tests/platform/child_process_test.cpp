@@ -1,0 +1,279 @@
+#include "platform/child_process.h"
+
+#include "platform/environment.h"
+#include "platform/in_child.h"
+#include "platform/system_calls.h"
+#include "support/test_files.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace orvane::test {
+
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::Optional;
+
+class ChildProcessTest : public ::testing::Test {
+  protected:
+    /// A shell script with `body`, executable.
+    [[nodiscard]] fs::path script(std::string_view body) const {
+        const fs::path path = directory_.path() / "tool";
+        writeFile(path, "#!/bin/sh\n" + std::string(body) + "\n");
+        fs::permissions(path, fs::perms(0755));
+        return path;
+    }
+
+    [[nodiscard]] fs::path directory() const { return directory_.path(); }
+
+  private:
+    TempDirectory directory_;
+};
+
+std::size_t openDescriptors() {
+    return namesIn("/proc/self/fd").size();
+}
+
+TEST_F(ChildProcessTest, TheOutputIsWhatTheToolPrints) {
+    EXPECT_THAT(outputOf(script("printf 'one\\ntwo\\000three'"), {}),
+                Optional(std::string("one\ntwo\0three", 13)));
+}
+
+TEST_F(ChildProcessTest, AToolThatPrintsNothingHasAnEmptyOutput) {
+    EXPECT_THAT(outputOf(script(":"), {}), Optional(std::string()));
+}
+
+TEST_F(ChildProcessTest, OutputLongerThanOneReadIsComplete) {
+    const auto output = outputOf(
+        script("i=0; while [ $i -lt 1000 ]; do echo 0123456789012345678; i=$((i+1)); done"), {});
+    ASSERT_TRUE(output);
+    EXPECT_EQ(output->size(), 20'000U);
+}
+
+TEST_F(ChildProcessTest, ArgumentsArriveAsTheyAre) {
+    EXPECT_THAT(outputOf(script("printf '[%s]' \"$0\" \"$@\""),
+                         {"-rd1", "", "a b", "$HOME", "*", "'\"\\", "\u00E9\n"}),
+                Optional("[" + (directory() / "tool").string() +
+                         "][-rd1][][a b][$HOME][*]['\"\\][\u00E9\n]"));
+}
+
+TEST_F(ChildProcessTest, TheWorkingDirectoryIsInherited) {
+    EXPECT_THAT(outputOf(script("pwd"), {}), Optional(fs::current_path().string() + "\n"));
+}
+
+TEST_F(ChildProcessTest, TheEnvironmentIsInherited) {
+    ::setenv("ORVANE_TEST_VARIABLE", "a value", 1);
+    EXPECT_THAT(outputOf(script("printf '%s' \"$ORVANE_TEST_VARIABLE\""), {}),
+                Optional(std::string("a value")));
+}
+
+TEST_F(ChildProcessTest, StandardInputIsInherited) {
+    writeFile(directory() / "input", "from the parent");
+    const int original = ::dup(STDIN_FILENO);
+    const int input = ::open((directory() / "input").c_str(), O_RDONLY | O_CLOEXEC);
+    ::dup2(input, STDIN_FILENO);
+    const auto output = outputOf(script("cat"), {});
+    ::dup2(original, STDIN_FILENO);
+    ::close(input);
+    ::close(original);
+    EXPECT_THAT(output, Optional(std::string("from the parent")));
+}
+
+TEST_F(ChildProcessTest, StandardErrorIsNotPartOfTheOutput) {
+    EXPECT_THAT(outputOf(script("echo complaint >&2; echo answer"), {}),
+                Optional(std::string("answer\n")));
+}
+
+TEST_F(ChildProcessTest, StandardErrorDoesNotReachTheParents) {
+    const fs::path file = directory() / "stderr";
+    const int original = ::dup(STDERR_FILENO);
+    const int captured = ::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    ::dup2(captured, STDERR_FILENO);
+    const auto output = outputOf(script("echo complaint >&2"), {});
+    ::dup2(original, STDERR_FILENO);
+    ::close(original);
+    ::close(captured);
+    EXPECT_THAT(output, Optional(std::string()));
+    EXPECT_EQ(readFile(file), "");
+}
+
+TEST_F(ChildProcessTest, TheExitStatusIsNotLookedAt) {
+    EXPECT_THAT(outputOf(script("echo answer; exit 3"), {}), Optional(std::string("answer\n")));
+}
+
+TEST_F(ChildProcessTest, WhatAKilledToolPrintedIsKept) {
+    EXPECT_THAT(outputOf(script("echo answer; kill -9 $$"), {}), Optional(std::string("answer\n")));
+}
+
+TEST_F(ChildProcessTest, TheToolHasAProcessGroupOfItsOwn) {
+    // /proc/PID/stat: pid, (name), state, parent, process group
+    const auto output = outputOf(
+        script("read pid name state parent group rest </proc/$$/stat; echo $pid $group"), {});
+    ASSERT_TRUE(output);
+    const auto blank = output->find(' ');
+    EXPECT_EQ(output->substr(0, blank) + "\n", output->substr(blank + 1));
+}
+
+TEST_F(ChildProcessTest, ABrokenPipeEndsTheToolThoughTheParentIgnoresIt) {
+    const auto output = inChild([] {
+        ignoreBrokenPipes();
+        return outputOf("/bin/sh", {"-c", "grep -E 'SigIgn' /proc/$$/status"}).value_or("none");
+    });
+    const auto ignored = std::stoull(output.substr(output.find(':') + 1), nullptr, 16);
+    EXPECT_EQ(ignored & (1ULL << (SIGPIPE - 1)), 0U) << output;
+}
+
+TEST_F(ChildProcessTest, TheToolGetsNoOtherDescriptor) {
+    // The lowest free one and a high one, both without close-on-exec.
+    const int low = ::open("/dev/null", O_RDONLY);
+    const int high = ::fcntl(low, F_DUPFD, 200);
+    const auto output =
+        outputOf(script("for each; do [ -e /proc/$$/fd/$each ] && echo $each; done; :"),
+                 {"0", "1", "2", std::to_string(low), std::to_string(high)});
+    ::close(low);
+    ::close(high);
+    EXPECT_THAT(output, Optional(std::string("0\n1\n2\n")));
+}
+
+TEST_F(ChildProcessTest, WhatCannotBeLaunchedHasNoOutput) {
+    const fs::path tool = script("echo answer");
+    EXPECT_EQ(outputOf(directory() / "missing", {}), std::nullopt);
+    EXPECT_EQ(outputOf(directory(), {}), std::nullopt);
+    EXPECT_EQ(outputOf("", {}), std::nullopt);
+    EXPECT_EQ(outputOf(tool / "below", {}), std::nullopt);
+    fs::permissions(tool, fs::perms(0644));
+    EXPECT_EQ(outputOf(tool, {}), std::nullopt);
+}
+
+TEST_F(ChildProcessTest, ADeviceIsNotLaunched) {
+    EXPECT_EQ(outputOf("/dev/null", {}), std::nullopt);
+}
+
+TEST_F(ChildProcessTest, AnInterpreterThatIsMissingCountsAsNotLaunched) {
+    writeFile(directory() / "tool", "#!/nonexistent/interpreter\n");
+    fs::permissions(directory() / "tool", fs::perms(0755));
+    EXPECT_EQ(outputOf(directory() / "tool", {}), std::nullopt);
+}
+
+TEST_F(ChildProcessTest, ALinkToAToolIsFollowed) {
+    fs::create_symlink(script("echo answer"), directory() / "link");
+    EXPECT_THAT(outputOf(directory() / "link", {}), Optional(std::string("answer\n")));
+}
+
+TEST_F(ChildProcessTest, ToolsAreNotLookedUpInThePath) {
+    EXPECT_EQ(outputOf("echo", {"x"}), std::nullopt);
+}
+
+TEST_F(ChildProcessTest, TheToolLeavesNoZombie) {
+    ASSERT_TRUE(outputOf(script(":"), {}));
+    EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(ChildProcessTest, NoDescriptorStaysOpen) {
+    const fs::path tool = script("echo answer");
+    const auto before = openDescriptors();
+    ASSERT_TRUE(outputOf(tool, {}));
+    ASSERT_FALSE(outputOf(directory() / "missing", {}));
+    fs::permissions(tool, fs::perms(0644));
+    ASSERT_FALSE(outputOf(tool, {}));
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(ChildProcessTest, ThePipesAreNotInheritedByOtherChildren) {
+    // While the tool runs, the numbers of the pipes' ends are open here: each must be
+    // close-on-exec.
+    std::vector<int> inheritable;
+    SystemCallHooks hooks;
+    const auto before = namesIn("/proc/self/fd");
+    hooks.waitpid = [&]() -> std::optional<int> {
+        for (const std::string& name : namesIn("/proc/self/fd")) {
+            const int number = std::stoi(name);
+            if (::fcntl(number, F_GETFD) == 0 && pathOf(number).starts_with("pipe:") &&
+                std::find(before.begin(), before.end(), name) == before.end()) {
+                inheritable.push_back(number);
+            }
+        }
+        return std::nullopt;
+    };
+    const WithSystemCallHooks installed(hooks);
+    ASSERT_TRUE(outputOf(script(":"), {}));
+    EXPECT_THAT(inheritable, ::testing::IsEmpty());
+}
+
+TEST_F(ChildProcessTest, TheWaitComesBeforeTheRead) {
+    std::vector<std::string> calls;
+    SystemCallHooks hooks;
+    hooks.waitpid = [&]() -> std::optional<int> {
+        calls.emplace_back("wait");
+        return std::nullopt;
+    };
+    hooks.read = [&](int, std::size_t) -> std::optional<ssize_t> {
+        calls.emplace_back("read");
+        return std::nullopt;
+    };
+    {
+        const fs::path tool = script("echo answer");
+        const WithSystemCallHooks installed(hooks);
+        ASSERT_TRUE(outputOf(tool, {}));
+    }
+    EXPECT_THAT(calls, ::testing::ElementsAre("wait", "read", "read"));
+}
+
+TEST_F(ChildProcessTest, InterruptionsChangeNothing) {
+    const fs::path tool = script("echo answer");
+    int waitInterruptions = 2;
+    int readInterruptions = 2;
+    SystemCallHooks hooks;
+    hooks.waitpid = [&] {
+        return waitInterruptions-- > 0 ? std::optional(failWith(EINTR)) : std::nullopt;
+    };
+    hooks.read = [&](int, std::size_t) {
+        return readInterruptions-- > 0 ? std::optional<ssize_t>(failWith(EINTR)) : std::nullopt;
+    };
+    const WithSystemCallHooks installed(hooks);
+    EXPECT_THAT(outputOf(tool, {}), Optional(std::string("answer\n")));
+    EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+}
+
+TEST_F(ChildProcessTest, AFailedReadEndsTheOutput) {
+    const fs::path tool = script("echo answer");
+    SystemCallHooks hooks;
+    hooks.read = [](int, std::size_t) { return std::optional<ssize_t>(failWith(EIO)); };
+    const WithSystemCallHooks installed(hooks);
+    EXPECT_THAT(outputOf(tool, {}), Optional(std::string()));
+}
+
+TEST_F(ChildProcessTest, WhatOtherHoldersOfTheOutputPrintLaterIsReadToo) {
+    EXPECT_THAT(outputOf(script("echo early; (sleep 0.2; echo late) &"), {}),
+                Optional(std::string("early\nlate\n")));
+}
+
+TEST_F(ChildProcessTest, NoPipeNoLaunch) {
+    const fs::path marker = directory() / "ran";
+    const fs::path tool = script("touch " + marker.string());
+    EXPECT_EQ(inChild([&] {
+                  while (::dup(0) >= 0) {  // until every descriptor is used up
+                  }
+                  return outputOf(tool, {}) ? "launched" : "not launched";
+              }),
+              "not launched");
+    EXPECT_FALSE(fs::exists(marker));
+}
+
+}  // namespace
+
+}  // namespace orvane::test

@@ -1,0 +1,141 @@
+#include "platform/environment.h"
+
+#include "platform/in_child.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <initializer_list>
+#include <string>
+
+namespace orvane::test {
+
+namespace {
+
+TEST(EnvironmentTest, TheProcessIdIsThisProcesss) {
+    EXPECT_EQ(processId(), ::getpid());
+    EXPECT_EQ(inChild([] { return std::to_string(processId() - ::getpid()); }), "0");
+}
+
+TEST(EnvironmentTest, AVariableHasItsValue) {
+    ::setenv("ORVANE_TEST_VARIABLE", " some value ", 1);
+    EXPECT_EQ(environmentValue("ORVANE_TEST_VARIABLE"), " some value ");
+}
+
+TEST(EnvironmentTest, AnUnsetAndAnEmptyVariableLookTheSame) {
+    ::unsetenv("ORVANE_TEST_VARIABLE");
+    EXPECT_EQ(environmentValue("ORVANE_TEST_VARIABLE"), "");
+    ::setenv("ORVANE_TEST_VARIABLE", "", 1);
+    EXPECT_EQ(environmentValue("ORVANE_TEST_VARIABLE"), "");
+}
+
+/// What a write to a pipe without a reader does.
+std::string writeToBrokenPipe() {
+    std::array<int, 2> ends{};
+    if (::pipe(ends.data()) != 0) {
+        return "no pipe";
+    }
+    ::close(ends[0]);
+    return ::write(ends[1], "x", 1) < 0 && errno == EPIPE ? "error" : "written";
+}
+
+TEST(EnvironmentTest, AWriteToABrokenPipeBecomesAnError) {
+    EXPECT_EQ(inChild([] {
+                  (void)std::signal(SIGPIPE, SIG_DFL);
+                  ignoreBrokenPipes();
+                  return writeToBrokenPipe();
+              }),
+              "error");
+}
+
+bool isNullDevice(int descriptor) {
+    struct stat status {};
+    return ::fstat(descriptor, &status) == 0 && S_ISCHR(status.st_mode) &&
+           status.st_rdev == ::makedev(1, 3);
+}
+
+/// Closes `descriptors`, calls the function under test and tells, for 0 to 3, which are open: "n"
+/// to /dev/null, "o" to something else, "-" not at all.
+std::string afterClosing(std::initializer_list<int> descriptors) {
+    // The child's way to answer must not have one of the numbers in question.
+    return inChild([descriptors] {
+        for (const int descriptor : descriptors) {
+            ::close(descriptor);
+        }
+        ::close(3);
+        occupyStandardDescriptors();
+        std::string open;
+        for (int descriptor = 0; descriptor <= 3; ++descriptor) {
+            open += isNullDevice(descriptor) ? 'n' : ::fcntl(descriptor, F_GETFD) >= 0 ? 'o' : '-';
+        }
+        return open;
+    });
+}
+
+class StandardDescriptorsTest : public ::testing::Test {
+  protected:
+    StandardDescriptorsTest() {
+        // Something other than /dev/null on all three, and on 3 a guard, so that nothing of the
+        // test's own gets that number.
+        const int file = ::memfd_create("standard", 0);
+        for (int descriptor = 0; descriptor <= 3; ++descriptor) {
+            originals_.at(static_cast<std::size_t>(descriptor)) = ::fcntl(descriptor, F_DUPFD, 10);
+            ::dup2(file, descriptor);
+        }
+        file_ = file;
+    }
+    StandardDescriptorsTest(const StandardDescriptorsTest&) = delete;
+    StandardDescriptorsTest& operator=(const StandardDescriptorsTest&) = delete;
+    ~StandardDescriptorsTest() override {
+        for (int descriptor = 0; descriptor <= 3; ++descriptor) {
+            const int original = originals_.at(static_cast<std::size_t>(descriptor));
+            if (original >= 0) {
+                ::dup2(original, descriptor);
+                ::close(original);
+            } else {
+                ::close(descriptor);
+            }
+        }
+        ::close(file_);
+    }
+
+  private:
+    std::array<int, 4> originals_{};
+    int file_ = -1;
+};
+
+TEST_F(StandardDescriptorsTest, AllThereIsLeftAlone) {
+    EXPECT_EQ(afterClosing({}), "ooo-");
+}
+
+TEST_F(StandardDescriptorsTest, WhatIsMissingLeadsToTheNullDevice) {
+    EXPECT_EQ(afterClosing({0}), "noo-");
+    EXPECT_EQ(afterClosing({1}), "ono-");
+    EXPECT_EQ(afterClosing({2}), "oon-");
+    EXPECT_EQ(afterClosing({0, 2}), "non-");
+    EXPECT_EQ(afterClosing({0, 1, 2}), "nnn-");
+}
+
+TEST_F(StandardDescriptorsTest, TheNullDeviceCanBeReadAndWritten) {
+    EXPECT_EQ(inChild([] {
+                  ::close(0);
+                  ::close(1);
+                  occupyStandardDescriptors();
+                  char byte = 0;
+                  return std::to_string(::read(0, &byte, 1)) + std::to_string(::write(1, "x", 1));
+              }),
+              "01");
+}
+
+}  // namespace
+
+}  // namespace orvane::test

@@ -1,0 +1,159 @@
+#include "platform/http_exchange.h"
+
+#include "platform/semaphore.h"
+#include "support/rooted_paths.h"
+#include "support/virtual_clock.h"
+
+#include <cstdlib>
+#include <deque>
+#include <mutex>
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+namespace orvane::test {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Far beyond what anything here takes, for a machine with much else to do.
+constexpr std::chrono::milliseconds patience = 60s;
+
+}  // namespace
+
+struct Exchange::State {
+    std::mutex mutex;
+    HttpResult result;
+    int completions = 0;
+    std::thread::id thread;
+    Semaphore complete{0};
+};
+
+Exchange::Exchange(HttpSession& session, HttpRequest request) : state_(std::make_shared<State>()) {
+    session.send(std::move(request), [state = state_](HttpResult result) {
+        {
+            const std::lock_guard lock(state->mutex);
+            state->result = std::move(result);
+            state->thread = std::this_thread::get_id();
+            ++state->completions;
+        }
+        state->complete.signal();
+    });
+}
+
+HttpResult Exchange::result() {
+    if (!state_->complete.waitFor(patience)) {
+        throw std::runtime_error("the exchange does not end");
+    }
+    const std::lock_guard lock(state_->mutex);
+    return std::move(state_->result);
+}
+
+int Exchange::completions() const {
+    const std::lock_guard lock(state_->mutex);
+    return state_->completions;
+}
+
+std::thread::id Exchange::thread() const {
+    const std::lock_guard lock(state_->mutex);
+    return state_->thread;
+}
+
+HttpRequest requestFor(const std::string& url, std::vector<HttpHeader> headers) {
+    return {Url::parse(url).value(), std::move(headers), std::nullopt};
+}
+
+HttpResult fetch(HttpSession& session, HttpRequest request) {
+    return Exchange(session, std::move(request)).result();
+}
+
+HttpResult fetch(HttpSession& session, const std::string& url) {
+    return fetch(session, requestFor(url));
+}
+
+void letWorkerTurn(HttpSession& session) {
+    // A refused request completes at the start of a turn; between two of them is a whole one.
+    for (int i = 0; i < 2; ++i) {
+        (void)fetch(session, "refused:");
+    }
+}
+
+struct Puppet::State {
+    std::mutex mutex;
+    std::deque<std::optional<std::string>> moves;  ///< what to send; absent to close
+    Semaphore arrived{0};
+    Semaphore done{0};
+
+    void make(std::optional<std::string> move) {
+        {
+            const std::lock_guard lock(mutex);
+            moves.push_back(std::move(move));
+        }
+        if (!done.waitFor(patience)) {
+            throw std::runtime_error("the server does not move");
+        }
+    }
+
+    /// The next move; absent when there is none yet.
+    std::optional<std::optional<std::string>> take() {
+        const std::lock_guard lock(mutex);
+        if (moves.empty()) {
+            return std::nullopt;
+        }
+        auto move = std::move(moves.front());
+        moves.pop_front();
+        return move;
+    }
+};
+
+Puppet::Puppet() : state_(std::make_shared<State>()) {}
+
+Step Puppet::step() const {
+    return [state = state_](Connection& connection, const ReceivedRequest&) {
+        state->arrived.signal();
+        while (connection.pause(1ms)) {
+            const auto move = state->take();
+            if (!move) {
+                continue;
+            }
+            if (*move) {
+                (void)connection.send(**move);
+            }
+            state->done.signal();
+            if (!*move) {
+                break;
+            }
+        }
+        return false;
+    };
+}
+
+void Puppet::waitForRequest() const {
+    if (!state_->arrived.waitFor(patience)) {
+        throw std::runtime_error("no request comes");
+    }
+}
+
+void Puppet::send(std::string_view bytes) const {
+    state_->make(std::string(bytes));
+}
+
+void Puppet::close() const {
+    state_->make(std::nullopt);
+}
+
+HttpTest::HttpTest() {
+    rooted_paths::setRoot(root_.path());
+    virtual_clock::reset();
+    for (const char* name : {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY",
+                             "no_proxy", "NO_PROXY"}) {
+        (void)::unsetenv(name);
+    }
+}
+
+HttpTest::~HttpTest() {
+    virtual_clock::reset();
+}
+
+}  // namespace orvane::test

@@ -1,0 +1,355 @@
+// How long an exchange may take and how much it may bring.
+#include "platform/http_exchange.h"
+#include "platform/http_session.h"
+#include "platform/paths.h"
+#include "support/scripted_server.h"
+#include "support/test_ca.h"
+#include "support/virtual_clock.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace orvane::test {
+
+namespace {
+
+using ::testing::Optional;
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+
+constexpr const char* timedOut = "The request timed out.";
+constexpr const char* wholeAnswer = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody";
+
+// The clock stands between two advances but for the milliseconds that the test itself takes: what
+// is to be in time keeps a distance of at least 30 seconds from the limit.
+class HttpLimitsTest : public HttpTest {
+  protected:
+    /// Starts a request that `puppet` will answer.
+    Exchange start(HttpRequest request) {
+        server.on("/p", {puppet.step()});
+        Exchange exchange(session, std::move(request));
+        puppet.waitForRequest();
+        letWorkerTurn(session);
+        return exchange;
+    }
+    Exchange start() { return start(requestFor(server.url() + "/p")); }
+
+    /// Moves the clock and lets the session see it.
+    void advance(std::chrono::seconds by) {
+        virtual_clock::advance(by);
+        letWorkerTurn(session);
+    }
+
+    /// Has the server send `bytes` and lets the session see them.
+    void send(std::string_view bytes) {
+        puppet.send(bytes);
+        letWorkerTurn(session);
+    }
+
+    ScriptedServer server;
+    Puppet puppet;
+    HttpSession session{limits};
+};
+
+TEST_F(HttpLimitsTest, SilenceUpToTheLimitIsTaken) {
+    Exchange exchange = start();
+    advance(300s);
+    EXPECT_FALSE(exchange.isComplete());
+    puppet.send(wholeAnswer);
+    EXPECT_THAT(exchange.result().response.value().body, Optional("body"s));
+}
+
+TEST_F(HttpLimitsTest, ALongerSilenceTimesOut) {
+    Exchange exchange = start();
+    advance(330s);
+    ASSERT_TRUE(exchange.isComplete());
+    const auto result = exchange.result();
+    EXPECT_FALSE(result.response);
+    EXPECT_THAT(result.error, Optional(std::string(timedOut)));
+    EXPECT_EQ(exchange.completions(), 1);
+}
+
+TEST_F(HttpLimitsTest, AStallWithinTheHeaderTimesOutWithoutResponse) {
+    Exchange exchange = start();
+    send("HTTP/1.1 200 OK\r\nContent-Le");
+    advance(330s);
+    ASSERT_TRUE(exchange.isComplete());
+    const auto result = exchange.result();
+    EXPECT_FALSE(result.response);
+    EXPECT_THAT(result.error, Optional(std::string(timedOut)));
+}
+
+TEST_F(HttpLimitsTest, AStallWithinTheBodyTimesOutAndKeepsTheStatus) {
+    Exchange exchange = start();
+    send("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf");
+    advance(330s);
+    ASSERT_TRUE(exchange.isComplete());
+    const auto result = exchange.result();
+    ASSERT_TRUE(result.response);
+    EXPECT_EQ(result.response->status, 200);
+    EXPECT_EQ(result.response->body, std::nullopt);
+    EXPECT_THAT(result.error, Optional(std::string(timedOut)));
+}
+
+class HttpTrickleTest : public HttpLimitsTest {
+  protected:
+    /// Sends each of `parts` behind a silence that is too long for two of them to be one.
+    void trickle(const std::vector<std::string>& parts) {
+        for (const std::string& part : parts) {
+            advance(40s);
+            send(part);
+        }
+    }
+
+    Exchange start() {
+        HttpRequest request = requestFor(server.url() + "/p");
+        request.inactivityLimit = 70s;
+        return HttpLimitsTest::start(std::move(request));
+    }
+};
+
+TEST_F(HttpTrickleTest, EveryHeaderLineRestartsTheInactivityLimit) {
+    Exchange exchange = start();
+    trickle({"HTTP/1.1 200 OK\r\n", "A: b\r\n", "Content-Length: 4\r\n"});
+    EXPECT_FALSE(exchange.isComplete());
+    puppet.send("\r\nbody");
+    EXPECT_THAT(exchange.result().response.value().body, Optional("body"s));
+}
+
+TEST_F(HttpTrickleTest, EveryByteOfTheBodyRestartsTheInactivityLimit) {
+    Exchange exchange = start();
+    send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n");
+    trickle({"b", "o", "d"});
+    EXPECT_FALSE(exchange.isComplete());
+    puppet.send("y");
+    EXPECT_THAT(exchange.result().response.value().body, Optional("body"s));
+}
+
+TEST_F(HttpTrickleTest, BytesThatDecodeToNothingYetRestartItToo) {
+    Exchange exchange = start();
+    // The gzip header's file name, which is skipped.
+    send(
+        "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\n\r\n\x1F\x8B\x08\x08\x00\x00\x00\x00\x02\xFF"s);
+    trickle({"n", "a", "m"});
+    EXPECT_FALSE(exchange.isComplete());
+    puppet.send("e\x00\x4B\x49\x4D\xCE\x4F\x49\x4D\x01\x00\xF6\x9A\xF0\x1A\x07\x00\x00\x00"s);
+    puppet.close();
+    EXPECT_THAT(exchange.result().response.value().body, Optional("decoded"s));
+}
+
+TEST_F(HttpTrickleTest, InterimResponsesRestartItToo) {
+    Exchange exchange = start();
+    trickle({"HTTP/1.1 103 Early Hints\r\n\r\n", "HTTP/1.1 103 Early Hints\r\n\r\n"});
+    advance(40s);
+    EXPECT_FALSE(exchange.isComplete());
+    puppet.send(wholeAnswer);
+    EXPECT_THAT(exchange.result().response.value().body, Optional("body"s));
+}
+
+TEST_F(HttpTrickleTest, ASilenceBehindTheLastByteTimesOut) {
+    Exchange exchange = start();
+    send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n");
+    trickle({"b", "o"});
+    advance(70s);
+    EXPECT_TRUE(exchange.isComplete());
+}
+
+TEST_F(HttpTrickleTest, TheTotalLimitEndsATrickle) {
+    Exchange exchange = start();
+    send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n");
+    trickle({"1", "2", "3", "4", "5", "6", "7", "8"});  // 320 s
+    EXPECT_FALSE(exchange.isComplete());
+    advance(40s);
+    ASSERT_TRUE(exchange.isComplete());
+    const auto result = exchange.result();
+    EXPECT_EQ(result.response.value().body, std::nullopt);
+    EXPECT_THAT(result.error, Optional(std::string(timedOut)));
+}
+
+TEST_F(HttpLimitsTest, ARequestsOwnLimitIsShorterThanTheSessions) {
+    HttpRequest request = requestFor(server.url() + "/p");
+    request.inactivityLimit = 12s;
+    Exchange exchange = start(std::move(request));
+    advance(12s);
+    EXPECT_TRUE(exchange.isComplete());
+}
+
+TEST_F(HttpLimitsTest, ARequestsOwnLimitIsLongerThanTheSessions) {
+    HttpSession strict({5s, 360s});
+    server.on("/p", {puppet.step()});
+    HttpRequest request = requestFor(server.url() + "/p");
+    request.inactivityLimit = 200s;
+    Exchange exchange(strict, std::move(request));
+    puppet.waitForRequest();
+    virtual_clock::advance(100s);
+    letWorkerTurn(strict);
+    EXPECT_FALSE(exchange.isComplete());
+    puppet.send(wholeAnswer);
+    EXPECT_FALSE(exchange.result().error);
+}
+
+TEST_F(HttpLimitsTest, TheTotalLimitHoldsForEveryRequest) {
+    HttpRequest request = requestFor(server.url() + "/p");
+    request.inactivityLimit = 1000s;
+    Exchange exchange = start(std::move(request));
+    advance(330s);
+    EXPECT_FALSE(exchange.isComplete());
+    advance(30s);
+    EXPECT_TRUE(exchange.isComplete());
+}
+
+TEST_F(HttpLimitsTest, EachRequestHasItsOwnClock) {
+    Exchange first = start();
+    advance(200s);
+    const Puppet other;
+    server.on("/other", {other.step()});
+    Exchange second(session, requestFor(server.url() + "/other"));
+    other.waitForRequest();
+    advance(160s);
+    EXPECT_TRUE(first.isComplete());
+    EXPECT_FALSE(second.isComplete());
+    advance(170s);
+    EXPECT_TRUE(second.isComplete());
+}
+
+TEST_F(HttpLimitsTest, SeveralOverdueRequestsEndTogether) {
+    Exchange first = start();
+    const Puppet other;
+    server.on("/other", {other.step()});
+    Exchange second(session, requestFor(server.url() + "/other"));
+    other.waitForRequest();
+    virtual_clock::advance(360s);
+    letWorkerTurn(session);
+    EXPECT_THAT(first.result().error, Optional(std::string(timedOut)));
+    EXPECT_THAT(second.result().error, Optional(std::string(timedOut)));
+}
+
+TEST_F(HttpLimitsTest, TheNextRequestAfterATimeoutUsesANewConnection) {
+    Exchange exchange = start();
+    advance(330s);
+    EXPECT_TRUE(exchange.isComplete());
+    EXPECT_FALSE(fetch(session, server.url() + "/other").error);
+    EXPECT_EQ(server.connectionCount(), 2U);
+}
+
+TEST_F(HttpLimitsTest, TheWorkerWakesUpForADeadlineByItself) {
+    Exchange exchange = start();
+    virtual_clock::advance(330s);
+    EXPECT_THAT(exchange.result().error, Optional(std::string(timedOut)));
+}
+
+TEST_F(HttpLimitsTest, TheSharedSessionAllowsAMinuteOfSilenceAndSixMinutesInAll) {
+    HttpSession& shared = HttpSession::shared();
+    server.on("/p", {puppet.step()});
+    Exchange silent(shared, requestFor(server.url() + "/p"));
+    puppet.waitForRequest();
+    virtual_clock::advance(30s);
+    letWorkerTurn(shared);
+    EXPECT_FALSE(silent.isComplete());
+    virtual_clock::advance(30s);
+    letWorkerTurn(shared);
+    EXPECT_TRUE(silent.isComplete());
+
+    const Puppet other;
+    server.on("/other", {other.step()});
+    HttpRequest request = requestFor(server.url() + "/other");
+    request.inactivityLimit = 1000s;
+    Exchange patient(shared, std::move(request));
+    other.waitForRequest();
+    virtual_clock::advance(330s);
+    letWorkerTurn(shared);
+    EXPECT_FALSE(patient.isComplete());
+    virtual_clock::advance(30s);
+    letWorkerTurn(shared);
+    EXPECT_TRUE(patient.isComplete());
+}
+
+// --- In real time, for connecting is measured by the library
+
+TEST_F(HttpLimitsTest, AnUnfinishedTlsHandshakeIsSilence) {
+    const TestCa ca;
+    ScriptedServer tls(ca.issueForLoopback());
+    Puppet stall;
+    tls.onConnect(stall.step());
+    HttpRequest request = requestFor(tls.url() + "/p");
+    request.inactivityLimit = 100s;
+    Exchange exchange(session, std::move(request));
+    stall.waitForRequest();
+    advance(60s);
+    EXPECT_FALSE(exchange.isComplete());
+    advance(40s);
+    ASSERT_TRUE(exchange.isComplete());
+    const auto result = exchange.result();
+    EXPECT_FALSE(result.response);
+    EXPECT_THAT(result.error, Optional(std::string(timedOut)));
+    EXPECT_TRUE(tls.requests().empty());
+}
+
+TEST_F(HttpLimitsTest, TheEndOfTheTlsHandshakeRestartsTheInactivityLimit) {
+    const TestCa ca;
+    ca.trustIn(paths::certificateDirectory());
+    ScriptedServer tls(ca.issueForLoopback());
+    tls.onConnect(
+        [](Connection& connection, const ReceivedRequest&) { return connection.pause(1000ms); });
+    tls.on("/p", {[](Connection& connection, const ReceivedRequest&) {
+               return connection.pause(1400ms) && connection.send(wholeAnswer);
+           }});
+    HttpRequest request = requestFor(tls.url() + "/p");
+    request.inactivityLimit = 2000ms;
+    const auto result = fetch(session, std::move(request));
+    EXPECT_FALSE(result.error) << *result.error;
+}
+
+// --- Size
+
+/// Answers with `size` zero bytes, chunked.
+Step zeros(std::size_t size) {
+    return [size](Connection& connection, const ReceivedRequest&) {
+        constexpr std::size_t chunkSize = std::size_t{4} * 1024 * 1024;
+        static const std::string chunk = "400000\r\n" + std::string(chunkSize, '\0') + "\r\n";
+        bool going = connection.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n");
+        for (std::size_t sent = 0; going && sent + chunkSize <= size; sent += chunkSize) {
+            going = connection.send(chunk);
+        }
+        if (going && size % chunkSize == 1) {
+            going = connection.send("1\r\nx\r\n");
+        }
+        return going && connection.send("0\r\n\r\n");
+    };
+}
+
+TEST_F(HttpLimitsTest, ABodyOfTheLimitIsTaken) {
+    EXPECT_EQ(HttpSession::bodyLimit, 268'435'456U);
+    server.on("/p", {zeros(HttpSession::bodyLimit)});
+    const auto result = fetch(session, server.url() + "/p");
+    EXPECT_FALSE(result.error) << *result.error;
+    EXPECT_EQ(result.response.value().body.value().size(), HttpSession::bodyLimit);
+}
+
+TEST_F(HttpLimitsTest, ALargerBodyEndsTheExchangeAndKeepsTheStatus) {
+    server.on("/p", {zeros(HttpSession::bodyLimit + 1)});
+    const auto result = fetch(session, server.url() + "/p");
+    EXPECT_THAT(result.error, Optional("the response is larger than 268435456 bytes"s));
+    ASSERT_TRUE(result.response);
+    EXPECT_EQ(result.response->status, 200);
+    EXPECT_EQ(result.response->body, std::nullopt);
+}
+
+TEST_F(HttpLimitsTest, AnAnnouncedLengthIsNotTakenAtItsWord) {
+    server.on("/p",
+              {sendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 9000000000000000000\r\n\r\nx")});
+    const auto result = fetch(session, server.url() + "/p");
+    EXPECT_THAT(result.error, Optional("The network connection was lost."s));
+}
+
+}  // namespace
+
+}  // namespace orvane::test

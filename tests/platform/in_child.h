@@ -1,0 +1,16 @@
+// Code that needs a process of its own: other privileges, limits or mounts than the test's.
+#pragma once
+
+#include <functional>
+#include <string>
+
+namespace orvane::test {
+
+/// Runs `body` in a forked child and returns what it returned; throws when the child ended in any
+/// other way, with its error in the text. REQUIRES: no other threads.
+std::string inChild(const std::function<std::string()>& body);
+
+/// As `inChild`, as a user without privileges: the test's own, or "nobody" when that is root.
+std::string inUnprivilegedChild(const std::function<std::string()>& body);
+
+}  // namespace orvane::test

@@ -1,0 +1,141 @@
+// The long limits and sleeps of the daemon as it ships. Its clock runs fifty times as fast as ours
+// (libfaketime, preloaded), the HTTP library's with it, so that minutes take seconds and nothing in
+// the binary knows.
+#include "process/private_root_test.h"
+#include "support/daemon_test.h"
+#include "support/scripted_server.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+
+#include <cstdlib>
+#include <sstream>
+
+namespace orvane::test {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::Ge;
+using ::testing::Le;
+using ::testing::SizeIs;
+
+constexpr int speed = 50;
+
+class LongWaitsTest : public PrivateRootTest {
+  protected:
+    [[nodiscard]] DaemonSetup daemon() const {
+        DaemonSetup setup = PrivateRootTest::daemon();
+        setup.environment["LD_PRELOAD"] = ORVANE_FAKETIME_LIBRARY;
+        setup.environment["FAKETIME"] = "+0 x" + std::to_string(speed);
+        return setup;
+    }
+
+    /// Waits for `seconds` of the daemon's time.
+    static bool pause(Connection& connection, int seconds) {
+        return connection.pause(std::chrono::milliseconds(seconds * 1000 / speed));
+    }
+
+    [[nodiscard]] std::vector<nlohmann::json> activity() const {
+        std::vector<nlohmann::json> lines;
+        std::istringstream content(readFile(orvane() / "logs/policy-daemon.activity.jsonl"));
+        for (std::string line; std::getline(content, line);) {
+            lines.push_back(nlohmann::json::parse(line));
+        }
+        return lines;
+    }
+
+    /// The milliseconds of an ISO 8601 time within its day.
+    static long milliseconds(const std::string& time) {
+        const auto part = [&](std::size_t at, std::size_t size) {
+            return std::stol(time.substr(at, size));
+        };
+        return ((part(11, 2) * 60 + part(14, 2)) * 60 + part(17, 2)) * 1000 + part(20, 3);
+    }
+
+    /// From one time of day to another, over midnight if need be.
+    static long between(const std::string& earlier, const std::string& later) {
+        constexpr long day = 86'400'000;
+        return (milliseconds(later) - milliseconds(earlier) + day) % day;
+    }
+
+    /// `milliseconds` and what a busy machine may add to it.
+    static auto about(long milliseconds) {
+        constexpr long slack = 15'000;
+        return AllOf(Ge(milliseconds), Le(milliseconds + slack));
+    }
+
+    ScriptedServer server;
+};
+
+TEST_F(LongWaitsTest, AHoldLongerThanAnyDefaultOfTheLibraryIsNotCutOff) {
+    constexpr int held = 312;  // the library gives up connecting after 300 s
+    server.on(pollPath, {[](Connection& connection, const ReceivedRequest& request) {
+                             return pause(connection, held) && answer(304)(connection, request);
+                         },
+                         staySilent()});
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(server.waitForRequests(2));
+    EXPECT_THAT(process.logLines(), ::testing::Contains("debug policy unchanged (etag=-)"));
+    EXPECT_THAT(activity().at(0)["ms"].get<long>(), about(held * 1000L));
+}
+
+TEST_F(LongWaitsTest, SilenceEndsAPollAfter330Seconds) {
+    server.on(pollPath, {staySilent()});
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(process.waitForLog("Unexpected HTTP 0"));
+    EXPECT_EQ(activity().at(0)["error"], "The request timed out.");
+    EXPECT_THAT(activity().at(0)["ms"].get<long>(), about(330'000));
+}
+
+TEST_F(LongWaitsTest, ATrickleEndsAfter360Seconds) {
+    server.on(pollPath, {trickle("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n", ' ',
+                                 std::chrono::milliseconds(100))});
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(process.waitForLog("Unexpected HTTP 0"));
+    EXPECT_EQ(activity().at(0)["error"], "The request timed out.");
+    EXPECT_THAT(activity().at(0)["ms"].get<long>(), about(360'000));
+}
+
+TEST_F(LongWaitsTest, TheEffectiveFetchEndsAfter30SecondsOfSilence) {
+    server.on(pollPath, {answer(200, "{}"), staySilent()});
+    server.on(effectivePath, {staySilent()});
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(server.waitForRequests(3));
+    const auto lines = activity();
+    ASSERT_THAT(lines, SizeIs(2));
+    EXPECT_EQ(lines[1]["status"], 0);
+    EXPECT_EQ(lines[1]["error"], "The request timed out.");
+    EXPECT_THAT(lines[1]["ms"].get<long>(), about(30'000));
+}
+
+TEST_F(LongWaitsTest, AFailedPollCostsAMinute) {
+    server.on(pollPath, {answer(500), answer(500), staySilent()});
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(server.waitForRequests(3));
+    const auto lines = activity();
+    EXPECT_THAT(between(lines.at(0)["ts"], lines.at(1)["ts"]), about(60'000));
+}
+
+TEST_F(LongWaitsTest, WithoutAProfileItLooksAgainEveryHalfMinute) {
+    const DaemonProcess process(daemon());
+    const auto times = [&] {
+        std::vector<std::string> found;
+        for (const LoggedMessage& message : process.messages()) {
+            if (message.text == "No usable profile — sleeping 30s and retrying") {
+                found.push_back(message.time);
+            }
+        }
+        return found;
+    };
+    ASSERT_TRUE(waitUntil([&] { return times().size() >= 3; }));
+    EXPECT_THAT(between(times()[0], times()[1]), about(30'000));
+    EXPECT_THAT(between(times()[1], times()[2]), about(30'000));
+}
+
+}  // namespace
+}  // namespace orvane::test

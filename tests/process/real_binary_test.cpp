@@ -1,0 +1,209 @@
+// The daemon as it ships, with its fixed paths and its real clock, in a root directory of its own.
+#include "process/private_root_test.h"
+#include "support/daemon_test.h"
+#include "support/scripted_server.h"
+#include "support/test_ca.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <thread>
+
+namespace orvane::test {
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+constexpr const char* policy =
+    R"({"etag":"v1","guard_config":{"capture":{"enabled":true,"hosts":["a.example","b.example"]}}})";
+
+class RealBinaryTest : public PrivateRootTest {
+  protected:
+    /// How often anything in `process` runs during two seconds.
+    static std::size_t wakeUpsOf(const DaemonProcess& process) {
+        constexpr auto settling = std::chrono::milliseconds(300);
+        constexpr auto watched = std::chrono::seconds(2);
+        std::this_thread::sleep_for(settling);
+        const std::size_t before = process.contextSwitches();
+        std::this_thread::sleep_for(watched);
+        return process.contextSwitches() - before;
+    }
+};
+
+TEST_F(RealBinaryTest, AWholeTurnWithTheFixedPaths) {
+    ScriptedServer server;
+    server.on(pollPath, {answer(200, policy), staySilent()});
+    server.on(effectivePath, {answer(200, R"({"effective":true})")});
+    writeFile(root.path() / "usr/sbin/ioreg",
+              "#!/bin/sh\necho \"$@\" > /ioreg-arguments\necho '  \"IOPlatformUUID\" = \"U-1\"'\n");
+    std::filesystem::permissions(root.path() / "usr/sbin/ioreg", std::filesystem::perms(0755));
+    enrol(server.url() + "/");
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(server.waitForRequests(3));
+
+    EXPECT_EQ(readFile(orvane() / "policy.json"), policy);
+    EXPECT_EQ(readFile(orvane() / "policy-etag.json"), R"({"etag":"v1"})");
+    EXPECT_EQ(readFile(orvane() / "guard-effective.json"), R"({"effective":true})");
+    const auto capture = nlohmann::json::parse(readFile(root.setup() / "capture-policy.json"));
+    const auto expected = nlohmann::json{{"enabled", true},
+                                         {"intercept_hosts", {"a.example", "b.example"}},
+                                         {"suppress_ech", false}};
+    EXPECT_EQ(capture, expected);
+    EXPECT_EQ(modeOf(root.setup() / "capture-policy.json"), 0644U);
+    EXPECT_EQ(readFile(root.path() / "ioreg-arguments"), "-rd1 -c IOPlatformExpertDevice\n");
+    EXPECT_EQ(server.requestsTo(effectivePath).at(0).target,
+              std::string(effectivePath) + "?hardware_uuid=U-1");
+    EXPECT_EQ(server.requestsTo(pollPath).at(1).header("If-None-Match"), "\"v1\"");
+    const std::string activity = readFile(orvane() / "logs/policy-daemon.activity.jsonl");
+    EXPECT_EQ(std::count(activity.begin(), activity.end(), '\n'), 2);
+    EXPECT_THAT(process.logLines(),
+                ElementsAre(StartsWith("default OrvanePolicyDaemon starting (pid="),
+                            "default Resolving credentials from ~/.orvane/config…",
+                            "default Using profile [managed] api=" + server.url() + "/",
+                            "default policy updated (91 bytes)",
+                            "default effective config updated (18 bytes)",
+                            "default capture-policy applied from guard cascade: enabled=true "
+                            "hosts=2 suppress_ech=false"));
+    EXPECT_FALSE(std::filesystem::exists(root.path() / "wrong"));
+}
+
+TEST_F(RealBinaryTest, WithoutTheRegistryToolTheMachineIdIsSent) {
+    ScriptedServer server;
+    server.on(pollPath, {answer(200, policy), staySilent()});
+    writeFile(root.path() / "etc/machine-id", "0123456789abcdef0123456789abcdef\n");
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(server.waitForRequests(3));
+    EXPECT_EQ(server.requestsTo(effectivePath).at(0).target,
+              std::string(effectivePath) + "?hardware_uuid=01234567-89ab-cdef-0123-456789abcdef");
+}
+
+TEST_F(RealBinaryTest, TheConfigFileIsReadFromTheAccountsHome) {
+    ScriptedServer server;
+    server.on(pollPath, {staySilent()});
+    writeFile(orvane() / "config", "[connect]\napi_url=" + server.url() + "\napi_key=k\n");
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(server.waitForRequests(1));
+    EXPECT_THAT(process.logLines(),
+                Contains("default Using profile [connect] api=" + server.url()));
+}
+
+TEST_F(RealBinaryTest, AHashedTrustStoreIsUsed) {
+    const TestCa ca;
+    ca.trustIn(root.path() / "etc/ssl/certs");
+    ScriptedServer server(ca.issueForLoopback());
+    server.on(pollPath, {staySilent()});
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    EXPECT_TRUE(server.waitForRequests(1));
+}
+
+TEST_F(RealBinaryTest, WithoutHashedNamesTheBundleIsUsed) {
+    const TestCa ca;
+    writeFile(root.path() / "etc/ssl/certs/ca-certificates.crt", readFile(ca.certificate()));
+    ScriptedServer server(ca.issueForLoopback());
+    server.on(pollPath, {staySilent()});
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    EXPECT_TRUE(server.waitForRequests(1));
+}
+
+TEST_F(RealBinaryTest, AnUnknownAuthorityGetsNoByteOfTheRequest) {
+    const TestCa ca;
+    const TestCa stranger;
+    ca.trustIn(root.path() / "etc/ssl/certs");
+    const ScriptedServer server(stranger.issueForLoopback());
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(process.waitForLog("Unexpected HTTP 0"));
+    EXPECT_TRUE(process.waitForLog("The certificate for this server is invalid."));
+    EXPECT_TRUE(server.requests().empty());
+}
+
+TEST_F(RealBinaryTest, AHeldPollWakesNothing) {
+    ScriptedServer server;
+    server.on(pollPath, {staySilent()});
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(server.waitForRequests(1));
+    EXPECT_EQ(wakeUpsOf(process), 0U);
+}
+
+TEST_F(RealBinaryTest, AHeldPollOverTlsWakesNothing) {
+    const TestCa ca;
+    ca.trustIn(root.path() / "etc/ssl/certs");
+    ScriptedServer server(ca.issueForLoopback());
+    server.on(pollPath, {staySilent()});
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(server.waitForRequests(1));
+    EXPECT_EQ(wakeUpsOf(process), 0U);
+}
+
+TEST_F(RealBinaryTest, ASleepWakesNothing) {
+    ScriptedServer server;
+    server.on(pollPath, {answer(500)});
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(process.waitForLog("Unexpected HTTP 500"));
+    EXPECT_EQ(wakeUpsOf(process), 0U);
+}
+
+/// The journal's socket, at its fixed place in the daemon's root.
+class FakeJournal {
+  public:
+    explicit FakeJournal(const std::filesystem::path& root)
+        : socket_(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+        const auto directory = root / "run/systemd/journal";
+        std::filesystem::create_directories(directory);
+        const std::string name = directory / "socket";
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::copy(name.begin(), name.end(), std::begin(address.sun_path));
+        const timeval patience{20, 0};
+        EXPECT_EQ(::bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        EXPECT_EQ(::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), 0);
+    }
+    FakeJournal(const FakeJournal&) = delete;
+    FakeJournal& operator=(const FakeJournal&) = delete;
+    ~FakeJournal() { ::close(socket_); }
+
+    std::string receive() const {
+        std::array<char, 4096> buffer{};
+        const auto size = ::recv(socket_, buffer.data(), buffer.size(), 0);
+        return {buffer.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
+    }
+
+  private:
+    int socket_;
+};
+
+TEST_F(RealBinaryTest, UnderAServiceManagerMessagesGoToTheJournalWithTheirFields) {
+    const FakeJournal journal(root.path());
+    DaemonSetup setup = daemon();
+    writeFile(setup.logFile, "");
+    struct stat status {};
+    ASSERT_EQ(::stat(setup.logFile.c_str(), &status), 0);
+    setup.environment["JOURNAL_STREAM"] =
+        std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+    const DaemonProcess process(setup);
+    EXPECT_EQ(journal.receive(),
+              "PRIORITY=5\nSYSLOG_IDENTIFIER=OrvanePolicyDaemon\n"
+              "SUBSYSTEM=dev.orvane.setup\nCATEGORY=policy-daemon\n"
+              "MESSAGE=OrvanePolicyDaemon starting (pid=" +
+                  std::to_string(process.pid()) + ")\n");
+    EXPECT_THAT(journal.receive(), HasSubstr("MESSAGE=Resolving credentials"));
+    EXPECT_TRUE(readFile(setup.logFile).empty());
+}
+
+}  // namespace
+}  // namespace orvane::test

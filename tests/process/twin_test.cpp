@@ -1,0 +1,172 @@
+// The daemon as a process: the test twin, whose paths lie below a root of ours and whose sleeps
+// take no time.
+#include "process/daemon_process.h"
+#include "support/daemon_test.h"
+#include "support/scripted_server.h"
+
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+
+namespace orvane::test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+constexpr const char* policy = R"({"etag":"v1","guard_config":{"capture":{"enabled":true}}})";
+
+class TwinTest : public DaemonTest {
+  protected:
+    static DaemonSetup twin() {
+        return {ORVANE_DAEMON_TWIN, {{"ORVANE_ROOT", root().string()}}, root() / "stderr", [] {
+                    return true;
+                }};
+    }
+
+    /// `count` answers in a mix of what a control plane says.
+    static std::vector<Step> turns(std::size_t count) {
+        std::vector<Step> steps;
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::size_t kind = i % 10;
+            steps.push_back(kind == 0   ? answer(200, policy)
+                            : kind == 1 ? answer(500)
+                            : kind == 2 ? closeAtOnce()
+                                        : answer(304));
+        }
+        return steps;
+    }
+
+    ScriptedServer server;
+};
+
+TEST_F(TwinTest, TheStartIsToldWithTheProcessIdAndThenTheSearchForCredentials) {
+    DaemonProcess daemon(twin());
+    ASSERT_TRUE(daemon.waitForLog("No usable profile"));
+    auto lines = daemon.logLines();
+    lines.resize(3);
+    EXPECT_THAT(lines, ElementsAre("default OrvanePolicyDaemon starting (pid=" +
+                                       std::to_string(daemon.pid()) + ")",
+                                   "default Resolving credentials from ~/.orvane/config…",
+                                   "default No usable profile — sleeping 30s and retrying"));
+    EXPECT_TRUE(daemon.isRunning());
+}
+
+TEST_F(TwinTest, ATerminationSignalEndsItWithoutFurtherWords) {
+    enrol(server.url());
+    server.on(pollPath, {staySilent()});
+    DaemonProcess daemon(twin());
+    ASSERT_TRUE(server.waitForRequests(1));
+    const auto before = daemon.logLines();
+    const int status = daemon.end(SIGTERM);
+    EXPECT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGTERM);
+    EXPECT_EQ(daemon.logLines(), before);
+}
+
+TEST_F(TwinTest, KilledInAHoldItGoesOnWhereItWasAfterARestart) {
+    enrol(server.url());
+    server.on(pollPath, {answer(200, policy), staySilent(), answer(304), staySilent()});
+    {
+        DaemonProcess daemon(twin());
+        ASSERT_TRUE(server.waitForRequests(3));  // two polls, one effective fetch
+        (void)daemon.end(SIGKILL);
+    }
+    EXPECT_EQ(readFile(orvane() / "policy.json"), policy);
+    DaemonProcess restarted(twin());
+    ASSERT_TRUE(restarted.waitForLog("policy unchanged (etag=v1)"));
+    EXPECT_EQ(server.requestsTo(pollPath).at(2).header("If-None-Match"), "\"v1\"");
+}
+
+TEST_F(TwinTest, TheRegistryToolLeavesNoZombie) {
+    installRegistryTool("#!/bin/sh\nexit 3\n");
+    enrol(server.url());
+    server.on(pollPath, {answer(200, policy), staySilent()});
+    const DaemonProcess daemon(twin());
+    ASSERT_TRUE(server.waitForRequests(3));
+    EXPECT_THAT(daemon.children(), IsEmpty());
+}
+
+TEST_F(TwinTest, ItsCommandLineHoldsNothingButItsName) {
+    enrol(server.url(), "canary-key");
+    server.on(pollPath, {staySilent()});
+    const DaemonProcess daemon(twin());
+    ASSERT_TRUE(server.waitForRequests(1));
+    EXPECT_EQ(daemon.commandLine(), std::string(ORVANE_DAEMON_TWIN) + '\0');
+}
+
+TEST_F(TwinTest, AClosedPipeAsStandardErrorDoesNotEndIt) {
+    enrol(server.url());
+    server.on(pollPath, {answer(304), answer(304), staySilent()});
+    DaemonSetup setup = twin();
+    setup.prepare = [] {
+        int ends[2];
+        return ::pipe(ends) == 0 && ::dup2(ends[1], STDERR_FILENO) >= 0 && ::close(ends[0]) == 0 &&
+               ::close(ends[1]) == 0;
+    };
+    DaemonProcess daemon(setup);
+    ASSERT_TRUE(server.waitForRequests(3));
+    EXPECT_TRUE(daemon.isRunning());
+}
+
+TEST_F(TwinTest, StartedWithoutStandardDescriptorsItKeepsMessagesOutOfItsFiles) {
+    enrol(server.url());
+    server.on(pollPath, {answer(200, policy), staySilent()});
+    DaemonSetup setup = twin();
+    setup.prepare = [] {
+        return ::close(STDIN_FILENO) == 0 && ::close(STDOUT_FILENO) == 0 &&
+               ::close(STDERR_FILENO) == 0;
+    };
+    DaemonProcess daemon(setup);
+    ASSERT_TRUE(server.waitForRequests(3));
+    EXPECT_EQ(readFile(orvane() / "policy.json"), policy);
+    EXPECT_THAT(readFile(activityFile()), Not(HasSubstr("policy updated")));
+}
+
+TEST_F(TwinTest, DescriptorsThreadsAndMemoryStayFlatOver2000Turns) {
+    constexpr std::size_t warmUp = 300;
+    constexpr std::size_t all = 2000;
+    enrol(server.url());
+    std::vector<Step> steps = turns(warmUp);
+    std::atomic<bool> goOn = false;
+    const auto measured = [&](Connection& connection, const ReceivedRequest& request) {
+        while (!goOn && connection.pause(std::chrono::milliseconds(2))) {
+        }
+        return answer(304)(connection, request);
+    };
+    steps.emplace_back(measured);
+    for (Step& step : turns(all - warmUp)) {
+        steps.push_back(std::move(step));
+    }
+    steps.push_back(staySilent());
+    server.on(pollPath, std::move(steps));
+
+    DaemonProcess daemon(twin());
+    const auto pollsSeen = [&] { return server.requestsTo(pollPath).size(); };
+    ASSERT_TRUE(waitUntil([&] { return pollsSeen() > warmUp; }));
+    const std::size_t descriptors = daemon.descriptorCount();
+    const std::size_t threads = daemon.threadCount();
+    const std::size_t memory = daemon.residentKiB();
+    goOn = true;
+    for (int i = 0; i < 6 && pollsSeen() <= all; ++i) {
+        (void)waitUntil([&] { return pollsSeen() > all; });
+    }
+    ASSERT_GT(pollsSeen(), all);
+    EXPECT_TRUE(daemon.isRunning());
+    EXPECT_LE(daemon.descriptorCount(), descriptors + 1);
+    EXPECT_EQ(daemon.threadCount(), threads);
+    EXPECT_THAT(daemon.children(), IsEmpty());
+#ifndef ORVANE_SANITIZED  // sanitizers keep freed memory back
+    constexpr std::size_t slackKiB = 512;
+    EXPECT_LE(daemon.residentKiB(), memory + slackKiB);
+#else
+    (void)memory;
+#endif
+}
+
+}  // namespace
+}  // namespace orvane::test
