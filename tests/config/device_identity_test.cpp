@@ -31,7 +31,6 @@ using ::testing::EndsWith;
 using ::testing::Field;
 using ::testing::FieldsAre;
 using ::testing::Ge;
-using ::testing::IsEmpty;
 using ::testing::Le;
 using ::testing::Optional;
 using ::testing::Pair;

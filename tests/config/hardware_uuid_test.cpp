@@ -51,6 +51,7 @@ TEST(HardwareUuidInTest, Lines) {
         {"the = on the next line", "\"IOPlatformUUID\"\n= \"U\"\n", std::nullopt},
         {"the name on the line before", "= \"U\"\n\"IOPlatformUUID\"\n", std::nullopt},
         {"another case", "\"IOPlatformUuid\" = \"U\"\n\"ioplatformuuid\" = \"V\"", std::nullopt},
+        {"a later line from its very start", "x\nIOPlatformUUID=U", "U"},
         {"the name inside a longer one", "\"XIOPlatformUUIDs\" = \"U\"", "U"},
         {"only part of the name", "\"IOPlatformUUI\" = \"U\"\n\"OPlatformUUID\" = \"U\"",
          std::nullopt},

@@ -9,7 +9,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::SizeIs;
 
 class PolicyStoreTest : public DaemonTest {
   protected:

@@ -14,7 +14,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
-using ::testing::StartsWith;
 
 constexpr const char* resolving = "default Resolving credentials from ~/.orvane/config…";
 constexpr const char* noProfile = "default No usable profile — sleeping 30s and retrying";

@@ -20,7 +20,6 @@ namespace fs = std::filesystem;
 using namespace std::string_literals;
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 using guard::CapturePolicy;
 

@@ -224,6 +224,13 @@ TEST_F(LoggerTest, MessagesOfManyThreadsDoNotMix) {
     }
 }
 
+TEST_F(LoggerTest, AJournalStreamOfAnotherProcessChangesNothing) {
+    ::setenv("JOURNAL_STREAM", "1:2", 1);
+    const LogCapture capture;
+    Logger("dev.orvane", "policy").log("line");
+    EXPECT_THAT(capture.messages(), ElementsAre(LoggedMessage{"default", "line"}));
+}
+
 // --- The journal
 
 /// A directory of the test's own mounted over /run, with a journal's socket in it. For a child
@@ -235,11 +242,15 @@ class FakeJournal {
     /// Why there can be none here; empty when there can.
     static std::string enter() {
         const uid_t user = ::geteuid();
+        const gid_t group = ::getegid();
         if (::unshare(CLONE_NEWNS) != 0) {
             if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
                 return "no mount namespace permitted: "s + std::strerror(errno);
             }
+            // Files can be made there by users and groups that it knows only.
             writeFile("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
+            writeFile("/proc/self/setgroups", "deny");
+            writeFile("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
         }
         if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
             ::mount("none", "/run", "tmpfs", 0, nullptr) != 0) {

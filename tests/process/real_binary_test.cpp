@@ -28,6 +28,7 @@ constexpr const char* policy =
 
 class RealBinaryTest : public PrivateRootTest {
   protected:
+#ifndef ORVANE_SANITIZED
     /// How often anything in `process` runs during two seconds.
     static std::size_t wakeUpsOf(const DaemonProcess& process) {
         constexpr auto settling = std::chrono::milliseconds(300);
@@ -37,6 +38,7 @@ class RealBinaryTest : public PrivateRootTest {
         std::this_thread::sleep_for(watched);
         return process.contextSwitches() - before;
     }
+#endif
 };
 
 TEST_F(RealBinaryTest, AWholeTurnWithTheFixedPaths) {
@@ -129,6 +131,7 @@ TEST_F(RealBinaryTest, AnUnknownAuthorityGetsNoByteOfTheRequest) {
     EXPECT_TRUE(server.requests().empty());
 }
 
+#ifndef ORVANE_SANITIZED  // sanitizers have threads of their own
 TEST_F(RealBinaryTest, AHeldPollWakesNothing) {
     ScriptedServer server;
     server.on(pollPath, {staySilent()});
@@ -157,6 +160,7 @@ TEST_F(RealBinaryTest, ASleepWakesNothing) {
     ASSERT_TRUE(process.waitForLog("Unexpected HTTP 500"));
     EXPECT_EQ(wakeUpsOf(process), 0U);
 }
+#endif
 
 /// The journal's socket, at its fixed place in the daemon's root.
 class FakeJournal {
