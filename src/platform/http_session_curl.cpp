@@ -171,10 +171,11 @@ class Transfer {
         if (isLoopbackHost(request_.url.host()) && !set(CURLOPT_PROXY, "")) {
             return false;
         }
+        // A hanging name server must not hold up the end of an overdue exchange. A library too old
+        // to know the option waits for it, which is no reason to send nothing.
+        (void)set(CURLOPT_QUICK_EXIT, 1L);
         return set(CURLOPT_NOSIGNAL, 1L) && set(CURLOPT_TCP_KEEPALIVE, 1L) &&
                set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) && set(CURLOPT_DNS_CACHE_TIMEOUT, 0L) &&
-               // A hanging name server must not hold up the end of an overdue exchange.
-               set(CURLOPT_QUICK_EXIT, 1L) &&
                set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS)) &&
                // The library's own limit would be 300 s; ours is kept by deadline().
                set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(inactivityLimit_.count()));

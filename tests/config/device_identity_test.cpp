@@ -394,6 +394,17 @@ TEST_F(DeviceIdentityTest, CredentialsThatAreNoHeaderValuesAreNotSent) {
     EXPECT_EQ(server.connectionCount(), 0U);
 }
 
+TEST_F(DeviceIdentityTest, CredentialsOfBlanksAreSentAllTheSame) {
+    const nlohmann::json identity{
+        {"device_token", " "}, {"tenant_slug", "  "}, {"api_url", server.url()}};
+    writeFile(file(), identity.dump());
+    server.on(agentConfigPath, {answer(200, goodAnswer)});
+    EXPECT_EQ(resolve(), goodResult());
+    ASSERT_THAT(server.requests(), SizeIs(1));
+    EXPECT_EQ(server.requests().front().header("X-Orv-Device"), "");
+    EXPECT_EQ(server.requests().front().header("X-Orv-Tenant"), "");
+}
+
 TEST_F(DeviceIdentityTest, AFileThatIsNoneGivesNothing) {
     fs::create_directories(file());
     EXPECT_EQ(resolve(), std::nullopt) << "a directory";

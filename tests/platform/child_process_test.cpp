@@ -11,7 +11,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
@@ -194,24 +193,23 @@ TEST_F(ChildProcessTest, NoDescriptorStaysOpen) {
 }
 
 TEST_F(ChildProcessTest, ThePipesAreNotInheritedByOtherChildren) {
-    // While the tool runs, the numbers of the pipes' ends are open here: each must be
-    // close-on-exec.
-    std::vector<int> inheritable;
+    const fs::path tool = script(":");
+    int pipeEnds = 0;
+    int inheritable = 0;
     SystemCallHooks hooks;
-    const auto before = namesIn("/proc/self/fd");
-    hooks.waitpid = [&]() -> std::optional<int> {
-        for (const std::string& name : namesIn("/proc/self/fd")) {
-            const int number = std::stoi(name);
-            if (::fcntl(number, F_GETFD) == 0 && pathOf(number).starts_with("pipe:") &&
-                std::find(before.begin(), before.end(), name) == before.end()) {
-                inheritable.push_back(number);
-            }
+    hooks.close = [&](int descriptor) -> std::optional<int> {
+        if (pathOf(descriptor).starts_with("pipe:")) {
+            ++pipeEnds;
+            inheritable += ::fcntl(descriptor, F_GETFD) == FD_CLOEXEC ? 0 : 1;
         }
         return std::nullopt;
     };
-    const WithSystemCallHooks installed(hooks);
-    ASSERT_TRUE(outputOf(script(":"), {}));
-    EXPECT_THAT(inheritable, ::testing::IsEmpty());
+    {
+        const WithSystemCallHooks installed(hooks);
+        ASSERT_TRUE(outputOf(tool, {}));
+    }
+    EXPECT_EQ(pipeEnds, 4);
+    EXPECT_EQ(inheritable, 0);
 }
 
 TEST_F(ChildProcessTest, TheWaitComesBeforeTheRead) {
@@ -244,9 +242,12 @@ TEST_F(ChildProcessTest, InterruptionsChangeNothing) {
     hooks.read = [&](int, std::size_t) {
         return readInterruptions-- > 0 ? std::optional<ssize_t>(failWith(EINTR)) : std::nullopt;
     };
-    const WithSystemCallHooks installed(hooks);
-    EXPECT_THAT(outputOf(tool, {}), Optional(std::string("answer\n")));
+    {
+        const WithSystemCallHooks installed(hooks);
+        EXPECT_THAT(outputOf(tool, {}), Optional(std::string("answer\n")));
+    }
     EXPECT_EQ(::waitpid(-1, nullptr, WNOHANG), -1);
+    EXPECT_EQ(errno, ECHILD);
 }
 
 TEST_F(ChildProcessTest, AFailedReadEndsTheOutput) {

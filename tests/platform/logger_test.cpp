@@ -10,8 +10,6 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -23,7 +21,6 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <stdexcept>
@@ -233,31 +230,10 @@ TEST_F(LoggerTest, AJournalStreamOfAnotherProcessChangesNothing) {
 
 // --- The journal
 
-/// A directory of the test's own mounted over /run, with a journal's socket in it. For a child
-/// process: it gets a file system view of its own.
+/// A journal's socket where the real one is. For a process with mounts of its own.
 class FakeJournal {
   public:
     static constexpr const char* socketPath = "/run/systemd/journal/socket";
-
-    /// Why there can be none here; empty when there can.
-    static std::string enter() {
-        const uid_t user = ::geteuid();
-        const gid_t group = ::getegid();
-        if (::unshare(CLONE_NEWNS) != 0) {
-            if (::unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0) {
-                return "no mount namespace permitted: "s + std::strerror(errno);
-            }
-            // Files can be made there by users and groups that it knows only.
-            writeFile("/proc/self/uid_map", "0 " + std::to_string(user) + " 1");
-            writeFile("/proc/self/setgroups", "deny");
-            writeFile("/proc/self/gid_map", "0 " + std::to_string(group) + " 1");
-        }
-        if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-            ::mount("none", "/run", "tmpfs", 0, nullptr) != 0) {
-            return "no mount permitted: "s + std::strerror(errno);
-        }
-        return "";
-    }
 
     FakeJournal() {
         std::filesystem::create_directories("/run/systemd/journal");
@@ -285,13 +261,18 @@ class FakeJournal {
     int socket_ = ::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
 };
 
-/// What `body` returned in a child that has a /run of its own, standard error going to `capture`;
-/// absent with the reason in `reason` where that is not permitted.
+/// What `body` returned in a child with an empty /run of its own; absent, with the reason in
+/// `reason`, where that is not permitted.
 template <typename Body>
 std::optional<std::string> besideAFakeJournal(Body body, std::string& reason) {
+    const TempDirectory run;
     const std::string answer = inChild([&]() -> std::string {
-        const std::string refusal = FakeJournal::enter();
-        return refusal.empty() ? "+" + body() : refusal;
+        const std::string refusal = useOwnMounts();
+        if (!refusal.empty()) {
+            return refusal;
+        }
+        mountOver(run.path(), "/run");
+        return "+" + body();
     });
     if (answer.starts_with('+')) {
         return answer.substr(1);
