@@ -7,7 +7,6 @@
 #include "platform/paths.h"
 #include "platform/timestamp.h"
 
-#include <new>
 #include <tuple>
 #include <vector>
 
@@ -46,9 +45,8 @@ void ActivityLog::record(std::string_view method, std::string_view url, std::int
             members.push_back({"error", *error});
         }
         appendToLog(json::writeObject(members));
-    } catch (const std::bad_alloc&) {
-        // The line is lost; the exchange it tells of is not.
-        return;
+    } catch (
+        ...) {  // NOLINT(bugprone-empty-catch): the line is lost, the exchange it tells of is not
     }
 }
 

@@ -27,7 +27,7 @@ std::optional<std::string> read(const std::filesystem::path& path);
 /// The content is on disk before it gets its name, and the name before this returns (fsync(2)). A
 /// symbolic link at `path` is itself replaced. An existing file's permission bits are kept, a new
 /// file gets 0666 less the process's mask. On failure `path` is as it was and no scratch file
-/// stays.
+/// stays; only when nothing but the flush of the directory fails, the new content is in its place.
 [[nodiscard]] std::error_code writeAtomically(const std::filesystem::path& path,
                                               std::string_view data);
 

@@ -20,7 +20,8 @@ struct HttpHeader {
 };
 
 /// A GET request. Nothing but `headers`, a User-Agent and what the transport needs (Host,
-/// Accept-Encoding) is sent; in particular no Accept unless it is among `headers`.
+/// Accept-Encoding) is sent; in particular no Accept unless it is among `headers`, and no
+/// Authorization for a user name in the URL.
 struct HttpRequest {
     Url url;
     std::vector<HttpHeader> headers;

@@ -164,6 +164,8 @@ class Transfer {
                set(CURLOPT_USERAGENT, "OrvanePolicyDaemon/" ORVANE_VERSION) &&
                set(CURLOPT_ACCEPT_ENCODING, "") && set(CURLOPT_PATH_AS_IS, 1L) &&
                set(CURLOPT_PROTOCOLS_STR, "http,https") && set(CURLOPT_FOLLOWLOCATION, 0L) &&
+               // What stands before an "@" in the URL is not made into a header.
+               set(CURLOPT_HTTPAUTH, CURLAUTH_NONE) &&
                set(CURLOPT_PRIVATE, static_cast<void*>(this));
     }
 
