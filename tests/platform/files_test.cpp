@@ -499,25 +499,32 @@ TEST_F(FilesWriteAtomicallyTest, AFailedWriteLeavesTheOldFileAndNoScratch) {
 }
 
 TEST_F(FilesWriteAtomicallyTest, AWriteThatTakesNothingIsNotTriedForEver) {
+    int writes = 0;
     SystemCallHooks hooks;
-    hooks.write = [](int, std::size_t&) { return std::optional<ssize_t>(0); };
+    hooks.write = [&](int, std::size_t&) -> std::optional<ssize_t> {
+        errno = EINTR;  // left over from something else
+        return ++writes < 3 ? 0 : failWith(EIO);
+    };
     (void)replaceOld(at("f"), hooks);
+    EXPECT_EQ(writes, 1);
     EXPECT_EQ(readFile(at("f")), "old");
     EXPECT_THAT(names(), ElementsAre("f"));
 }
 
 TEST_F(FilesWriteAtomicallyTest, ShortAndInterruptedCallsAreContinued) {
-    int calls = 0;
+    int opens = 0;
+    int writes = 0;
     SystemCallHooks hooks;
     hooks.open = [&](const char*) {
-        return ++calls == 1 ? std::optional(failWith(EINTR)) : std::nullopt;
+        return ++opens == 1 ? std::optional(failWith(EINTR)) : std::nullopt;
     };
     hooks.write = [&](int, std::size_t& size) -> std::optional<ssize_t> {
-        size = 1;
-        return ++calls % 2 == 0 ? std::optional<ssize_t>(failWith(EINTR)) : std::nullopt;
+        size = ++writes == 1 ? 1 : size;
+        return writes == 2 ? std::optional<ssize_t>(failWith(EINTR)) : std::nullopt;
     };
     EXPECT_FALSE(replaceOld(at("f"), hooks));
     EXPECT_EQ(readFile(at("f")), "new");
+    EXPECT_EQ(writes, 3);
 }
 
 TEST_F(FilesWriteAtomicallyTest, AnUnflushableDirectoryIsAnErrorUnlessItsFileSystemCannotFlushAny) {
@@ -735,7 +742,7 @@ TEST_F(FilesAppendLineTest, ShortAndInterruptedWritesAreContinued) {
     int calls = 0;
     SystemCallHooks hooks;
     hooks.write = [&](int, std::size_t& size) -> std::optional<ssize_t> {
-        size = 1;
+        size = calls < 2 ? 1 : size;
         return ++calls % 2 == 1 ? std::optional<ssize_t>(failWith(EINTR)) : std::nullopt;
     };
     const WithSystemCallHooks installed(hooks);
