@@ -8,6 +8,11 @@ namespace orvane {
 
 namespace {
 
+std::filesystem::path temporaryFor(std::filesystem::path destination) {
+    destination += ".tmp";
+    return destination;
+}
+
 std::error_code replaceFile(std::string_view data, const std::filesystem::path& destination) {
     const auto directory = destination.parent_path();
     if (!files::exists(directory)) {
@@ -15,8 +20,7 @@ std::error_code replaceFile(std::string_view data, const std::filesystem::path& 
             return error;
         }
     }
-    auto temporary = destination;
-    temporary += ".tmp";
+    const auto temporary = temporaryFor(destination);
     if (const auto error = files::writeAtomically(temporary, data)) {
         return error;
     }
@@ -33,6 +37,10 @@ void PolicyRunner::atomicWrite(std::string_view data,
         logger.error("atomic write to %{public}s failed: %{public}s", destination.string(),
                      error.message());
     }
+}
+
+bool PolicyRunner::wasCutOff(const std::filesystem::path& destination) {
+    return !files::exists(destination) && files::exists(temporaryFor(destination));
 }
 
 }  // namespace orvane

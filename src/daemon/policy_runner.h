@@ -46,7 +46,7 @@ class PolicyRunner {
     /// What a 200 brings: the body is stored as it is, its "etag" in a file of its own, then the
     /// effective configuration is fetched with the same profile. An absent or unusable body changes
     /// nothing.
-    void handleUpdated(const std::optional<std::string>& data, const Profile& profile);
+    void handleUpdated(std::optional<std::string> data, const Profile& profile);
 
     /// The stored version tag, possibly empty; absent when there is none or its file is not usable.
     [[nodiscard]] std::optional<std::string> loadEtag() const;
@@ -65,6 +65,9 @@ class PolicyRunner {
     static std::string hardwareUUID();
 
   private:
+    /// Whether `atomicWrite` was ended between its removal of `destination` and the move.
+    static bool wasCutOff(const std::filesystem::path& destination);
+
     void fetchEffective(const Profile& profile);
     void applyCaptureFromLocalPolicy() const;
 

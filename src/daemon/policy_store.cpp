@@ -19,7 +19,7 @@ std::optional<std::string> PolicyRunner::loadEtag() const {
     return members ? members->string(etagKey) : std::nullopt;
 }
 
-void PolicyRunner::handleUpdated(const std::optional<std::string>& data, const Profile& profile) {
+void PolicyRunner::handleUpdated(std::optional<std::string> data, const Profile& profile) {
     if (!data || data->empty()) {
         logger.error("200 with no body — skipping write");
         return;
@@ -37,6 +37,7 @@ void PolicyRunner::handleUpdated(const std::optional<std::string>& data, const P
         atomicWrite(json::writeObject({&member, 1}), etagPath);
     }
     logger.log("policy updated (%{public}ld bytes)", static_cast<std::int64_t>(data->size()));
+    data.reset();  // it may be large, and the next answer may be long in coming
     fetchEffective(profile);
 }
 

@@ -8,19 +8,20 @@
 namespace orvane {
 
 void PolicyRunner::pollOnce(const Profile& profile) {
-    const auto etag = loadEtag();
+    // Where the policy was about to be replaced there is none, and "unchanged" would bring none.
+    const auto etag = wasCutOff(policyPath) ? std::nullopt : loadEtag();
     const auto request = pollRequest(profile, etag, waitSeconds);
     if (!request) {
         logger.error("Bad apiUrl in config: %{public}s", profile.apiUrl);
         clock::sleep(pollInterval);
         return;
     }
-    const ExchangeResult answer =
+    ExchangeResult answer =
         exchange(session, *request, [this](HttpResult result, ExchangeResult& cells) {
             cells.error = std::move(result.error);
             if (cells.error) {
                 logger.error("Poll error: %{public}s", *cells.error);
-            } else if (result.response) {
+            } else {
                 cells.status = result.response->status;
                 cells.body = std::move(result.response->body);
             }
@@ -30,7 +31,7 @@ void PolicyRunner::pollOnce(const Profile& profile) {
             logger.debug("policy unchanged (etag=%{public}s)", etag.value_or("-"));
             break;
         case PollOutcome::updated:
-            handleUpdated(answer.body, profile);
+            handleUpdated(std::move(answer.body), profile);
             break;
         case PollOutcome::rejected:
             logger.error("Auth rejected: HTTP %ld. Re-sign in via the Mac app's Setup tab.",

@@ -3,8 +3,10 @@
 #include "daemon/daemon_logger.h"
 #include "daemon/policy_runner.h"
 #include "platform/environment.h"
+#include "platform/heap.h"
 
 #include <cstdlib>
+#include <exception>
 #include <memory>
 
 namespace orvane {
@@ -15,20 +17,29 @@ namespace {
 std::unique_ptr<const Logger> logger;
 std::unique_ptr<PolicyRunner> runner;
 
+/// A fresh process is the remedy, whatever ended the loop and on whatever thread.
+[[noreturn]] void endProcess() {
+    try {
+        if (logger != nullptr) {
+            logger->error("OrvanePolicyDaemon main loop returned — exiting for launchd respawn");
+        }
+    } catch (...) {  // NOLINT(bugprone-empty-catch): there is no memory for words
+    }
+    std::_Exit(EXIT_FAILURE);
+}
+
 }  // namespace
 
-void runProcess() {
+void runProcess() noexcept {
+    std::set_terminate(endProcess);
+    keepHeapSmall();
     occupyStandardDescriptors();
     ignoreBrokenPipes();
     logger = std::make_unique<const Logger>(daemonLogger());
     logger->log("OrvanePolicyDaemon starting (pid=%{public}d)", processId());
-    try {
-        runner = std::make_unique<PolicyRunner>();
-        runner->run();
-    } catch (...) {  // NOLINT(bugprone-empty-catch): told below; a fresh process is the remedy
-    }
-    logger->error("OrvanePolicyDaemon main loop returned — exiting for launchd respawn");
-    std::_Exit(EXIT_FAILURE);
+    runner = std::make_unique<PolicyRunner>();
+    runner->run();
+    endProcess();
 }
 
 }  // namespace orvane

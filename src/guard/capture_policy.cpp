@@ -12,10 +12,16 @@ namespace orvane::guard {
 
 namespace {
 
-CapturePolicy captureIn(const json::Members& policy, const std::string& capture) {
+CapturePolicy captureIn(json::Members& policy, const std::string& capture) {
     return {policy.boolean(capture + "/enabled").value_or(false),
-            policy.strings(capture + "/hosts").value_or(std::vector<std::string>()),
+            policy.takeStrings(capture + "/hosts").value_or(TextList()),
             policy.boolean(capture + "/suppress_ech").value_or(false)};
+}
+
+/// What the policy stored at `file` says. Its text, which may be large, is gone on return.
+std::optional<CapturePolicy> storedCapturePolicy(const std::filesystem::path& file) {
+    const auto policy = files::read(file);
+    return policy ? deriveCapturePolicy(*policy) : std::nullopt;
 }
 
 bool isUpToDate(const std::filesystem::path& file, const CapturePolicy& wanted) {
@@ -26,10 +32,10 @@ bool isUpToDate(const std::filesystem::path& file, const CapturePolicy& wanted) 
 }  // namespace
 
 std::optional<CapturePolicy> deriveCapturePolicy(std::string_view guardPolicy) {
-    const auto policy = json::readObject(
-        guardPolicy, {"guard_config/capture/enabled", "guard_config/capture/hosts",
-                      "guard_config/capture/suppress_ech", "config/capture/enabled",
-                      "config/capture/hosts", "config/capture/suppress_ech"});
+    auto policy = json::readObject(guardPolicy,
+                                   {"guard_config/capture/enabled", "guard_config/capture/hosts",
+                                    "guard_config/capture/suppress_ech", "config/capture/enabled",
+                                    "config/capture/hosts", "config/capture/suppress_ech"});
     if (!policy) {
         return std::nullopt;
     }
@@ -42,23 +48,22 @@ std::optional<CapturePolicy> deriveCapturePolicy(std::string_view guardPolicy) {
 }
 
 bool saysTheSame(std::string_view existing, const CapturePolicy& wanted) {
-    const auto file = json::readObject(existing, {"enabled", "intercept_hosts", "suppress_ech"});
-    return file && file->boolean("enabled") == wanted.enabled &&
-           file->strings("intercept_hosts") == wanted.interceptHosts &&
+    const auto file = json::readObject(existing, {"enabled", "suppress_ech"},
+                                       json::Expected{"intercept_hosts", wanted.interceptHosts});
+    return file && file->boolean("enabled") == wanted.enabled && file->isAsExpected() &&
            file->boolean("suppress_ech").value_or(false) == wanted.suppressEch;
 }
 
 std::string captureFileText(const CapturePolicy& policy) {
     return json::writeObject(
         std::initializer_list<json::Member>{{"enabled", policy.enabled},
-                                            {"intercept_hosts", policy.interceptHosts},
+                                            {"intercept_hosts", &policy.interceptHosts},
                                             {"suppress_ech", policy.suppressEch}});
 }
 
 void applyCapturePolicy(const std::filesystem::path& policyPath, const Logger& logger) {
     constexpr unsigned readableByAll = 0644;
-    const auto policy = files::read(policyPath);
-    const auto capture = policy ? deriveCapturePolicy(*policy) : std::nullopt;
+    const auto capture = storedCapturePolicy(policyPath);
     const auto directory = paths::setupDirectory();
     const auto file = directory / "capture-policy.json";
     if (!capture || isUpToDate(file, *capture)) {

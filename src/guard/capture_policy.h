@@ -3,19 +3,19 @@
 #pragma once
 
 #include "platform/logger.h"
+#include "platform/text_list.h"
 
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace orvane::guard {
 
 /// Whether to intercept, for which hosts, and whether to suppress TLS Encrypted Client Hello.
 struct CapturePolicy {
     bool enabled = false;
-    std::vector<std::string> interceptHosts;
+    TextList interceptHosts;
     bool suppressEch = false;
 
     bool operator==(const CapturePolicy&) const = default;

@@ -1,9 +1,11 @@
 #include "platform/child_descriptors.h"
 #include "platform/child_process.h"
 #include "platform/descriptor.h"
+#include "platform/uninterrupted.h"
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,12 +26,12 @@ struct Pipe {
 };
 
 bool closeOnExec(int descriptor) {
-    return ::fcntl(descriptor, F_SETFD, FD_CLOEXEC) == 0;
+    return uninterrupted([=] { return ::fcntl(descriptor, F_SETFD, FD_CLOEXEC); }) == 0;
 }
 
 std::optional<Pipe> makePipe() {
     std::array<int, 2> ends{};
-    if (::pipe(ends.data()) != 0) {
+    if (uninterrupted([&] { return ::pipe(ends.data()); }) != 0) {
         return std::nullopt;
     }
     Pipe made{Descriptor(ends[0]), Descriptor(ends[1])};
@@ -37,6 +39,12 @@ std::optional<Pipe> makePipe() {
         return std::nullopt;
     }
     return made;
+}
+
+bool isRegularFile(const std::filesystem::path& path) {
+    struct stat status {};
+    return uninterrupted([&] { return ::stat(path.c_str(), &status); }) == 0 &&
+           S_ISREG(status.st_mode);
 }
 
 /// posix_spawn(3)'s two attribute objects, freed together.
@@ -77,10 +85,11 @@ class SpawnSettings {
         }
         argv.push_back(nullptr);
         pid_t pid = 0;
-        if (posix_spawn(&pid, tool.c_str(), &actions_, &attributes_, argv.data(), environ) != 0) {
-            return std::nullopt;
-        }
-        return pid;
+        int error = 0;
+        do {
+            error = posix_spawn(&pid, tool.c_str(), &actions_, &attributes_, argv.data(), environ);
+        } while (error == EINTR);
+        return error == 0 ? std::optional(pid) : std::nullopt;
     }
 
   private:
@@ -90,18 +99,15 @@ class SpawnSettings {
 
 void waitForExit(pid_t pid) {
     int status = 0;
-    while (::waitpid(pid, &status, 0) < 0 && errno == EINTR) {
-    }
+    (void)uninterrupted([&] { return ::waitpid(pid, &status, 0); });
 }
 
 std::string readToEnd(int descriptor) {
     std::string output;
     std::array<char, 4096> buffer{};
     for (;;) {
-        const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
+        const ssize_t count =
+            uninterrupted([&] { return ::read(descriptor, buffer.data(), buffer.size()); });
         if (count <= 0) {
             return output;
         }
@@ -113,11 +119,10 @@ std::string readToEnd(int descriptor) {
 
 std::optional<std::string> outputOf(const std::filesystem::path& tool,
                                     const std::vector<std::string>& arguments) {
-    std::error_code error;
     auto standardOutput = makePipe();
     auto standardError = makePipe();
     SpawnSettings settings;
-    if (!std::filesystem::is_regular_file(tool, error) || !standardOutput || !standardError ||
+    if (!isRegularFile(tool) || !standardOutput || !standardError ||
         !settings.connect(standardOutput->writeEnd.number(), STDOUT_FILENO) ||
         !settings.connect(standardError->writeEnd.number(), STDERR_FILENO) ||
         !settings.closeAllOthers()) {

@@ -3,6 +3,7 @@
 
 #include <unistd.h>
 
+#include <cerrno>
 #include <utility>
 
 namespace orvane {
@@ -24,8 +25,10 @@ class Descriptor {
     [[nodiscard]] bool isOpen() const { return number_ >= 0; }
 
     /// Closes now and tells whether that went well: some file systems report a failed write only
-    /// here.
-    bool close() { return number_ < 0 || ::close(std::exchange(number_, -1)) == 0; }
+    /// here. An interruption is none of that, and it must not be made again: it is closed.
+    bool close() {
+        return number_ < 0 || ::close(std::exchange(number_, -1)) == 0 || errno == EINTR;
+    }
 
   private:
     int number_;

@@ -28,6 +28,8 @@ std::optional<std::string> read(const std::filesystem::path& path);
 /// symbolic link at `path` is itself replaced. An existing file's permission bits are kept, a new
 /// file gets 0666 less the process's mask. On failure `path` is as it was and no scratch file
 /// stays; only when nothing but the flush of the directory fails, the new content is in its place.
+/// The scratch file is `.NAME.UID.tmp` in the same directory: one that a killed process left there
+/// is replaced. Where something else that cannot be removed has that name, a random one is taken.
 [[nodiscard]] std::error_code writeAtomically(const std::filesystem::path& path,
                                               std::string_view data);
 

@@ -1,6 +1,7 @@
 #include "platform/descriptor.h"
 #include "platform/files.h"
 #include "platform/flush.h"
+#include "platform/uninterrupted.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -12,6 +13,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <random>
+#include <string>
+#include <utility>
 
 namespace orvane::files {
 
@@ -24,20 +27,17 @@ std::error_code lastError() {
 }
 
 Descriptor openFile(const fs::path& path, int flags, mode_t mode = 0) {
-    int number = -1;
-    do {
-        number = ::open(path.c_str(), flags | O_CLOEXEC, mode);
-    } while (number < 0 && errno == EINTR);
-    return Descriptor(number);
+    return Descriptor(uninterrupted([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
 /// Writes all of `data`; the count that got through is less only on failure, with errno set.
 std::size_t writeAll(int descriptor, std::string_view data) {
     std::size_t done = 0;
     while (done < data.size()) {
-        const ssize_t count = ::write(descriptor, data.data() + done, data.size() - done);
-        if (count < 0 && errno == EINTR) {
-            continue;
+        const ssize_t count = uninterrupted(
+            [&] { return ::write(descriptor, data.data() + done, data.size() - done); });
+        if (count == 0) {
+            errno = EIO;  // nothing was taken, and nothing says why
         }
         if (count <= 0) {
             break;
@@ -45,15 +45,6 @@ std::size_t writeAll(int descriptor, std::string_view data) {
         done += static_cast<std::size_t>(count);
     }
     return done;
-}
-
-/// A read that an interruption does not end.
-ssize_t readSome(int descriptor, char* buffer, std::size_t size) {
-    ssize_t count = 0;
-    do {
-        count = ::read(descriptor, buffer, size);
-    } while (count < 0 && errno == EINTR);
-    return count;
 }
 
 std::optional<std::string> readToEnd(int descriptor, std::size_t expected) {
@@ -65,7 +56,8 @@ std::optional<std::string> readToEnd(int descriptor, std::size_t expected) {
         if (done == content.size()) {
             content.resize(std::max<std::size_t>(4096, content.size() + content.size() / 2));
         }
-        const ssize_t count = readSome(descriptor, content.data() + done, content.size() - done);
+        const ssize_t count = uninterrupted(
+            [&] { return ::read(descriptor, content.data() + done, content.size() - done); });
         if (count < 0) {
             return std::nullopt;
         }
@@ -80,6 +72,39 @@ std::optional<std::string> readToEnd(int descriptor, std::size_t expected) {
     }
 }
 
+bool removeFile(const fs::path& path) {
+    return uninterrupted([&] { return ::unlink(path.c_str()); }) == 0;
+}
+
+bool renameFile(const fs::path& from, const fs::path& to) {
+    return uninterrupted([&] { return ::rename(from.c_str(), to.c_str()); }) == 0;
+}
+
+/// The status of what stands at `path`, a link not followed.
+bool statusOf(const fs::path& path, struct stat& status) {
+    return uninterrupted([&] { return ::lstat(path.c_str(), &status); }) == 0;
+}
+
+/// Whether a directory is at `path`, links followed; false with errno set.
+bool isDirectory(const fs::path& path) {
+    struct stat status {};
+    if (uninterrupted([&] { return ::stat(path.c_str(), &status); }) != 0) {
+        return false;
+    }
+    errno = ENOTDIR;
+    return S_ISDIR(status.st_mode);
+}
+
+/// Whether a file of this account is at `path`. Leaves errno as it is.
+bool isOwnFile(const fs::path& path) {
+    const int error = errno;
+    struct stat status {};
+    const bool isOwn =
+        statusOf(path, status) && S_ISREG(status.st_mode) && status.st_uid == ::geteuid();
+    errno = error;
+    return isOwn;
+}
+
 std::error_code flushDirectory(const fs::path& directory) {
     const Descriptor handle = openFile(directory.empty() ? "." : directory, O_RDONLY | O_DIRECTORY);
     if (!handle.isOpen()) {
@@ -92,36 +117,51 @@ std::error_code flushDirectory(const fs::path& directory) {
     return {};
 }
 
-/// A name beside `path` that nobody can foresee.
-fs::path scratchNameFor(const fs::path& path) {
-    std::random_device device;
-    std::array<char, 24> suffix{};
-    (void)std::snprintf(suffix.data(), suffix.size(), ".%08x%08x", device(), device());
+/// The hidden name `.NAME.SUFFIX` beside the file NAME at `path`.
+fs::path besideWithSuffix(const fs::path& path, const std::string& suffix) {
     fs::path name = ".";
     name += path.filename();
-    name += suffix.data();
+    name += "." + suffix;
     return path.parent_path() / name;
+}
+
+/// This account's name for a scratch file. It is always the same, so that what a killed process
+/// leaves there is replaced by the next write instead of staying for ever.
+fs::path usualScratchName(const fs::path& path) {
+    return besideWithSuffix(path, std::to_string(::geteuid()) + ".tmp");
+}
+
+/// A name for a scratch file that nobody can foresee, and so nobody can occupy.
+fs::path randomScratchName(const fs::path& path) {
+    std::random_device device;
+    std::array<char, 24> suffix{};
+    (void)std::snprintf(suffix.data(), suffix.size(), "%08x%08x.tmp", device(), device());
+    return besideWithSuffix(path, suffix.data());
 }
 
 /// The file that will replace another one; removed again unless it was put in place.
 class ScratchFile {
   public:
     explicit ScratchFile(const fs::path& target) : target_(target) {
-        constexpr int attempts = 7;
-        for (int attempt = 0; attempt < attempts && !file_.isOpen(); ++attempt) {
-            path_ = scratchNameFor(target);
-            file_ = openFile(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
-            if (!file_.isOpen() && errno != EEXIST) {
-                break;
-            }
+        if (create(usualScratchName(target)) || errno != EEXIST) {
+            return;
         }
-        created_ = file_.isOpen();
+        // Left by a process that was killed. What cannot be removed was put in our way, but for a
+        // file of ours: beside it there would soon be many.
+        if (!removeFile(path_) && isOwnFile(path_)) {
+            return;
+        }
+        bool created = create(path_);
+        constexpr int attempts = 6;
+        for (int i = 0; i < attempts && !created && errno == EEXIST; ++i) {
+            created = create(randomScratchName(target));
+        }
     }
     ScratchFile(const ScratchFile&) = delete;
     ScratchFile& operator=(const ScratchFile&) = delete;
     ~ScratchFile() {
-        if (created_) {
-            (void)::unlink(path_.c_str());
+        if (exists_) {
+            (void)removeFile(path_);
         }
     }
 
@@ -129,26 +169,35 @@ class ScratchFile {
     bool fillAndPutInPlace(std::string_view data) {
         if (!file_.isOpen() || !keepModeOfTarget() ||
             writeAll(file_.number(), data) != data.size() || !flushToDisk(file_.number()) ||
-            !file_.close() || ::rename(path_.c_str(), target_.c_str()) != 0) {
+            !file_.close() || !renameFile(path_, target_)) {
             return false;
         }
-        created_ = false;
+        exists_ = false;
         return true;
     }
 
   private:
+    /// False with errno set when there is something at `path` already, or it cannot be.
+    bool create(fs::path path) {
+        path_ = std::move(path);
+        file_ = openFile(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
+        exists_ = file_.isOpen();
+        return exists_;
+    }
+
     bool keepModeOfTarget() {
         struct stat existing {};
-        if (::lstat(target_.c_str(), &existing) != 0 || !S_ISREG(existing.st_mode)) {
+        if (!statusOf(target_, existing) || !S_ISREG(existing.st_mode)) {
             return true;
         }
-        return ::fchmod(file_.number(), existing.st_mode & 0777) == 0;
+        const mode_t bits = existing.st_mode & 0777;
+        return uninterrupted([&] { return ::fchmod(file_.number(), bits); }) == 0;
     }
 
     const fs::path& target_;
     fs::path path_;
     Descriptor file_;
-    bool created_ = false;
+    bool exists_ = false;
 };
 
 }  // namespace
@@ -156,7 +205,8 @@ class ScratchFile {
 std::optional<std::string> read(const fs::path& path) {
     const Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
     struct stat status {};
-    if (!file.isOpen() || ::fstat(file.number(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (!file.isOpen() || uninterrupted([&] { return ::fstat(file.number(), &status); }) != 0 ||
+        !S_ISREG(status.st_mode)) {
         return std::nullopt;
     }
     const auto size = static_cast<std::uint64_t>(status.st_size);
@@ -189,26 +239,39 @@ bool appendLine(const fs::path& path, std::string_view line) {
 
 bool exists(const fs::path& path) {
     struct stat status {};
-    return ::stat(path.c_str(), &status) == 0;
+    return uninterrupted([&] { return ::stat(path.c_str(), &status); }) == 0;
 }
 
 std::error_code createDirectories(const fs::path& path) {
-    std::error_code error;
-    fs::create_directories(path, error);
-    return error;
+    if (path.empty() || isDirectory(path)) {
+        return {};
+    }
+    if (errno != ENOENT) {
+        return lastError();
+    }
+    if (const auto error = createDirectories(path.parent_path())) {
+        return error;
+    }
+    if (uninterrupted([&] { return ::mkdir(path.c_str(), 0777); }) == 0) {
+        return {};
+    }
+    const auto error = lastError();
+    // Somebody else may have been quicker.
+    return error == std::errc::file_exists && isDirectory(path) ? std::error_code() : error;
 }
 
 std::error_code remove(const fs::path& path) {
     // remove(3): unlink for a file or link, rmdir for a directory, which must be empty.
-    return ::remove(path.c_str()) == 0 ? std::error_code() : lastError();
+    return uninterrupted([&] { return ::remove(path.c_str()); }) == 0 ? std::error_code()
+                                                                      : lastError();
 }
 
 std::error_code move(const fs::path& from, const fs::path& to) {
     struct stat status {};
-    if (::lstat(to.c_str(), &status) == 0) {
+    if (statusOf(to, status)) {
         return std::make_error_code(std::errc::file_exists);
     }
-    if (::rename(from.c_str(), to.c_str()) != 0) {
+    if (!renameFile(from, to)) {
         return lastError();
     }
     return flushDirectory(to.parent_path());
@@ -216,8 +279,10 @@ std::error_code move(const fs::path& from, const fs::path& to) {
 
 std::error_code setMode(const fs::path& path, unsigned mode) {
     const auto bits = static_cast<mode_t>(mode);
-    return ::fchmodat(AT_FDCWD, path.c_str(), bits, AT_SYMLINK_NOFOLLOW) == 0 ? std::error_code()
-                                                                              : lastError();
+    return uninterrupted(
+               [&] { return ::fchmodat(AT_FDCWD, path.c_str(), bits, AT_SYMLINK_NOFOLLOW); }) == 0
+               ? std::error_code()
+               : lastError();
 }
 
 }  // namespace orvane::files

@@ -1,11 +1,12 @@
 #include "platform/flush.h"
+#include "platform/uninterrupted.h"
 
 #include <unistd.h>
 
 namespace orvane::files {
 
 bool flushToDisk(int descriptor) {
-    return fsync(descriptor) == 0;
+    return uninterrupted([=] { return ::fsync(descriptor); }) == 0;
 }
 
 }  // namespace orvane::files

@@ -59,11 +59,13 @@ struct HttpLimits {
 /// peer and host verified against the machine's trust store, HTTP/2 where the server takes it. The
 /// proxy variables of the environment are honoured, except for loopback hosts. There are no
 /// cookies, no cache and no credentials from files. A decoded body over `bodyLimit` ends the
-/// exchange with an error. After a failed exchange its connections are dropped, so that the next
-/// one resolves and connects anew.
+/// exchange with an error, and so do more than `headerLimit` bytes of header lines, those of
+/// interim answers and behind a chunked body included. After a failed exchange its connections are
+/// dropped, so that the next one resolves and connects anew.
 class HttpSession {
   public:
     static constexpr std::size_t bodyLimit = std::size_t{256} * 1024 * 1024;
+    static constexpr std::size_t headerLimit = std::size_t{1024} * 1024;
 
     explicit HttpSession(HttpLimits limits);
     HttpSession(const HttpSession&) = delete;

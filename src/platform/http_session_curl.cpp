@@ -26,6 +26,10 @@ using std::chrono::milliseconds;
 constexpr const char* timedOut = "The request timed out.";
 constexpr const char* unsupportedUrl = "unsupported URL";
 
+// By number, for the headers of the oldest libraries we take have no name for them.
+constexpr auto protocolsByName = static_cast<CURLoption>(CURLOPTTYPE_STRINGPOINT + 318);
+constexpr auto quickExit = static_cast<CURLoption>(CURLOPTTYPE_LONG + 322);
+
 struct EasyDeleter {
     void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
 };
@@ -104,7 +108,7 @@ class Transfer {
     }
 
     /// Takes `easy` and prepares it for the request. False when the library refused an option.
-    bool prepare(EasyHandle easy, const std::string& certificateDirectory) {
+    bool prepare(EasyHandle&& easy, const std::string& certificateDirectory) {
         easy_ = std::move(easy);
         for (const HttpHeader& header : request_.headers) {
             // Without a value the library wants a semicolon, or it would take the header out.
@@ -135,10 +139,10 @@ class Transfer {
         return code == CURLE_OK && !headerComplete_ ? CURLE_GOT_NOTHING : code;
     }
 
-    /// Ends the exchange as the library says it ended, or as `ownError` does.
+    /// Ends the exchange as the library says it ended; `ownError` puts a failure in other words.
     void complete(CURLcode code, const char* ownError) {
         HttpResult result;
-        if (code != CURLE_OK || ownError != nullptr) {
+        if (code != CURLE_OK) {
             result.error = ownError != nullptr ? ownError : errorText(code);
         }
         if (headerComplete_) {
@@ -163,7 +167,7 @@ class Transfer {
         return set(CURLOPT_URL, url.c_str()) && set(CURLOPT_HTTPHEADER, headers_.get()) &&
                set(CURLOPT_USERAGENT, "OrvanePolicyDaemon/" ORVANE_VERSION) &&
                set(CURLOPT_ACCEPT_ENCODING, "") && set(CURLOPT_PATH_AS_IS, 1L) &&
-               set(CURLOPT_PROTOCOLS_STR, "http,https") && set(CURLOPT_FOLLOWLOCATION, 0L) &&
+               set(CURLOPT_FOLLOWLOCATION, 0L) &&
                // What stands before an "@" in the URL is not made into a header.
                set(CURLOPT_HTTPAUTH, CURLAUTH_NONE) &&
                set(CURLOPT_PRIVATE, static_cast<void*>(this));
@@ -173,9 +177,11 @@ class Transfer {
         if (isLoopbackHost(request_.url.host()) && !set(CURLOPT_PROXY, "")) {
             return false;
         }
-        // A hanging name server must not hold up the end of an overdue exchange. A library too old
-        // to know the option waits for it, which is no reason to send nothing.
-        (void)set(CURLOPT_QUICK_EXIT, 1L);
+        // A library too old to know these two (7.85, 7.87) is no reason to send nothing: refusal()
+        // has looked at the URL's scheme too, and such a library lets a name server that hangs hold
+        // up the end of an overdue exchange.
+        (void)set(protocolsByName, "http,https");
+        (void)set(quickExit, 1L);
         return set(CURLOPT_NOSIGNAL, 1L) && set(CURLOPT_TCP_KEEPALIVE, 1L) &&
                set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) && set(CURLOPT_DNS_CACHE_TIMEOUT, 0L) &&
                set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS)) &&
@@ -221,6 +227,10 @@ class Transfer {
         if (tooLarge_) {
             return "the response is larger than " + std::to_string(HttpSession::bodyLimit) +
                    " bytes";
+        }
+        if (headerBytes_ > HttpSession::headerLimit) {
+            return "the header of the response is larger than " +
+                   std::to_string(HttpSession::headerLimit) + " bytes";
         }
         switch (code) {
             case CURLE_OPERATION_TIMEDOUT:
@@ -286,10 +296,15 @@ class Transfer {
         auto& transfer = *static_cast<Transfer*>(self);
         transfer.touch();
         const std::string_view line(data, size * count);
+        transfer.headerBytes_ += line.size();
+        if (transfer.headerBytes_ > HttpSession::headerLimit) {
+            return 0;  // the library keeps every line, and has no limit of its own for trailers
+        }
         long status = 0;
         (void)curl_easy_getinfo(transfer.easy_.get(), CURLINFO_RESPONSE_CODE, &status);
-        // The blank line behind an interim response (1xx) is not the end of the header.
-        if (status >= 200 && (line == "\r\n" || line == "\n")) {
+        // The blank line behind an interim response (1xx) is not the end of the header. The library
+        // takes more than three digits where the server says "HTTP/2": that is no status.
+        if (status >= 200 && status <= 999 && (line == "\r\n" || line == "\n")) {
             transfer.headerComplete_ = true;
         }
         return line.size();
@@ -315,6 +330,7 @@ class Transfer {
     std::array<char, CURL_ERROR_SIZE> errorBuffer_{};
     std::string body_;
     curl_off_t bytesSeen_ = 0;
+    std::size_t headerBytes_ = 0;
     bool headerComplete_ = false;
     bool tooLarge_ = false;
     EasyHandle easy_;  ///< last, so that it goes before what it points to

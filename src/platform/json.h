@@ -1,11 +1,15 @@
 // JSON objects: picking named members out of a text, and writing small objects.
 //
 // Reading is strict RFC 8259 over UTF-8: one leading byte order mark is tolerated; the top level
-// must be an object; nesting deeper than 512, invalid UTF-8, lone surrogates, raw NUL and numbers
-// beyond the range of a double refuse the whole text. Of members with the same name in one object
-// the first counts. No tree is built: a large document costs what is picked from it.
+// must be an object; nesting deeper than 512, invalid UTF-8, lone surrogates, raw NUL, numbers
+// beyond the range of a double and exponents beyond 32 bits refuse the whole text. Of members with
+// the same name in one object the first counts. No tree is built: a large document costs what is
+// picked from it.
 #pragma once
 
+#include "platform/text_list.h"
+
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <optional>
@@ -20,6 +24,12 @@ namespace orvane::json {
 /// The deepest nesting of objects and arrays that is read.
 inline constexpr std::size_t depthLimit = 512;
 
+/// Texts that the array at `path` is compared with while it is read, so that it need not be kept.
+struct Expected {
+    std::string_view path;
+    const TextList& texts;
+};
+
 /// The members that were asked for of one object. A path names them by their keys from the top
 /// level down, "guard_config/capture/enabled"; the empty path is the top level itself.
 class Members {
@@ -27,8 +37,11 @@ class Members {
     /// The member's value if it is there and of that type, else absent. A number is not a boolean.
     [[nodiscard]] std::optional<std::string> string(std::string_view path) const;
     [[nodiscard]] std::optional<bool> boolean(std::string_view path) const;
-    /// Absent as well when any element of the array is not a string.
-    [[nodiscard]] std::optional<std::vector<std::string>> strings(std::string_view path) const;
+    /// The strings of an array; absent as well when any element of it is not a string. They are
+    /// handed over, not copied: there may be very many.
+    [[nodiscard]] std::optional<TextList> takeStrings(std::string_view path);
+    /// Whether the expected texts are there, in order and nothing else.
+    [[nodiscard]] bool isAsExpected() const;
     [[nodiscard]] bool isObject(std::string_view path) const;
 
     /// As `string`, but an empty text counts as absent.
@@ -37,12 +50,18 @@ class Members {
   private:
     friend class Picker;
     friend std::optional<Members> readObject(std::string_view text,
-                                             std::initializer_list<std::string_view> paths);
+                                             std::initializer_list<std::string_view> paths,
+                                             const std::optional<Expected>& expected);
 
     struct Object {};
     struct Array {
-        std::vector<std::string> texts;
+        void add(std::string_view text);
+
+        TextList texts;
         bool onlyTexts = true;
+        const TextList* expected = nullptr;  ///< if set, texts are compared and not kept
+        std::size_t equalTexts = 0;          ///< of the expected ones, from the first on
+        std::size_t comparedTexts = 0;
     };
     struct Other {};  ///< null or a number
     using Value = std::variant<std::monostate, Object, Array, Other, bool, std::string>;
@@ -56,20 +75,26 @@ class Members {
 
     [[nodiscard]] std::optional<std::size_t> childOf(std::size_t parent,
                                                      std::string_view key) const;
-    [[nodiscard]] const Value& at(std::string_view path) const;
-    void want(std::string_view path);
+    /// Absent when nothing at `path` was asked for.
+    [[nodiscard]] std::optional<std::size_t> nodeAt(std::string_view path) const;
+    template <typename Type>
+    [[nodiscard]] const Type* valueAt(std::string_view path) const;
+    std::size_t want(std::string_view path);
 
     std::vector<Node> nodes_{Node{}};  ///< the first is the top level
+    std::size_t expectedNode_ = 0;     ///< the top level's, which is no array, when there is none
+    const TextList* expectedTexts_ = nullptr;
 };
 
 /// Reads `text` and picks the members at `paths`; absent when the text is not usable (see above).
 std::optional<Members> readObject(std::string_view text,
-                                  std::initializer_list<std::string_view> paths);
+                                  std::initializer_list<std::string_view> paths,
+                                  const std::optional<Expected>& expected = std::nullopt);
 
 /// A member to write.
 struct Member {
     std::string_view key;
-    std::variant<bool, std::int64_t, std::string_view, std::span<const std::string>> value;
+    std::variant<bool, std::int64_t, std::string_view, const TextList*> value;
 };
 
 /// `members` as one compact JSON object, keys in byte order. "/" is written as "\/", control

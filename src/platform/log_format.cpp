@@ -27,8 +27,8 @@ std::string escapeOf(unsigned char byte) {
 
 /// Whether a C1 control character (U+0080 to U+009F, in UTF-8 C2 80 to C2 9F) starts at `index`.
 bool isC1ControlAt(std::string_view text, std::size_t index) {
-    return text[index] == '\xC2' && index + 1 < text.size() &&
-           static_cast<unsigned char>(text[index + 1]) < 0xA0;
+    const std::string_view two = text.substr(index, 2);
+    return two >= "\xC2\x80" && two < "\xC2\xA0";
 }
 
 std::string shown(const LogConversion& conversion, const LogArgument& argument) {

@@ -1,8 +1,8 @@
-#include "platform/clock.h"
 #include "platform/descriptor.h"
 #include "platform/environment.h"
 #include "platform/logger.h"
-#include "platform/timestamp.h"
+#include "platform/message_line.h"
+#include "platform/uninterrupted.h"
 
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -20,18 +20,6 @@ namespace {
 
 constexpr std::string_view journalSocket = "/run/systemd/journal/socket";
 constexpr std::string_view identifier = "OrvanePolicyDaemon";
-
-std::string_view nameOf(LogLevel level) {
-    switch (level) {
-        case LogLevel::debug:
-            return "debug";
-        case LogLevel::error:
-            return "error";
-        case LogLevel::standard:
-            break;
-    }
-    return "default";
-}
 
 /// syslog(3) priorities: err, notice, debug.
 std::string_view priorityOf(LogLevel level) {
@@ -69,19 +57,6 @@ Descriptor connectToJournal() {
     return socket;
 }
 
-void writeToStandardError(std::string_view line) {
-    while (!line.empty()) {
-        const ssize_t count = ::write(STDERR_FILENO, line.data(), line.size());
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count <= 0) {
-            return;
-        }
-        line.remove_prefix(static_cast<std::size_t>(count));
-    }
-}
-
 }  // namespace
 
 class Logger::Destination {
@@ -95,7 +70,7 @@ class Logger::Destination {
 
     void write(LogLevel level, const std::string& message) const {
         if (!journal_.isOpen() || !sendToJournal(level, message)) {
-            writeLine(level, message);
+            writeMessageLine(level, category_, message);
         }
     }
 
@@ -113,25 +88,9 @@ class Logger::Destination {
         add("SUBSYSTEM", subsystem_);
         add("CATEGORY", category_);
         add("MESSAGE", message);
-        ssize_t sent = 0;
-        do {
-            sent = ::send(journal_.number(), entry.data(), entry.size(), MSG_NOSIGNAL);
-        } while (sent < 0 && errno == EINTR);
-        return sent >= 0;
-    }
-
-    /// One write per message, so that lines of two threads do not mix.
-    void writeLine(LogLevel level, const std::string& message) const {
-        std::string line = iso8601(clock::sinceEpoch());
-        for (const std::string_view part : {nameOf(level), std::string_view(category_)}) {
-            line.append(" ").append(part);
-        }
-        line.append(" ")
-            .append(std::to_string(processId()))
-            .append(" ")
-            .append(message)
-            .append("\n");
-        writeToStandardError(line);
+        return uninterrupted([&] {
+                   return ::send(journal_.number(), entry.data(), entry.size(), MSG_NOSIGNAL);
+               }) >= 0;
     }
 
     std::string subsystem_;

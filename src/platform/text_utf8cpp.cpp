@@ -8,7 +8,10 @@
 namespace orvane::text {
 
 bool isUtf8(std::string_view bytes) {
-    return utf8::is_valid(bytes.begin(), bytes.end());
+    // Most texts are ASCII from end to end, which takes no more than a glance.
+    const auto* const first = std::find_if(
+        bytes.begin(), bytes.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
+    return utf8::is_valid(first, bytes.end());
 }
 
 std::string repairedUtf8(std::string_view bytes) {

@@ -1,7 +1,8 @@
 #include "activity/activity_log.h"
 
-#include "config/ordinary_user.h"
+#include "support/allocation_limit.h"
 #include "support/daemon_test.h"
+#include "support/in_child.h"
 #include "support/virtual_clock.h"
 
 #include <fcntl.h>
@@ -34,7 +35,7 @@ using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 using ::testing::SizeIs;
 
-static_assert(noexcept(ActivityLog::record("", "", 0, 0, 0, "", std::nullopt)));
+static_assert(noexcept(ActivityLog::record({}, {}, 0, 0, 0, {}, {})));
 
 /// 2026-11-16T07:13:43.123Z
 constexpr std::chrono::nanoseconds moment = 1794813223s + 123ms;
@@ -398,6 +399,16 @@ TEST_F(ActivityLogTest, ThreadsMayRecordAtTheSameTime) {
     }
     EXPECT_THAT(content(), SizeIs(line().size() * 4 * each));
     EXPECT_EQ(std::ranges::count(content(), '\n'), 4 * each);
+}
+
+TEST_F(ActivityLogTest, WithoutMemoryTheLineIsLostAndNothingElse) {
+    {
+        const AllocationLimit none(0);
+        record();
+    }
+    EXPECT_FALSE(fs::exists(activityFile()));
+    record();
+    EXPECT_TRUE(fs::exists(activityFile()));
 }
 
 }  // namespace

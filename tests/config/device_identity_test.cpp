@@ -1,8 +1,8 @@
 #include "config/device_identity.h"
 
-#include "config/ordinary_user.h"
 #include "platform/clock.h"
 #include "support/daemon_test.h"
+#include "support/in_child.h"
 #include "support/scripted_server.h"
 #include "support/virtual_clock.h"
 

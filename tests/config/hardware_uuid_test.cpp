@@ -1,6 +1,6 @@
 #include "config/hardware_uuid.h"
 
-#include "support/daemon_test.h"
+#include "config/hardware_uuid_test.h"
 
 #include <gmock/gmock.h>
 
@@ -98,24 +98,6 @@ TEST(HardwareUuidInTest, AListingThatIsNotUtf8HasNone) {
     EXPECT_EQ(hardwareUuidIn("\"IOPlatformUUID\" = \"\xED\xA0\x80\"\n"), std::nullopt);
 }
 
-/// The name and the "=" of the usual line, for printf(1).
-constexpr const char* printUuid = R"(printf '  "IOPlatformUUID" = "U-1"\n')";
-
-class HardwareUuidTest : public DaemonTest {
-  protected:
-    /// A registry tool that runs `commands`.
-    static void installTool(const std::string& commands) {
-        installRegistryTool("#!/bin/sh\n" + commands + "\n");
-    }
-    static fs::path tool() { return root() / "usr/sbin/ioreg"; }
-    static void writeMachineId(std::string_view content) {
-        writeFile(root() / "etc/machine-id", content);
-    }
-};
-
-constexpr const char* machineIdText = "0123456789abcdef0123456789abcdef\n";
-constexpr const char* machineIdAsUuid = "01234567-89ab-cdef-0123-456789abcdef";
-
 TEST_F(HardwareUuidTest, TheToolIsAskedForThePlatformDevice) {
     installTool("printf '%s\\n' \"$#\" \"$@\" > '" + (root() / "arguments").string() + "'\n" +
                 printUuid);
@@ -181,42 +163,6 @@ TEST_F(HardwareUuidTest, NothingIsLoggedWhenThereIsNone) {
     EXPECT_EQ(log.raw(), "");
     EXPECT_THAT(namesIn(root()), testing::IsEmpty());
 }
-
-#ifdef __linux__
-
-TEST_F(HardwareUuidTest, WithoutTheToolTheMachineIdStandsIn) {
-    writeMachineId(machineIdText);
-    EXPECT_THAT(readHardwareUuid(), Optional(std::string(machineIdAsUuid)));
-}
-
-TEST_F(HardwareUuidTest, AMachineIdThatIsNoneIsNotTaken) {
-    for (const char* content :
-         {"", "\n", "uninitialized\n", "0123456789abcdef\n", "0123456789ABCDEF0123456789ABCDEF\n",
-          "01234567-89ab-cdef-0123-456789abcdef\n"}) {
-        SCOPED_TRACE(content);
-        writeMachineId(content);
-        EXPECT_EQ(readHardwareUuid(), std::nullopt);
-    }
-}
-
-TEST_F(HardwareUuidTest, AToolThatCannotBeLaunchedIsReplaced) {
-    writeMachineId(machineIdText);
-    installTool(printUuid);
-    fs::permissions(tool(), fs::perms(0644));
-    EXPECT_THAT(readHardwareUuid(), Optional(std::string(machineIdAsUuid))) << "not executable";
-    fs::remove(tool());
-    fs::create_directory(tool());
-    EXPECT_THAT(readHardwareUuid(), Optional(std::string(machineIdAsUuid))) << "a directory";
-}
-
-TEST_F(HardwareUuidTest, AToolThatAppearsIsUsedFromThenOn) {
-    writeMachineId(machineIdText);
-    EXPECT_THAT(readHardwareUuid(), Optional(std::string(machineIdAsUuid)));
-    installTool(printUuid);
-    EXPECT_THAT(readHardwareUuid(), Optional("U-1"s));
-}
-
-#endif
 
 }  // namespace
 }  // namespace orvane::test

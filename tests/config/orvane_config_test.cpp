@@ -1,7 +1,7 @@
 #include "config/orvane_config.h"
 
-#include "config/ordinary_user.h"
 #include "support/daemon_test.h"
+#include "support/in_child.h"
 #include "support/scripted_server.h"
 
 #include <gmock/gmock.h>

@@ -41,7 +41,7 @@ TEST_F(AtomicWriteTest, AnExistingFileIsReplacedAsAWhole) {
 }
 
 TEST_F(AtomicWriteTest, TheFileGetsThePlatformsDefaultMode) {
-    for (const mode_t mask : {0000U, 0022U, 0077U}) {
+    for (const mode_t mask : std::initializer_list<mode_t>{0000, 0022, 0077}) {
         const mode_t before = ::umask(mask);
         write("data");
         (void)::umask(before);

@@ -115,6 +115,22 @@ TEST_F(PollTest, AStoredEtagWithALineBreakIsLeftOutAndThePollIsSent) {
     EXPECT_EQ(onlyPoll().header("X-Evil"), std::nullopt);
 }
 
+TEST_F(PollTest, WithThePolicyLostInItsReplacementTheStoredEtagIsNotSent) {
+    writeFile(orvane() / "policy-etag.json", R"({"etag":"v1"})");
+    writeFile(orvane() / "policy.json.tmp", "the new policy");
+    pollAnswered({answer(200, R"({"etag":"v1"})"), answer(304)});
+    EXPECT_EQ(onlyPoll().header("If-None-Match"), std::nullopt);
+    EXPECT_EQ(readFile(orvane() / "policy.json"), R"({"etag":"v1"})");
+}
+
+TEST_F(PollTest, WhatAFailedReplacementLeftBesideThePolicyDoesNotMatterToTheStoredEtag) {
+    writeFile(orvane() / "policy-etag.json", R"({"etag":"v1"})");
+    writeFile(orvane() / "policy.json", "the old policy");
+    writeFile(orvane() / "policy.json.tmp", "the new policy");
+    pollAnswered({answer(304)});
+    EXPECT_EQ(onlyPoll().header("If-None-Match"), "\"v1\"");
+}
+
 TEST_F(PollTest, TheResponsesOwnEtagHeaderIsNotRead) {
     pollAnswered({answer(200, R"({"a":1})", {{"ETag", "\"from-header\""}})});
     EXPECT_FALSE(std::filesystem::exists(orvane() / "policy-etag.json"));

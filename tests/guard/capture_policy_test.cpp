@@ -1,7 +1,7 @@
 #include "guard/capture_policy.h"
 
-#include "config/ordinary_user.h"
 #include "support/daemon_test.h"
+#include "support/in_child.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -397,7 +397,7 @@ TEST_F(CaptureFileTest, WithoutAPolicyNothingIsMade) {
 }
 
 TEST_F(CaptureFileTest, AnyoneMayReadItWhateverTheMask) {
-    for (const mode_t mask : {0000U, 0022U, 0077U, 0177U}) {
+    for (const mode_t mask : std::initializer_list<mode_t>{0000, 0022, 0077, 0177}) {
         SCOPED_TRACE(mask);
         const FileMask set(mask);
         fs::remove(captureFile());
@@ -407,7 +407,7 @@ TEST_F(CaptureFileTest, AnyoneMayReadItWhateverTheMask) {
 }
 
 TEST_F(CaptureFileTest, ItsDirectoryGetsTheMasksMode) {
-    for (const mode_t mask : {0000U, 0022U, 0077U}) {
+    for (const mode_t mask : std::initializer_list<mode_t>{0000, 0022, 0077}) {
         SCOPED_TRACE(mask);
         const FileMask set(mask);
         fs::remove_all(setup());

@@ -1,13 +1,13 @@
 #include "platform/environment.h"
 
-#include "platform/in_child.h"
+#include "platform/system_calls.h"
+#include "support/in_child.h"
+#include "support/test_files.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <array>
@@ -59,8 +59,9 @@ TEST(EnvironmentTest, AWriteToABrokenPipeBecomesAnError) {
 
 bool isNullDevice(int descriptor) {
     struct stat status {};
-    return ::fstat(descriptor, &status) == 0 && S_ISCHR(status.st_mode) &&
-           status.st_rdev == ::makedev(1, 3);
+    struct stat nullDevice {};
+    return ::fstat(descriptor, &status) == 0 && ::stat("/dev/null", &nullDevice) == 0 &&
+           S_ISCHR(status.st_mode) && status.st_rdev == nullDevice.st_rdev;
 }
 
 /// Closes `descriptors`, calls the function under test and tells, for 0 to 3, which are open: "n"
@@ -86,7 +87,8 @@ class StandardDescriptorsTest : public ::testing::Test {
     StandardDescriptorsTest() {
         // Something other than /dev/null on all three, and on 3 a guard, so that nothing of the
         // test's own gets that number.
-        const int file = ::memfd_create("standard", 0);
+        const int file =
+            ::open((directory_.path() / "f").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
         for (int descriptor = 0; descriptor <= 3; ++descriptor) {
             originals_.at(static_cast<std::size_t>(descriptor)) = ::fcntl(descriptor, F_DUPFD, 10);
             ::dup2(file, descriptor);
@@ -109,6 +111,7 @@ class StandardDescriptorsTest : public ::testing::Test {
     }
 
   private:
+    TempDirectory directory_;
     std::array<int, 4> originals_{};
     int file_ = -1;
 };
@@ -123,6 +126,20 @@ TEST_F(StandardDescriptorsTest, WhatIsMissingLeadsToTheNullDevice) {
     EXPECT_EQ(afterClosing({2}), "oon-");
     EXPECT_EQ(afterClosing({0, 2}), "non-");
     EXPECT_EQ(afterClosing({0, 1, 2}), "nnn-");
+}
+
+TEST_F(StandardDescriptorsTest, WithoutTheNullDeviceItIsTriedOnce) {
+    int attempts = 0;
+    SystemCallHooks hooks;
+    hooks.open = [&](const char*) {
+        ++attempts;
+        return std::optional(failWith(EMFILE));
+    };
+    {
+        const WithSystemCallHooks installed(hooks);
+        occupyStandardDescriptors();
+    }
+    EXPECT_EQ(attempts, 1);
 }
 
 TEST_F(StandardDescriptorsTest, TheNullDeviceCanBeReadAndWritten) {

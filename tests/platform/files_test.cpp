@@ -1,7 +1,7 @@
 #include "platform/files.h"
 
-#include "platform/in_child.h"
 #include "platform/system_calls.h"
+#include "support/in_child.h"
 #include "support/test_files.h"
 
 #include <fcntl.h>
@@ -17,6 +17,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <set>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -68,10 +69,6 @@ class FilesTest : public ::testing::Test {
   private:
     TempDirectory directory_;
 };
-
-std::size_t openDescriptors() {
-    return namesIn("/proc/self/fd").size();
-}
 
 bool isLink(const fs::path& path) {
     return fs::is_symlink(fs::symlink_status(path));
@@ -243,11 +240,11 @@ TEST_F(FilesReadTest, InterruptionsChangeNothing) {
 
 TEST_F(FilesReadTest, NoDescriptorStaysOpen) {
     writeFile(at("f"), "content");
-    const auto before = openDescriptors();
+    const auto before = openDescriptors().size();
     (void)files::read(at("f"));
     (void)files::read(at(""));
     (void)files::read(at("missing"));
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(openDescriptors().size(), before);
 }
 
 TEST_F(FilesReadTest, TheDescriptorIsNotInheritedByChildren) {
@@ -320,7 +317,7 @@ TEST_F(FilesWriteAtomicallyTest, ANewFileGetsWhatTheMaskLeaves) {
 
 TEST_F(FilesWriteAtomicallyTest, AnExistingFilesModeIsKept) {
     const WithMask mask(0022);
-    for (const unsigned mode : {0600U, 0666U, 0444U, 0755U, 0777U, 0000U}) {
+    for (const mode_t mode : std::initializer_list<mode_t>{0600, 0666, 0444, 0755, 0777, 0000}) {
         writeFile(at("f"), "old");
         ASSERT_EQ(::chmod(at("f").c_str(), mode), 0);
         EXPECT_FALSE(files::writeAtomically(at("f"), "new"));
@@ -407,12 +404,12 @@ TEST_F(FilesWriteAtomicallyTest, RunningOutOfSpaceLeavesTheOldFileAndNoScratch) 
 }
 
 TEST_F(FilesWriteAtomicallyTest, UnrelatedFilesAreUntouched) {
-    writeFile(at(".f.0000000000000000"), "left over");
+    writeFile(at(".f.0000000000000000.tmp"), "somebody's");
     writeFile(at("f.tmp"), "somebody's");
     EXPECT_FALSE(files::writeAtomically(at("f"), "new"));
-    EXPECT_EQ(readFile(at(".f.0000000000000000")), "left over");
+    EXPECT_EQ(readFile(at(".f.0000000000000000.tmp")), "somebody's");
     EXPECT_EQ(readFile(at("f.tmp")), "somebody's");
-    EXPECT_THAT(names(), ElementsAre(".f.0000000000000000", "f", "f.tmp"));
+    EXPECT_THAT(names(), ElementsAre(".f.0000000000000000.tmp", "f", "f.tmp"));
 }
 
 TEST_F(FilesWriteAtomicallyTest, APathWithoutADirectoryMeansTheWorkingDirectory) {
@@ -428,7 +425,7 @@ TEST_F(FilesWriteAtomicallyTest, TheContentIsOnDiskBeforeItGetsItsNameAndTheName
     writeFile(at("f"), "old");
     std::vector<std::string> flushes;
     SystemCallHooks hooks;
-    hooks.fsync = [&](int descriptor) -> std::optional<int> {
+    hooks.flush = [&](int descriptor) -> std::optional<int> {
         const fs::path path = pathOf(descriptor);
         const bool isDirectory = fs::is_directory(path);
         flushes.push_back((isDirectory ? "directory" : "file with " + readFile(path)) +
@@ -442,22 +439,57 @@ TEST_F(FilesWriteAtomicallyTest, TheContentIsOnDiskBeforeItGetsItsNameAndTheName
     EXPECT_THAT(flushes, ElementsAre("file with new, target has old", "directory, target has new"));
 }
 
-TEST_F(FilesWriteAtomicallyTest, TheScratchFileIsHiddenBesideTheTargetAndNamedAtRandom) {
-    std::vector<std::string> scratchNames;
+/// The name of the scratch file through which `path` is written, which has to go well.
+std::string scratchNameOfAWriteTo(const fs::path& path) {
+    std::string name;
     SystemCallHooks hooks;
-    hooks.fsync = [&](int descriptor) -> std::optional<int> {
-        const fs::path path = pathOf(descriptor);
-        if (!fs::is_directory(path)) {
-            scratchNames.push_back(path.filename());
+    hooks.flush = [&](int descriptor) -> std::optional<int> {
+        const fs::path flushed = pathOf(descriptor);
+        if (!fs::is_directory(flushed)) {
+            name = flushed.filename();
         }
         return std::nullopt;
     };
     const WithSystemCallHooks installed(hooks);
-    EXPECT_FALSE(files::writeAtomically(at("f"), "x"));
-    EXPECT_FALSE(files::writeAtomically(at("f"), "x"));
-    ASSERT_EQ(scratchNames.size(), 2U);
-    EXPECT_THAT(scratchNames, ::testing::Each(::testing::MatchesRegex("\\.f\\.[0-9a-f]{16}")));
-    EXPECT_NE(scratchNames[0], scratchNames[1]);
+    EXPECT_FALSE(files::writeAtomically(path, "new"));
+    return name;
+}
+
+std::string usualScratchName() {
+    return ".f." + std::to_string(::geteuid()) + ".tmp";
+}
+
+TEST_F(FilesWriteAtomicallyTest, TheScratchFileIsHiddenBesideTheTargetAndTheAccountsOwn) {
+    EXPECT_EQ(scratchNameOfAWriteTo(at("f")), usualScratchName());
+    EXPECT_THAT(names(), ElementsAre("f"));
+}
+
+TEST_F(FilesWriteAtomicallyTest, AScratchFileThatAKilledProcessLeftIsReplaced) {
+    writeFile(at(usualScratchName()), "half of the con");
+    fs::permissions(at(usualScratchName()), fs::perms::none);
+    const WithMask mask(022);
+    EXPECT_EQ(scratchNameOfAWriteTo(at("f")), usualScratchName());
+    EXPECT_EQ(readFile(at("f")), "new");
+    EXPECT_EQ(modeOf(at("f")), 0644U);
+    EXPECT_THAT(names(), ElementsAre("f"));
+}
+
+TEST_F(FilesWriteAtomicallyTest, ALinkAtTheScratchNameIsReplacedAndNotFollowed) {
+    writeFile(at("victim"), "safe");
+    fs::create_symlink(at("victim"), at(usualScratchName()));
+    EXPECT_EQ(scratchNameOfAWriteTo(at("f")), usualScratchName());
+    EXPECT_EQ(readFile(at("victim")), "safe");
+    EXPECT_FALSE(fs::is_symlink(at("f")));
+}
+
+TEST_F(FilesWriteAtomicallyTest, WhatCannotBeRemovedAtTheScratchNameIsPassedBy) {
+    fs::create_directory(at(usualScratchName()));
+    const std::string first = scratchNameOfAWriteTo(at("f"));
+    const std::string second = scratchNameOfAWriteTo(at("f"));
+    EXPECT_THAT(first, ::testing::MatchesRegex("\\.f\\.[0-9a-f]{16}\\.tmp"));
+    EXPECT_THAT(second, ::testing::MatchesRegex("\\.f\\.[0-9a-f]{16}\\.tmp"));
+    EXPECT_NE(first, second);
+    EXPECT_THAT(names(), ElementsAre(usualScratchName(), "f"));
 }
 
 /// Writes "new" over "old" with `hooks` in place.
@@ -469,7 +501,7 @@ std::error_code replaceOld(const fs::path& path, const SystemCallHooks& hooks) {
 
 TEST_F(FilesWriteAtomicallyTest, AFailedFlushLeavesTheOldFileAndNoScratch) {
     SystemCallHooks hooks;
-    hooks.fsync = [](int) { return std::optional(failWith(EIO)); };
+    hooks.flush = [](int) { return std::optional(failWith(EIO)); };
     EXPECT_EQ(codeOf(replaceOld(at("f"), hooks)), EIO);
     EXPECT_EQ(readFile(at("f")), "old");
     EXPECT_THAT(names(), ElementsAre("f"));
@@ -505,7 +537,7 @@ TEST_F(FilesWriteAtomicallyTest, AWriteThatTakesNothingIsNotTriedForEver) {
         errno = EINTR;  // left over from something else
         return ++writes < 3 ? 0 : failWith(EIO);
     };
-    (void)replaceOld(at("f"), hooks);
+    EXPECT_EQ(codeOf(replaceOld(at("f"), hooks)), EIO);
     EXPECT_EQ(writes, 1);
     EXPECT_EQ(readFile(at("f")), "old");
     EXPECT_THAT(names(), ElementsAre("f"));
@@ -534,7 +566,7 @@ TEST_F(FilesWriteAtomicallyTest, AnUnflushableDirectoryIsAnErrorUnlessItsFileSys
     } table[] = {{EIO, EIO}, {EINVAL, 0}, {ENOTSUP, 0}};
     for (const auto& row : table) {
         SystemCallHooks hooks;
-        hooks.fsync = [&](int descriptor) {
+        hooks.flush = [&](int descriptor) {
             return fs::is_directory(pathOf(descriptor)) ? std::optional(failWith(row.error))
                                                         : std::nullopt;
         };
@@ -552,9 +584,9 @@ TEST_F(FilesWriteAtomicallyTest, ADirectoryThatCannotBeOpenedForFlushingIsAnErro
     EXPECT_EQ(readFile(at("f")), "new");
 }
 
-TEST_F(FilesWriteAtomicallyTest, ATakenScratchNameIsTriedUnderAnotherSevenTimesAtMost) {
+TEST_F(FilesWriteAtomicallyTest, ATakenScratchNameIsTriedTwiceAndUnderSixOthersAtMost) {
     std::vector<std::string> tried;
-    int refusals = 6;
+    int refusals = 7;
     SystemCallHooks hooks;
     hooks.open = [&](const char* path) -> std::optional<int> {
         const std::string name = fs::path(path).filename();
@@ -566,14 +598,15 @@ TEST_F(FilesWriteAtomicallyTest, ATakenScratchNameIsTriedUnderAnotherSevenTimesA
     };
     EXPECT_FALSE(replaceOld(at("f"), hooks));
     EXPECT_EQ(readFile(at("f")), "new");
-    EXPECT_EQ(tried.size(), 7U);
-    std::sort(tried.begin(), tried.end());
-    EXPECT_EQ(std::unique(tried.begin(), tried.end()), tried.end());
+    ASSERT_EQ(tried.size(), 8U);
+    EXPECT_EQ(tried[0], usualScratchName());
+    EXPECT_EQ(tried[1], usualScratchName());
+    EXPECT_EQ(std::set(tried.begin(), tried.end()).size(), 7U);
 
     refusals = 100;
     tried.clear();
     EXPECT_EQ(codeOf(replaceOld(at("f"), hooks)), EEXIST);
-    EXPECT_EQ(tried.size(), 7U);
+    EXPECT_EQ(tried.size(), 8U);
     EXPECT_EQ(readFile(at("f")), "old");
 }
 
@@ -589,14 +622,16 @@ TEST_F(FilesWriteAtomicallyTest, AnotherErrorIsNotTriedAgain) {
 }
 
 TEST_F(FilesWriteAtomicallyTest, NothingIsFollowedOrReusedUnderTheScratchName) {
-    // Whoever could foresee the name would plant a file or a link there: it must not be opened.
+    // Whoever foresees the name may plant a file or a link there, each time just before it is used:
+    // it must not be opened.
     writeFile(at("victim"), "precious");
     for (const bool asLink : {false, true}) {
-        std::string planted;
+        const fs::path planted = at(usualScratchName());
+        int times = 0;
         SystemCallHooks hooks;
         hooks.open = [&](const char* path) -> std::optional<int> {
-            if (planted.empty() && fs::path(path).filename().string().starts_with(".f.")) {
-                planted = path;
+            if (path == planted) {
+                ++times;
                 if (asLink) {
                     fs::create_symlink(at("victim"), planted);
                 } else {
@@ -608,6 +643,7 @@ TEST_F(FilesWriteAtomicallyTest, NothingIsFollowedOrReusedUnderTheScratchName) {
         EXPECT_FALSE(replaceOld(at("f"), hooks));
         EXPECT_EQ(readFile(at("f")), "new");
         EXPECT_EQ(readFile(at("victim")), "precious");
+        EXPECT_EQ(times, 2);
         EXPECT_TRUE(fs::remove(planted));
     }
 }
@@ -615,7 +651,7 @@ TEST_F(FilesWriteAtomicallyTest, NothingIsFollowedOrReusedUnderTheScratchName) {
 TEST_F(FilesWriteAtomicallyTest, TheDescriptorsAreNotInheritedByChildren) {
     std::vector<std::string> inheritable;
     SystemCallHooks hooks;
-    hooks.fsync = [&](int descriptor) -> std::optional<int> {
+    hooks.flush = [&](int descriptor) -> std::optional<int> {
         if (::fcntl(descriptor, F_GETFD) == 0) {
             inheritable.push_back(pathOf(descriptor));
         }
@@ -626,11 +662,11 @@ TEST_F(FilesWriteAtomicallyTest, TheDescriptorsAreNotInheritedByChildren) {
 }
 
 TEST_F(FilesWriteAtomicallyTest, NoDescriptorStaysOpen) {
-    const auto before = openDescriptors();
+    const auto before = openDescriptors().size();
     EXPECT_FALSE(files::writeAtomically(at("f"), "x"));
     EXPECT_TRUE(files::writeAtomically(at("no/f"), "x"));
     EXPECT_TRUE(files::writeAtomically(at(""), "x"));
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(openDescriptors().size(), before);
 }
 
 // --- appendLine
@@ -752,7 +788,7 @@ TEST_F(FilesAppendLineTest, ShortAndInterruptedWritesAreContinued) {
 
 TEST_F(FilesAppendLineTest, NoDescriptorStaysOpenOrIsInherited) {
     writeFile(at("f"), "");
-    const auto before = openDescriptors();
+    const auto before = openDescriptors().size();
     std::vector<std::string> inheritable;
     SystemCallHooks hooks;
     hooks.write = [&](int descriptor, std::size_t&) -> std::optional<ssize_t> {
@@ -766,7 +802,7 @@ TEST_F(FilesAppendLineTest, NoDescriptorStaysOpenOrIsInherited) {
         EXPECT_TRUE(files::appendLine(at("f"), "line"));
     }
     EXPECT_THAT(inheritable, IsEmpty());
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(openDescriptors().size(), before);
 }
 
 // --- move
@@ -822,7 +858,7 @@ TEST_F(FilesMoveTest, TheRenamingIsPutOnDisk) {
     writeFile(at("a"), "content");
     std::vector<std::string> flushes;
     SystemCallHooks hooks;
-    hooks.fsync = [&](int descriptor) -> std::optional<int> {
+    hooks.flush = [&](int descriptor) -> std::optional<int> {
         flushes.push_back(pathOf(descriptor));
         EXPECT_THAT(names(), ElementsAre("b"));
         return std::nullopt;
@@ -835,16 +871,16 @@ TEST_F(FilesMoveTest, TheRenamingIsPutOnDisk) {
 TEST_F(FilesMoveTest, AFailedFlushIsAnError) {
     writeFile(at("a"), "content");
     SystemCallHooks hooks;
-    hooks.fsync = [](int) { return std::optional(failWith(EIO)); };
+    hooks.flush = [](int) { return std::optional(failWith(EIO)); };
     const WithSystemCallHooks installed(hooks);
     EXPECT_EQ(codeOf(files::move(at("a"), at("b"))), EIO);
 }
 
 TEST_F(FilesMoveTest, NoDescriptorStaysOpen) {
     writeFile(at("a"), "content");
-    const auto before = openDescriptors();
+    const auto before = openDescriptors().size();
     EXPECT_FALSE(files::move(at("a"), at("b")));
-    EXPECT_EQ(openDescriptors(), before);
+    EXPECT_EQ(openDescriptors().size(), before);
 }
 
 // --- remove
@@ -929,10 +965,19 @@ TEST_F(FilesDirectoriesTest, AParentWithoutPermissionIsAnError) {
     EXPECT_THAT(namesIn(at("d")), IsEmpty());
 }
 
+TEST_F(FilesDirectoriesTest, ARelativePathBeginsInTheWorkingDirectory) {
+    EXPECT_EQ(inChild([&] {
+                  fs::current_path(at(""));
+                  return std::to_string(codeOf(files::createDirectories("a/b")));
+              }),
+              "0");
+    EXPECT_TRUE(fs::is_directory(at("a/b")));
+}
+
 // --- setMode
 
 TEST_F(FilesModeTest, TheModeIsSetWhateverTheMask) {
-    for (const mode_t value : {0000U, 0077U, 0777U}) {
+    for (const mode_t value : std::initializer_list<mode_t>{0000, 0077, 0777}) {
         const WithMask mask(value);
         writeFile(at("f"), "content");
         ASSERT_EQ(::chmod(at("f").c_str(), 0600), 0);

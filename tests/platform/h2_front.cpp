@@ -1,15 +1,16 @@
 #include "platform/h2_front.h"
 
+#include "support/sockets.h"
+
 #include <fcntl.h>
 #include <netinet/in.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -43,7 +44,7 @@ std::uint16_t freePort() {
     sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
     auto* const generic = reinterpret_cast<sockaddr*>(&address);
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int socket = tcpSocket();
     const bool found =
         ::bind(socket, generic, size) == 0 && ::getsockname(socket, generic, &size) == 0;
     ::close(socket);
@@ -55,27 +56,27 @@ std::uint16_t freePort() {
 
 bool accepts(std::uint16_t port) {
     const sockaddr_in address = loopback(port);
-    const int socket = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const int socket = tcpSocket();
     const bool connected =
         ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
     ::close(socket);
     return connected;
 }
 
-[[noreturn]] void become(const std::vector<std::string>& words, pid_t parent) {
-    // Should the test die, the proxy must not outlive it.
-    (void)::prctl(PR_SET_PDEATHSIG, SIGKILL);
-    if (::getppid() == parent) {
-        const int null = ::open("/dev/null", O_RDWR);
-        for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-            (void)::dup2(null, descriptor);
-        }
-        std::vector<char*> arguments;
-        for (const std::string& word : words) {
-            arguments.push_back(const_cast<char*>(word.c_str()));
-        }
-        arguments.push_back(nullptr);
-        (void)::execv(arguments.front(), arguments.data());
+/// Becomes the program in `words`, which does not outlive the other end of `lifeline`.
+[[noreturn]] void become(const std::vector<std::string>& words, int lifeline) {
+    constexpr const char* script = R"((read -r _ <&3; kill -9 $$) & exec "$@" 3<&-)";
+    std::vector<const char*> arguments{"/bin/sh", "-c", script, "sh"};
+    for (const std::string& word : words) {
+        arguments.push_back(word.c_str());
+    }
+    arguments.push_back(nullptr);
+    const int null = ::open("/dev/null", O_RDWR);
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        (void)::dup2(null, descriptor);
+    }
+    if (::dup2(lifeline, 3) == 3) {
+        (void)::execv(arguments.front(), const_cast<char* const*>(arguments.data()));
     }
     ::_exit(127);
 }
@@ -96,11 +97,17 @@ H2Front::H2Front(const TlsIdentity& identity, const ScriptedServer& backend) : p
                                          "--backend=127.0.0.1," + std::to_string(backend.port()),
                                          identity.privateKey,
                                          identity.certificate};
-    const pid_t parent = ::getpid();
+    std::array<int, 2> ends{};
+    if (::pipe(ends.data()) != 0) {
+        throw std::runtime_error("no pipe");
+    }
+    lifeline_ = ends[1];
+    (void)::fcntl(lifeline_, F_SETFD, FD_CLOEXEC);
     pid_ = ::fork();
     if (pid_ == 0) {
-        become(words, parent);
+        become(words, ends[0]);
     }
+    ::close(ends[0]);
     for (const auto end = std::chrono::steady_clock::now() + 20s; !accepts(port_);) {
         if (pid_ < 0 || ::waitpid(pid_, nullptr, WNOHANG) != 0 ||
             std::chrono::steady_clock::now() > end) {
@@ -111,7 +118,7 @@ H2Front::H2Front(const TlsIdentity& identity, const ScriptedServer& backend) : p
 }
 
 H2Front::~H2Front() {
-    (void)::kill(pid_, SIGKILL);
+    ::close(lifeline_);
     while (::waitpid(pid_, nullptr, 0) < 0 && errno == EINTR) {
     }
 }

@@ -29,6 +29,7 @@ class H2Front {
   private:
     TempDirectory directory_;
     std::uint16_t port_;
+    int lifeline_ = -1;  ///< the proxy ends when this is closed, at the latest with this process
     pid_t pid_ = 0;
 };
 

@@ -79,6 +79,21 @@ void letWorkerTurn(HttpSession& session) {
     }
 }
 
+Step zeros(std::size_t size) {
+    return [size](Connection& connection, const ReceivedRequest&) {
+        constexpr std::size_t chunkSize = std::size_t{4} * 1024 * 1024;
+        static const std::string chunk = "400000\r\n" + std::string(chunkSize, '\0') + "\r\n";
+        bool going = connection.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n");
+        for (std::size_t sent = 0; going && sent + chunkSize <= size; sent += chunkSize) {
+            going = connection.send(chunk);
+        }
+        if (going && size % chunkSize == 1) {
+            going = connection.send("1\r\nx\r\n");
+        }
+        return going && connection.send("0\r\n\r\n");
+    };
+}
+
 struct Puppet::State {
     std::mutex mutex;
     std::deque<std::optional<std::string>> moves;  ///< what to send; absent to close

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -43,6 +44,9 @@ HttpResult fetch(HttpSession& session, const std::string& url);
 
 /// Returns when the session's thread has looked at all sockets and deadlines after this was called.
 void letWorkerTurn(HttpSession& session);
+
+/// Answers with `size` zero bytes, chunked.
+Step zeros(std::size_t size);
 
 /// A server's step that the test moves by hand.
 class Puppet {

@@ -311,23 +311,21 @@ TEST_F(HttpLimitsTest, TheEndOfTheTlsHandshakeRestartsTheInactivityLimit) {
     EXPECT_FALSE(exchange.result().error);
 }
 
-// --- Size
-
-/// Answers with `size` zero bytes, chunked.
-Step zeros(std::size_t size) {
-    return [size](Connection& connection, const ReceivedRequest&) {
-        constexpr std::size_t chunkSize = std::size_t{4} * 1024 * 1024;
-        static const std::string chunk = "400000\r\n" + std::string(chunkSize, '\0') + "\r\n";
-        bool going = connection.send("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n");
-        for (std::size_t sent = 0; going && sent + chunkSize <= size; sent += chunkSize) {
-            going = connection.send(chunk);
-        }
-        if (going && size % chunkSize == 1) {
-            going = connection.send("1\r\nx\r\n");
-        }
-        return going && connection.send("0\r\n\r\n");
-    };
+TEST_F(HttpLimitsTest, WhatTheLibraryItselfTimesOutReadsTheSame) {
+    const TestCa ca;
+    ScriptedServer tls(ca.issueForLoopback());
+    Puppet stall;
+    tls.onConnect(stall.step());
+    HttpRequest request = requestFor(tls.url() + "/p");
+    request.inactivityLimit = 500ms;
+    Exchange exchange(session, std::move(request));
+    virtual_clock::advance(-1h);  // our own limit is far away
+    const auto result = exchange.result();
+    EXPECT_FALSE(result.response);
+    EXPECT_THAT(result.error, Optional(std::string(timedOut)));
 }
+
+// --- Size
 
 TEST_F(HttpLimitsTest, ABodyOfTheLimitIsTaken) {
     EXPECT_EQ(HttpSession::bodyLimit, 268'435'456U);
@@ -344,6 +342,27 @@ TEST_F(HttpLimitsTest, ALargerBodyEndsTheExchangeAndKeepsTheStatus) {
     ASSERT_TRUE(result.response);
     EXPECT_EQ(result.response->status, 200);
     EXPECT_EQ(result.response->body, std::nullopt);
+}
+
+TEST_F(HttpLimitsTest, TrailersUpToTheHeadersLimitAreTakenMoreEndTheExchange) {
+    const std::string line = "X: " + std::string(1019, 'x') + "\r\n";
+    EXPECT_EQ(HttpSession::headerLimit, 1024 * line.size());
+    std::string trailers;
+    for (int i = 0; i < 1023; ++i) {
+        trailers += line;
+    }
+    const auto afterTrailers = [&](const std::string& last) {
+        server.on("/p", {sendAndClose("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
+                                      "4\r\nbody\r\n0\r\n" +
+                                      trailers + last + "\r\n")});
+        return fetch(session, server.url() + "/p");
+    };
+    EXPECT_THAT(afterTrailers("").response.value().body, Optional("body"s));
+    const auto refused = afterTrailers(line);
+    EXPECT_THAT(refused.error,
+                Optional("the header of the response is larger than 1048576 bytes"s));
+    EXPECT_EQ(refused.response.value().status, 200);
+    EXPECT_EQ(refused.response.value().body, std::nullopt);
 }
 
 TEST_F(HttpLimitsTest, AnAnnouncedLengthIsNotTakenAtItsWord) {

@@ -246,6 +246,14 @@ TEST_F(HttpResponseTest, WhatIsNotHttpIsAnErrorWithoutResponse) {
     }
 }
 
+TEST_F(HttpResponseTest, AStatusOfMoreThanThreeDigitsIsAnErrorWithoutResponse) {
+    for (const char* bytes : {"HTTP/2 200401 OK\r\n\r\n", "HTTP/2 2000 OK\r\n\r\nbody",
+                              "HTTP/2 1000 OK\r\nContent-Length: 4\r\n\r\nbody"}) {
+        SCOPED_TRACE(bytes);
+        expectNoResponse(afterBytes(bytes), connectionLost);
+    }
+}
+
 TEST_F(HttpResponseTest, AHugeHeaderLineIsAnErrorWithoutResponse) {
     const auto result =
         afterBytes("HTTP/1.1 200 OK\r\nX: " + std::string(std::size_t{1} * 1024 * 1024, 'x') +

@@ -2,7 +2,7 @@
 #include "platform/http_session.h"
 
 #include "platform/http_exchange.h"
-#include "platform/in_child.h"
+#include "support/in_child.h"
 #include "support/scripted_server.h"
 
 #include <gmock/gmock.h>
@@ -238,12 +238,12 @@ TEST_F(HttpSessionAloneTest,
 /// This process's sockets that are connected to `port`.
 std::vector<int> socketsTo(std::uint16_t port) {
     std::vector<int> found;
-    for (const std::string& name : namesIn("/proc/self/fd")) {
+    for (const int descriptor : openDescriptors()) {
         sockaddr_in peer{};
         socklen_t size = sizeof peer;
-        if (::getpeername(std::stoi(name), reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
+        if (::getpeername(descriptor, reinterpret_cast<sockaddr*>(&peer), &size) == 0 &&
             peer.sin_family == AF_INET && ntohs(peer.sin_port) == port) {
-            found.push_back(std::stoi(name));
+            found.push_back(descriptor);
         }
     }
     return found;

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <limits>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -27,6 +26,19 @@ bool isReadable(const std::string& text) {
 std::optional<std::string> stringAtA(const std::string& text) {
     const auto members = json::readObject(text, {"a"});
     return members ? members->string("a") : std::nullopt;
+}
+
+/// The list of texts at `path` as one that the matchers know.
+std::optional<std::vector<std::string>> stringsAt(json::Members members, std::string_view path) {
+    const auto list = members.takeStrings(path);
+    if (!list) {
+        return std::nullopt;
+    }
+    std::vector<std::string> texts;
+    for (std::size_t i = 0; i < list->size(); ++i) {
+        texts.emplace_back((*list)[i]);
+    }
+    return texts;
 }
 
 std::string repeated(const std::string& part, std::size_t count) {
@@ -154,6 +166,17 @@ TEST(JsonReadingTest, EscapesAreDecoded) {
     }
 }
 
+TEST(JsonReadingTest, LongTextsWithEscapesAreWhole) {
+    const std::string part = repeated("0123456789", 500);
+    const std::string escaped = part + "\\n" + part + "\\u00e9" + part;
+    const std::string value = part + "\n" + part + "\u00E9" + part;
+    EXPECT_THAT(stringAtA("{\"" + escaped + "\":\"x\",\"a\":\"" + escaped + "\",\"b\":\"y\"}"),
+                Optional(value));
+    const auto members = json::readObject(R"({"a":["x",")" + escaped + R"(","z"]})", {"a"});
+    ASSERT_TRUE(members);
+    EXPECT_THAT(stringsAt(*members, "a"), Optional(ElementsAre("x", value, "z")));
+}
+
 TEST(JsonReadingTest, DeleteAndAllAboveAsciiStandRaw) {
     EXPECT_THAT(stringAtA("{\"a\":\"\x7F\u0080\u2028\U0001F600\"}"),
                 Optional("\x7F\u0080\u2028\U0001F600"s));
@@ -199,6 +222,11 @@ TEST(JsonReadingTest, NumbersOfEveryLengthAreTaken) {
         "9223372036854775808",
         "1e308",
         "0.000000000000000000000000001",
+        "1e-999",
+        "123e-10000000",
+        "0e999",
+        "-0.0e+999",
+        "1.7976931348623157e308",
     };
     for (const std::string number : table) {
         EXPECT_TRUE(isReadable("{\"a\":" + number + "}")) << number;
@@ -215,8 +243,10 @@ TEST(JsonReadingTest, MalformedNumbersAreRefused) {
 }
 
 TEST(JsonReadingTest, ANumberBeyondADoubleRefusesTheWholeText) {
-    for (const char* number : {"1e999", "-1e999", "1e309", "123123e100000"}) {
-        EXPECT_FALSE(isReadable(R"({"a":"x","b":)" + std::string(number) + "}")) << number;
+    for (const std::string& number :
+         {"1e999"s, "-1e999"s, "1e309"s, "1.8e308"s, "123123e100000"s, "1e99999999999999999999"s,
+          "1e-99999999999999999999"s, std::string(400, '9'), std::string(400, '9') + ".5"}) {
+        EXPECT_FALSE(isReadable(R"({"a":"x","b":)" + number + "}")) << number;
     }
 }
 
@@ -296,7 +326,7 @@ TEST(JsonMembersTest, EachMemberHasItsType) {
         EXPECT_EQ(members->string(row.path), row.text);
         EXPECT_EQ(members->nonEmptyString(row.path), row.nonEmptyText);
         EXPECT_EQ(members->boolean(row.path), row.boolean);
-        EXPECT_EQ(members->strings(row.path), row.texts);
+        EXPECT_EQ(stringsAt(*members, row.path), row.texts);
         EXPECT_EQ(members->isObject(row.path), row.isObject);
     }
 }
@@ -310,14 +340,14 @@ TEST(JsonMembersTest, AnArrayOfTextsHoldsNothingElse) {
     for (const std::string array : table) {
         const auto members = json::readObject("{\"a\":" + array + "}", {"a"});
         ASSERT_TRUE(members) << array;
-        EXPECT_EQ(members->strings("a"), std::nullopt) << array;
+        EXPECT_EQ(stringsAt(*members, "a"), std::nullopt) << array;
     }
 }
 
 TEST(JsonMembersTest, AnArrayOfTextsKeepsItsOrder) {
     const auto members = json::readObject(R"({"a":["z","","z","b\u0000"],"b":"x"})", {"a", "b"});
     ASSERT_TRUE(members);
-    EXPECT_THAT(members->strings("a"), Optional(ElementsAre("z", "", "z", "b\0"s)));
+    EXPECT_THAT(stringsAt(*members, "a"), Optional(ElementsAre("z", "", "z", "b\0"s)));
     EXPECT_THAT(members->string("b"), Optional("x"s));
 }
 
@@ -327,7 +357,7 @@ TEST(JsonMembersTest, PathsLeadThroughObjects) {
     ASSERT_TRUE(members);
     EXPECT_THAT(members->string("a/b/c"), Optional("deep"s));
     EXPECT_THAT(members->boolean("a/b/d"), Optional(true));
-    EXPECT_THAT(members->strings("a/e"), Optional(ElementsAre("x")));
+    EXPECT_THAT(stringsAt(*members, "a/e"), Optional(ElementsAre("x")));
     EXPECT_TRUE(members->isObject("a"));
     EXPECT_TRUE(members->isObject("a/b"));
     EXPECT_TRUE(members->isObject("f"));
@@ -431,8 +461,8 @@ TEST(JsonMembersTest, TheFirstOfTwoObjectsOfOneNameCountsAsAWhole) {
 TEST(JsonMembersTest, ARepeatedArrayAddsNothingToTheFirst) {
     const auto members = json::readObject(R"({"a":["x"],"a":["y"],"b":["z"],"b":[1]})", {"a", "b"});
     ASSERT_TRUE(members);
-    EXPECT_THAT(members->strings("a"), Optional(ElementsAre("x")));
-    EXPECT_THAT(members->strings("b"), Optional(ElementsAre("z")));
+    EXPECT_THAT(stringsAt(*members, "a"), Optional(ElementsAre("x")));
+    EXPECT_THAT(stringsAt(*members, "b"), Optional(ElementsAre("z")));
 }
 
 TEST(JsonMembersTest, NothingAskedForIsFineToo) {
@@ -440,6 +470,50 @@ TEST(JsonMembersTest, NothingAskedForIsFineToo) {
     ASSERT_TRUE(members);
     EXPECT_TRUE(members->isObject(""));
     EXPECT_EQ(members->string("a"), std::nullopt);
+}
+
+// --- Comparing
+
+TEST(JsonExpectedTest, AnArrayIsAsExpectedTextByText) {
+    const TextList expected{"p", "", "q"};
+    const struct {
+        const char* text;
+        bool isAsExpected;
+    } table[] = {
+        {R"({"a":["p","","q"]})", true},
+        {R"({"a":["\u0070","","q"]})", true},
+        {R"({"a":["p","","q"],"a":["x"]})", true},
+        {R"({"a":["p","","q","q"]})", false},
+        {R"({"a":["p",""]})", false},
+        {R"({"a":["p","q",""]})", false},
+        {R"({"a":["x","p","","q"]})", false},
+        {R"({"a":["p","x","","q"]})", false},
+        {R"({"a":["p","","q",1]})", false},
+        {R"({"a":["p",[],"","q"]})", false},
+        {R"({"a":[]})", false},
+        {R"({"a":"p"})", false},
+        {R"({"a":{"a":["p","","q"]}})", false},
+        {R"({"a":["x"],"a":["p","","q"]})", false},
+        {"{}", false},
+    };
+    for (const auto& row : table) {
+        const auto members = json::readObject(row.text, {}, json::Expected{"a", expected});
+        ASSERT_TRUE(members) << row.text;
+        EXPECT_EQ(members->isAsExpected(), row.isAsExpected) << row.text;
+    }
+}
+
+TEST(JsonExpectedTest, NothingIsExpectedOfAnEmptyArrayButToBeThere) {
+    const TextList none;
+    for (const std::string text : {R"({"a":[]})", "{}", R"({"a":["x"]})"}) {
+        const auto members = json::readObject(text, {}, json::Expected{"a", none});
+        ASSERT_TRUE(members) << text;
+        EXPECT_EQ(members->isAsExpected(), text == R"({"a":[]})") << text;
+    }
+}
+
+TEST(JsonExpectedTest, WithoutAnExpectationNothingIsAsExpected) {
+    EXPECT_FALSE(json::readObject("{}", {})->isAsExpected());
 }
 
 // --- Writing
@@ -454,21 +528,18 @@ TEST(JsonWritingTest, NoMembersMakeAnEmptyObject) {
 }
 
 TEST(JsonWritingTest, CompactWithSortedKeys) {
-    const std::vector<std::string> list{"p", "q"};
+    const TextList list{"p", "q"};
     const json::Member members[] = {
-        {"list", std::span<const std::string>(list)},
-        {"b", true},
-        {"a_b", std::string_view("x")},
-        {"a", std::int64_t{-7}},
-        {"Z", false},
-        {"ab", std::string_view("")},
+        {"list", &list},         {"b", true},  {"a_b", std::string_view("x")},
+        {"a", std::int64_t{-7}}, {"Z", false}, {"ab", std::string_view("")},
     };
     EXPECT_EQ(json::writeObject(members),
               R"({"Z":false,"a":-7,"a_b":"x","ab":"","b":true,"list":["p","q"]})");
 }
 
 TEST(JsonWritingTest, AnEmptyListStaysAList) {
-    const json::Member member{"k", std::span<const std::string>()};
+    const TextList list;
+    const json::Member member{"k", &list};
     EXPECT_EQ(json::writeObject({&member, 1}), R"({"k":[]})");
 }
 
@@ -509,14 +580,14 @@ TEST(JsonWritingTest, MalformedUtf8IsRepaired) {
     EXPECT_EQ(written("a\xFFz"), "{\"k\":\"a\uFFFDz\"}");
     EXPECT_EQ(written("caf\xE9"), "{\"k\":\"caf\uFFFD\"}");
     EXPECT_EQ(written("\xE2\x82"), "{\"k\":\"\uFFFD\"}");
-    const std::vector<std::string> list{"\x80"};
-    const json::Member member{"k", std::span<const std::string>(list)};
+    const TextList list{"\x80"};
+    const json::Member member{"k", &list};
     EXPECT_EQ(json::writeObject({&member, 1}), "{\"k\":[\"\uFFFD\"]}");
 }
 
 TEST(JsonWritingTest, SlashesInListsAndKeysAreEscapedToo) {
-    const std::vector<std::string> list{"/"};
-    const json::Member member{"a/b", std::span<const std::string>(list)};
+    const TextList list{"/"};
+    const json::Member member{"a/b", &list};
     EXPECT_EQ(json::writeObject({&member, 1}), R"({"a\/b":["\/"]})");
 }
 
@@ -526,14 +597,13 @@ TEST(JsonWritingTest, WhatIsWrittenIsReadBack) {
         every += static_cast<char>(byte);
     }
     every += "\u00E9\u2028\uFFFD\U0001F600";
-    const std::vector<std::string> list{"", every, "/"};
-    const json::Member members[] = {{"text", std::string_view(every)},
-                                    {"list", std::span<const std::string>(list)},
-                                    {"no", false}};
-    const auto read = json::readObject(json::writeObject(members), {"text", "list", "no"});
+    const TextList list{"", every, "/"};
+    const json::Member members[] = {
+        {"text", std::string_view(every)}, {"list", &list}, {"no", false}};
+    auto read = json::readObject(json::writeObject(members), {"text", "list", "no"});
     ASSERT_TRUE(read);
     EXPECT_THAT(read->string("text"), Optional(every));
-    EXPECT_THAT(read->strings("list"), Optional(list));
+    EXPECT_EQ(read->takeStrings("list"), list);
     EXPECT_THAT(read->boolean("no"), Optional(false));
 }
 

@@ -121,6 +121,10 @@ TEST(FormatFitsTest, ConversionsAndArgumentsGoTogether) {
     EXPECT_FALSE(formatFits<std::string>("%s %s"));
     EXPECT_FALSE(formatFits<std::string>("%{private}s"));
     EXPECT_FALSE(formatFits<std::string>("%{public"));
+    EXPECT_FALSE(formatFits<std::string>("%{bool,public}s"));
+    EXPECT_FALSE(formatFits<std::int64_t>("%{bool,public}ld"));
+    EXPECT_FALSE(formatFits<std::int64_t>("%x"));
+    EXPECT_FALSE(formatFits<bool>("%{bool,public}x"));
 }
 
 // --- Rendering

@@ -1,6 +1,5 @@
 #include "platform/system_calls.h"
 
-#include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -8,23 +7,11 @@
 
 #include <cerrno>
 #include <cstdarg>
-#include <filesystem>
 #include <utility>
 
 namespace orvane::test {
 
-namespace {
-
-/// Kept behind a pointer, so that calls from other threads see none unless a test set some.
 SystemCallHooks* hooks = nullptr;
-
-/// The definition that ours stands in front of.
-template <typename Function>
-Function* next(const char* name) {
-    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
-}
-
-}  // namespace
 
 WithSystemCallHooks::WithSystemCallHooks(SystemCallHooks wanted) {
     hooks = new SystemCallHooks(std::move(wanted));
@@ -39,25 +26,20 @@ int failWith(int error) {
     return -1;
 }
 
-std::string pathOf(int descriptor) {
-    std::error_code error;
-    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), error);
-}
-
 }  // namespace orvane::test
 
 // These take the place of the C library's in this program alone.
 extern "C" {
 
 using orvane::test::hooks;
-using orvane::test::next;
+using orvane::test::realCall;
 
 int open(const char* path, int flags, ...) {
     mode_t mode = 0;
     if ((flags & O_CREAT) != 0) {
         va_list rest;
         va_start(rest, flags);
-        mode = va_arg(rest, mode_t);
+        mode = static_cast<mode_t>(va_arg(rest, int));
         va_end(rest);
     }
     if (hooks != nullptr && hooks->open) {
@@ -65,7 +47,7 @@ int open(const char* path, int flags, ...) {
             return *result;
         }
     }
-    static auto* const real = next<int(const char*, int, ...)>("open");
+    static auto* const real = realCall<int(const char*, int, ...)>("open");
     return real(path, flags, mode);
 }
 
@@ -75,7 +57,7 @@ ssize_t read(int descriptor, void* buffer, std::size_t size) {
             return *result;
         }
     }
-    static auto* const real = next<ssize_t(int, void*, std::size_t)>("read");
+    static auto* const real = realCall<ssize_t(int, void*, std::size_t)>("read");
     return real(descriptor, buffer, size);
 }
 
@@ -85,7 +67,7 @@ ssize_t write(int descriptor, const void* buffer, std::size_t size) {
             return *result;
         }
     }
-    static auto* const real = next<ssize_t(int, const void*, std::size_t)>("write");
+    static auto* const real = realCall<ssize_t(int, const void*, std::size_t)>("write");
     return real(descriptor, buffer, size);
 }
 
@@ -95,18 +77,8 @@ ssize_t send(int descriptor, const void* buffer, std::size_t size, int flags) {
             return *result;
         }
     }
-    static auto* const real = next<ssize_t(int, const void*, std::size_t, int)>("send");
+    static auto* const real = realCall<ssize_t(int, const void*, std::size_t, int)>("send");
     return real(descriptor, buffer, size, flags);
-}
-
-int fsync(int descriptor) {
-    if (hooks != nullptr && hooks->fsync) {
-        if (const auto result = hooks->fsync(descriptor)) {
-            return *result;
-        }
-    }
-    static auto* const real = next<int(int)>("fsync");
-    return real(descriptor);
 }
 
 int close(int descriptor) {
@@ -115,7 +87,7 @@ int close(int descriptor) {
         result = hooks->close(descriptor);
     }
     const int error = errno;
-    static auto* const real = next<int(int)>("close");
+    static auto* const real = realCall<int(int)>("close");
     const int closed = real(descriptor);
     if (result) {
         errno = error;
@@ -129,7 +101,7 @@ pid_t waitpid(pid_t pid, int* status, int options) {
             return *result;
         }
     }
-    static auto* const real = next<pid_t(pid_t, int*, int)>("waitpid");
+    static auto* const real = realCall<pid_t(pid_t, int*, int)>("waitpid");
     return real(pid, status, options);
 }
 

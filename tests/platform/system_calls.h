@@ -2,12 +2,14 @@
 // them fail in ways that no file system here would.
 #pragma once
 
+#include <dlfcn.h>
 #include <sys/types.h>
 
 #include <cstddef>
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace orvane::test {
 
@@ -19,10 +21,14 @@ struct SystemCallHooks {
     /// May shorten `size` and let the call through.
     std::function<std::optional<ssize_t>(int descriptor, std::size_t& size)> write;
     std::function<std::optional<ssize_t>(int descriptor)> send;
-    std::function<std::optional<int>(int descriptor)> fsync;
+    /// Whatever the system puts a file on stable storage with.
+    std::function<std::optional<int>(int descriptor)> flush;
     /// Called before the descriptor is closed; a result of -1 is returned behind that.
     std::function<std::optional<int>(int descriptor)> close;
     std::function<std::optional<int>()> waitpid;
+    /// For calls without a hook of their own (Linux only): the error that the one of this name
+    /// fails with, or 0.
+    std::function<int(std::string_view name)> refuse;
 };
 
 /// Puts hooks in place for its lifetime, one at a time.
@@ -34,8 +40,20 @@ class WithSystemCallHooks {
     ~WithSystemCallHooks();
 };
 
+/// A hook that refuses the call of this name when it is made for the `number`th time, with `error`.
+std::function<int(std::string_view)> refuseNth(std::string_view name, int number, int error);
+
 /// -1 with errno set to `error`.
 int failWith(int error);
+
+/// The hooks in place; none, also for other threads, unless a test has put some there.
+extern SystemCallHooks* hooks;
+
+/// The definition of a call that ours stands in front of.
+template <typename Function>
+Function* realCall(const char* name) {
+    return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
 
 /// The path that `descriptor` was opened at.
 std::string pathOf(int descriptor);

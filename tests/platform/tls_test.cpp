@@ -1,13 +1,5 @@
 // HTTPS: who is trusted, and that nothing is said to anybody else.
-#include "platform/http_exchange.h"
-#include "platform/http_session.h"
-#include "platform/in_child.h"
-#include "platform/paths.h"
-#include "support/scripted_server.h"
-#include "support/test_ca.h"
-
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
+#include "platform/tls_test.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -28,35 +20,6 @@ constexpr int tls12 = 0x0303;
 
 constexpr const char* noSecureConnection =
     "An SSL error has occurred and a secure connection to the server cannot be made.";
-
-std::string invalidCertificate(const std::string& host) {
-    return "The certificate for this server is invalid. You might be connecting to a server that "
-           "is "
-           "pretending to be “" +
-           host + "” which could put your confidential information at risk.";
-}
-
-class TlsTest : public HttpTest {
-  protected:
-    TlsTest() { ca.trustIn(paths::certificateDirectory()); }
-
-    /// How a request with a credential to `server` ends.
-    HttpResult ask(const ScriptedServer& server) {
-        return fetch(session, requestFor(server.url() + "/p", {{"X-Orv-Key", "key-1"}}));
-    }
-
-    /// Expects that a server with `identity` is not trusted and learns nothing.
-    void expectUntrusted(const TlsIdentity& identity) {
-        const ScriptedServer server(identity);
-        const auto result = ask(server);
-        EXPECT_FALSE(result.response);
-        EXPECT_THAT(result.error, Optional(invalidCertificate("localhost")));
-        EXPECT_THAT(server.requests(), IsEmpty());
-    }
-
-    TestCa ca;
-    HttpSession session{limits};
-};
 
 TEST_F(TlsTest, AServerWithATrustedCertificateGetsTheRequest) {
     ScriptedServer server(ca.issueForLoopback());
@@ -132,61 +95,7 @@ TEST_F(TlsTest, ATrustStoreThatIsUpdatedCountsAfterAnError) {
     EXPECT_FALSE(ask(server).error);
 }
 
-/// The HTTP library's own bundle, by system.
-constexpr const char* bundles[] = {"/etc/ssl/certs/ca-certificates.crt",
-                                   "/etc/pki/tls/certs/ca-bundle.crt", "/etc/ssl/cert.pem"};
-
-/// A machine whose bundle holds the test's authority alone, and whose trust store holds files under
-/// certain names.
-class TlsBundleTest : public TlsTest {
-  protected:
-    /// Whether a server of the test's authority is trusted ("yes", else the error) when the trust
-    /// store has a file `name`; or why that cannot be found out here.
-    std::string isTrustedBeside(const std::string& name) {
-        const auto directory = paths::certificateDirectory();
-        std::filesystem::remove_all(directory);
-        std::filesystem::create_directories(directory);
-        std::filesystem::copy_file(ca.certificate(), directory / name);
-        return inChild([this] {
-            const std::string refusal = useOwnMounts();
-            if (!refusal.empty()) {
-                return "skip: " + refusal;
-            }
-            for (const char* bundle : bundles) {
-                if (std::filesystem::exists(bundle)) {
-                    mountOver(ca.certificate(), bundle);
-                }
-            }
-            const ScriptedServer server(ca.issueForLoopback());
-            return ask(server).error.value_or("yes");
-        });
-    }
-};
-
-TEST_F(TlsBundleTest, WithoutHashedNamesInTheTrustStoreTheLibrarysBundleCounts) {
-    for (const char* name : {"ca.pem", "0123456.00", "01234567.00", "01234567.", "0123456g.0",
-                             "01234567-0", "0123456789", "012345678.", "ABCDEF01.0", ".0"}) {
-        SCOPED_TRACE(name);
-        const std::string answer = isTrustedBeside(name);
-        if (answer.starts_with("skip: ")) {
-            GTEST_SKIP() << answer.substr(6);
-        }
-        EXPECT_EQ(answer, "yes");
-    }
-}
-
-TEST_F(TlsBundleTest, WithHashedNamesItDoesNot) {
-    for (const char* name : {"01234567.0", "89abcdef.9"}) {
-        SCOPED_TRACE(name);
-        const std::string answer = isTrustedBeside(name);
-        if (answer.starts_with("skip: ")) {
-            GTEST_SKIP() << answer.substr(6);
-        }
-        EXPECT_EQ(answer, invalidCertificate("localhost"));
-    }
-}
-
-TEST_F(TlsBundleTest, TheTrustStoreIsSearchedToItsEnd) {
+TEST_F(TlsTest, TheTrustStoreIsSearchedToItsEnd) {
     for (int i = 0; i < 20; ++i) {
         writeFile(paths::certificateDirectory() / ("a" + std::to_string(i) + ".pem"), "");
     }

@@ -6,8 +6,6 @@
 
 #include <algorithm>
 #include <csignal>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -16,25 +14,6 @@ namespace orvane::test {
 namespace fs = std::filesystem;
 
 namespace {
-
-fs::path procOf(pid_t pid) {
-    return fs::path("/proc") / std::to_string(pid);
-}
-
-std::size_t entriesIn(const fs::path& directory) {
-    return namesIn(directory).size();
-}
-
-/// The number behind "`field`:" in a /proc status file, 0 when there is none.
-std::size_t statusField(const fs::path& file, const std::string& field) {
-    std::ifstream lines(file);
-    for (std::string line; std::getline(lines, line);) {
-        if (line.starts_with(field + ":")) {
-            return std::stoul(line.substr(field.size() + 1));
-        }
-    }
-    return 0;
-}
 
 [[noreturn]] void becomeDaemon(const DaemonSetup& setup) {
     constexpr int cannotStart = 127;
@@ -61,11 +40,14 @@ std::size_t statusField(const fs::path& file, const std::string& field) {
 
 bool waitUntil(const std::function<bool()>& condition) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
+    // What comes soon is noticed soon.
+    constexpr std::chrono::microseconds longestPause(5000);
+    for (std::chrono::microseconds pause(250); !condition();
+         pause = std::min(2 * pause, longestPause)) {
         if (std::chrono::steady_clock::now() > deadline) {
             return false;
         }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        std::this_thread::sleep_for(pause);
     }
     return true;
 }
@@ -81,7 +63,7 @@ DaemonProcess::DaemonProcess(DaemonSetup setup) : setup_(std::move(setup)), pid_
 
 DaemonProcess::~DaemonProcess() {
     if (isRunning()) {
-        (void)end(SIGKILL);
+        (void)end(SIGTERM);
     }
 }
 
@@ -121,44 +103,6 @@ bool DaemonProcess::waitForLog(const std::string& part) const {
             return message.text.find(part) != std::string::npos;
         });
     });
-}
-
-std::size_t DaemonProcess::descriptorCount() const {
-    return entriesIn(procOf(pid_) / "fd");
-}
-
-std::size_t DaemonProcess::threadCount() const {
-    return entriesIn(procOf(pid_) / "task");
-}
-
-std::size_t DaemonProcess::residentKiB() const {
-    return statusField(procOf(pid_) / "status", "VmRSS");
-}
-
-std::size_t DaemonProcess::contextSwitches() const {
-    std::size_t switches = 0;
-    for (const std::string& thread : namesIn(procOf(pid_) / "task")) {
-        const auto file = procOf(pid_) / "task" / thread / "status";
-        switches += statusField(file, "voluntary_ctxt_switches") +
-                    statusField(file, "nonvoluntary_ctxt_switches");
-    }
-    return switches;
-}
-
-std::vector<pid_t> DaemonProcess::children() const {
-    std::vector<pid_t> found;
-    for (const std::string& name : namesIn("/proc")) {
-        const bool isProcess = name.find_first_not_of("0123456789") == std::string::npos;
-        if (isProcess && statusField(procOf(std::stoi(name)) / "status", "PPid") ==
-                             static_cast<std::size_t>(pid_)) {
-            found.push_back(std::stoi(name));
-        }
-    }
-    return found;
-}
-
-std::string DaemonProcess::commandLine() const {
-    return readFile(procOf(pid_) / "cmdline");
 }
 
 }  // namespace orvane::test

@@ -43,14 +43,17 @@ class DaemonProcess {
     /// Blocks until a logged text contains `part`, at most 20 s.
     [[nodiscard]] bool waitForLog(const std::string& part) const;
 
-    /// From /proc:
+    // What the system knows of it:
     [[nodiscard]] std::size_t descriptorCount() const;
     [[nodiscard]] std::size_t threadCount() const;
     [[nodiscard]] std::size_t residentKiB() const;
-    /// Context switches of all threads since their start, both kinds: each wake-up is one.
+    /// The most that was ever resident.
+    [[nodiscard]] std::size_t peakKiB() const;
+    /// Context switches of all threads since their start: each wake-up is one.
     [[nodiscard]] std::size_t contextSwitches() const;
     /// Its children, dead ones that were not reaped included.
     [[nodiscard]] std::vector<pid_t> children() const;
+    /// The program's name and its arguments, as they were given, each with a NUL behind it.
     [[nodiscard]] std::string commandLine() const;
 
   private:

@@ -1,71 +1,13 @@
-// The long limits and sleeps of the daemon as it ships. Its clock runs fifty times as fast as ours
-// (libfaketime, preloaded), the HTTP library's with it, so that minutes take seconds and nothing in
-// the binary knows.
-#include "process/private_root_test.h"
+// The long limits and sleeps of the daemon as it ships.
+#include "process/fast_time_test.h"
 #include "support/daemon_test.h"
-#include "support/scripted_server.h"
-
-#include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
-
-#include <cstdlib>
-#include <sstream>
 
 namespace orvane::test {
 namespace {
 
-using ::testing::AllOf;
-using ::testing::Ge;
-using ::testing::Le;
 using ::testing::SizeIs;
 
-constexpr int speed = 50;
-
-class LongWaitsTest : public PrivateRootTest {
-  protected:
-    [[nodiscard]] DaemonSetup daemon() const {
-        DaemonSetup setup = PrivateRootTest::daemon();
-        setup.environment["LD_PRELOAD"] = ORVANE_FAKETIME_LIBRARY;
-        setup.environment["FAKETIME"] = "+0 x" + std::to_string(speed);
-        return setup;
-    }
-
-    /// Waits for `seconds` of the daemon's time.
-    static bool pause(Connection& connection, int seconds) {
-        return connection.pause(std::chrono::milliseconds(seconds * 1000 / speed));
-    }
-
-    [[nodiscard]] std::vector<nlohmann::json> activity() const {
-        std::vector<nlohmann::json> lines;
-        std::istringstream content(readFile(orvane() / "logs/policy-daemon.activity.jsonl"));
-        for (std::string line; std::getline(content, line);) {
-            lines.push_back(nlohmann::json::parse(line));
-        }
-        return lines;
-    }
-
-    /// The milliseconds of an ISO 8601 time within its day.
-    static long milliseconds(const std::string& time) {
-        const auto part = [&](std::size_t at, std::size_t size) {
-            return std::stol(time.substr(at, size));
-        };
-        return ((part(11, 2) * 60 + part(14, 2)) * 60 + part(17, 2)) * 1000 + part(20, 3);
-    }
-
-    /// From one time of day to another, over midnight if need be.
-    static long between(const std::string& earlier, const std::string& later) {
-        constexpr long day = 86'400'000;
-        return (milliseconds(later) - milliseconds(earlier) + day) % day;
-    }
-
-    /// `milliseconds` and what a busy machine may add to it.
-    static auto about(long milliseconds) {
-        constexpr long slack = 15'000;
-        return AllOf(Ge(milliseconds), Le(milliseconds + slack));
-    }
-
-    ScriptedServer server;
-};
+using LongWaitsTest = FastTimeTest;
 
 TEST_F(LongWaitsTest, AHoldLongerThanAnyDefaultOfTheLibraryIsNotCutOff) {
     constexpr int held = 312;  // the library gives up connecting after 300 s

@@ -13,6 +13,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
+/// Where a build that counts coverage wants its counters written.
+#ifdef ORVANE_COUNTERS
+const fs::path counters = ORVANE_COUNTERS;
+#else
+const fs::path counters;
+#endif
+
 bool bind(const fs::path& from, const fs::path& to) {
     return ::mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
 }
@@ -33,6 +40,7 @@ void mirrorTopLevel(const fs::path& root) {
     for (const char* name : {"proc", "dev", "tmp"}) {
         fs::create_directory(root / name);
     }
+    fs::create_directories(root / counters.relative_path());
 }
 
 /// In the child, with a mount namespace of its own. All but /usr/sbin, which is the test's.
@@ -45,6 +53,9 @@ bool enter(const fs::path& root) {
     for (const auto& entry : fs::directory_iterator("/usr")) {
         const auto name = entry.path().filename();
         mounted = mounted && (name == "sbin" || bind(entry.path(), root / "usr" / name));
+    }
+    if (!counters.empty()) {
+        mounted = mounted && bind(counters, root / counters.relative_path());
     }
     for (const char* name : {"bin", "lib", "lib32", "lib64", "libx32"}) {
         const fs::path original = fs::path("/") / name;

@@ -99,6 +99,45 @@ TEST_F(RealBinaryTest, TheConfigFileIsReadFromTheAccountsHome) {
                 Contains("default Using profile [connect] api=" + server.url()));
 }
 
+class RealBinaryHomeTest : public RealBinaryTest {
+  protected:
+    /// Whether the daemon finds the config file that lies in `home`.
+    bool finds(const std::string& home, const DaemonSetup& setup) {
+        server.on(pollPath, {staySilent()});
+        writeFile(root.path() / home / ".orvane/config",
+                  "[connect]\napi_url=" + server.url() + "\napi_key=k\n");
+        const DaemonProcess process(setup);
+        return server.waitForRequests(1);
+    }
+    void account(const std::string& entry) const { writeFile(root.path() / "etc/passwd", entry); }
+
+    const std::string user = std::to_string(::geteuid());
+    ScriptedServer server;
+};
+
+TEST_F(RealBinaryHomeTest, AnAccountEntryMayBeLong) {
+    account("agent:x:" + user + ":" + user + ":" + std::string(3000, 'n') +
+            ":/home/agent:/bin/sh\n");
+    EXPECT_TRUE(finds("home/agent", daemon()));
+}
+
+TEST_F(RealBinaryHomeTest, WithoutAnAccountTheVariableCounts) {
+    account("");
+    EXPECT_TRUE(finds("wrong", daemon()));
+}
+
+TEST_F(RealBinaryHomeTest, WithoutAHomeInTheAccountTheVariableCounts) {
+    account("agent:x:" + user + ":" + user + ":::/bin/sh\n");
+    EXPECT_TRUE(finds("wrong", daemon()));
+}
+
+TEST_F(RealBinaryHomeTest, WithoutEitherThereIsStillAPlace) {
+    account("");
+    DaemonSetup setup = daemon();
+    setup.environment.erase("HOME");
+    EXPECT_TRUE(finds("var/empty", setup));
+}
+
 TEST_F(RealBinaryTest, AHashedTrustStoreIsUsed) {
     const TestCa ca;
     ca.trustIn(root.path() / "etc/ssl/certs");
@@ -150,6 +189,34 @@ TEST_F(RealBinaryTest, AHeldPollOverTlsWakesNothing) {
     const DaemonProcess process(daemon());
     ASSERT_TRUE(server.waitForRequests(1));
     EXPECT_EQ(wakeUpsOf(process), 0U);
+}
+
+TEST_F(RealBinaryTest, LargePoliciesAreHandledInLittleMemoryAndLeaveNothingBehind) {
+    constexpr std::size_t bodySize = 24'000'000;
+    constexpr std::size_t kib = 1024;
+    const auto policyOf = [](std::size_t size, const std::string& tag) {
+        std::string text =
+            R"({"etag":")" + tag + R"(","guard_config":{"capture":{"hosts":[")" + tag;
+        while (text.size() < size) {
+            text += R"(","a-host-with-a-rather-long-name.)" + std::to_string(text.size()) +
+                    ".service.internal.example.com";
+        }
+        return text + R"("]}}})";
+    };
+    ScriptedServer server;
+    // Sizes that rise teach a heap to keep such pieces for the next time.
+    server.on(pollPath,
+              {answer(200, policyOf(100, "v0")), answer(304),
+               answer(200, policyOf(bodySize / 4, "v1")), answer(200, policyOf(bodySize / 2, "v2")),
+               answer(200, policyOf(bodySize, "v3")), staySilent()});
+    server.on(effectivePath, std::vector<Step>(4, answer(404)));
+    enrol(server.url());
+    const DaemonProcess process(daemon());
+    ASSERT_TRUE(server.waitForRequests(4));
+    const std::size_t before = process.residentKiB();
+    ASSERT_TRUE(server.waitForRequests(10));
+    EXPECT_LT(process.peakKiB(), before + 3 * bodySize / kib + 4 * kib);
+    EXPECT_LT(process.residentKiB(), before + kib);
 }
 
 TEST_F(RealBinaryTest, ASleepWakesNothing) {

@@ -28,19 +28,6 @@ class TwinTest : public DaemonTest {
                 }};
     }
 
-    /// `count` answers in a mix of what a control plane says.
-    static std::vector<Step> turns(std::size_t count) {
-        std::vector<Step> steps;
-        for (std::size_t i = 0; i < count; ++i) {
-            const std::size_t kind = i % 10;
-            steps.push_back(kind == 0   ? answer(200, policy)
-                            : kind == 1 ? answer(500)
-                            : kind == 2 ? closeAtOnce()
-                                        : answer(304));
-        }
-        return steps;
-    }
-
     ScriptedServer server;
 };
 
@@ -62,7 +49,7 @@ TEST_F(TwinTest, ATerminationSignalEndsItWithoutFurtherWords) {
     DaemonProcess daemon(twin());
     ASSERT_TRUE(server.waitForRequests(1));
     const auto before = daemon.logLines();
-    const int status = daemon.end(SIGTERM);
+    int status = daemon.end(SIGTERM);  // macOS's macros take its address
     EXPECT_TRUE(WIFSIGNALED(status));
     EXPECT_EQ(WTERMSIG(status), SIGTERM);
     EXPECT_EQ(daemon.logLines(), before);
@@ -125,47 +112,6 @@ TEST_F(TwinTest, StartedWithoutStandardDescriptorsItKeepsMessagesOutOfItsFiles) 
     ASSERT_TRUE(server.waitForRequests(3));
     EXPECT_EQ(readFile(orvane() / "policy.json"), policy);
     EXPECT_THAT(readFile(activityFile()), Not(HasSubstr("policy updated")));
-}
-
-TEST_F(TwinTest, DescriptorsThreadsAndMemoryStayFlatOver2000Turns) {
-    constexpr std::size_t warmUp = 300;
-    constexpr std::size_t all = 2000;
-    enrol(server.url());
-    std::vector<Step> steps = turns(warmUp);
-    std::atomic<bool> goOn = false;
-    const auto measured = [&](Connection& connection, const ReceivedRequest& request) {
-        while (!goOn && connection.pause(std::chrono::milliseconds(2))) {
-        }
-        return answer(304)(connection, request);
-    };
-    steps.emplace_back(measured);
-    for (Step& step : turns(all - warmUp)) {
-        steps.push_back(std::move(step));
-    }
-    steps.push_back(staySilent());
-    server.on(pollPath, std::move(steps));
-
-    DaemonProcess daemon(twin());
-    const auto pollsSeen = [&] { return server.requestsTo(pollPath).size(); };
-    ASSERT_TRUE(waitUntil([&] { return pollsSeen() > warmUp; }));
-    const std::size_t descriptors = daemon.descriptorCount();
-    const std::size_t threads = daemon.threadCount();
-    const std::size_t memory = daemon.residentKiB();
-    goOn = true;
-    for (int i = 0; i < 6 && pollsSeen() <= all; ++i) {
-        (void)waitUntil([&] { return pollsSeen() > all; });
-    }
-    ASSERT_GT(pollsSeen(), all);
-    EXPECT_TRUE(daemon.isRunning());
-    EXPECT_LE(daemon.descriptorCount(), descriptors + 1);
-    EXPECT_EQ(daemon.threadCount(), threads);
-    EXPECT_THAT(daemon.children(), IsEmpty());
-#ifndef ORVANE_SANITIZED  // sanitizers keep freed memory back
-    constexpr std::size_t slackKiB = 512;
-    EXPECT_LE(daemon.residentKiB(), memory + slackKiB);
-#else
-    (void)memory;
-#endif
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "support/scripted_server.h"
 
+#include "support/sockets.h"
+
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <openssl/err.h>
@@ -18,6 +20,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 
 namespace orvane::test {
 
@@ -76,12 +79,29 @@ class StopSignal {
     bool set_ = false;
 };
 
+/// Keeps what it is given, from any thread.
+class Record {
+  public:
+    void add(std::string_view bytes) {
+        const std::lock_guard lock(mutex_);
+        bytes_ += bytes;
+    }
+    std::string bytes() {
+        const std::lock_guard lock(mutex_);
+        return bytes_;
+    }
+
+  private:
+    std::mutex mutex_;
+    std::string bytes_;
+};
+
 class SocketConnection : public Connection {
   public:
-    SocketConnection(int socket, SSL_CTX* tls, StopSignal& stop) : socket_(socket), stop_(stop) {
-        if (tls != nullptr) {
-            ssl_ = SSL_new(tls);
-            SSL_set_fd(ssl_, socket_);
+    SocketConnection(int socket, SSL_CTX* tls, StopSignal& stop, Record& received)
+        : socket_(socket), tls_(tls), stop_(stop), received_(received) {
+        if (tls_ != nullptr) {
+            SSL_CTX_up_ref(tls_);
         }
     }
     SocketConnection(const SocketConnection&) = delete;
@@ -91,10 +111,21 @@ class SocketConnection : public Connection {
             SSL_shutdown(ssl_);
             SSL_free(ssl_);
         }
+        SSL_CTX_free(tls_);
         ::close(socket_);
     }
 
-    bool handshake() { return ssl_ == nullptr || (waitReadable() && SSL_accept(ssl_) == 1); }
+    /// Speaks TLS from now on if that is asked for. False when the peer does not.
+    bool handshake() {
+        if (tls_ == nullptr) {
+            return true;
+        }
+        ssl_ = SSL_new(tls_);
+        SSL_set_fd(ssl_, socket_);
+        BIO_set_callback_ex(SSL_get_rbio(ssl_), &recordEncrypted);
+        BIO_set_callback_arg(SSL_get_rbio(ssl_), reinterpret_cast<char*>(&received_));
+        return waitReadable() && SSL_accept(ssl_) == 1;
+    }
 
     bool send(std::string_view bytes) override {
         while (!bytes.empty()) {
@@ -115,6 +146,7 @@ class SocketConnection : public Connection {
         const long count = ssl_ != nullptr ? SSL_read(ssl_, buffer.data(), static_cast<int>(limit))
                                            : ::recv(socket_, buffer.data(), limit, 0);
         buffer.resize(count > 0 ? static_cast<std::size_t>(count) : 0);
+        received_.add(buffer);
         return buffer;
     }
 
@@ -123,14 +155,26 @@ class SocketConnection : public Connection {
         (void)::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &now, sizeof now);
     }
 
+    void cut() override { (void)::shutdown(socket_, SHUT_WR); }
+
     bool pause(std::chrono::milliseconds duration) override { return !stop_.waitFor(duration); }
 
   private:
+    /// A BIO_callback_fn_ex: sees what the TLS library reads from the socket.
+    static long recordEncrypted(BIO* socket, int operation, const char* data,
+                                std::size_t /*length*/, int /*command*/, long /*argument*/,
+                                int result, std::size_t* processed) {
+        if (operation == (BIO_CB_READ | BIO_CB_RETURN) && result > 0) {
+            reinterpret_cast<Record*>(BIO_get_callback_arg(socket))->add({data, *processed});
+        }
+        return result;
+    }
+
     long writeSome(std::string_view bytes) {
         constexpr std::size_t most = 65536;
         const std::size_t size = std::min(bytes.size(), most);
         return ssl_ != nullptr ? SSL_write(ssl_, bytes.data(), static_cast<int>(size))
-                               : ::send(socket_, bytes.data(), size, MSG_NOSIGNAL);
+                               : ::send(socket_, bytes.data(), size, 0);
     }
 
     /// False when the server ends first.
@@ -146,9 +190,22 @@ class SocketConnection : public Connection {
     }
 
     int socket_;
+    SSL_CTX* tls_;
     SSL* ssl_ = nullptr;
     StopSignal& stop_;
+    Record& received_;
 };
+
+/// An SSL_CTX_alpn_select_cb_func that takes nothing but HTTP/2.
+int chooseHttp2(SSL* /*ssl*/, const unsigned char** chosen, unsigned char* length,
+                const unsigned char* offered, unsigned offeredLength, void* /*argument*/) {
+    static constexpr std::array<unsigned char, 3> http2{2, 'h', '2'};
+    unsigned char* choice = nullptr;
+    const int found =
+        SSL_select_next_proto(&choice, length, http2.data(), http2.size(), offered, offeredLength);
+    *chosen = choice;
+    return found == OPENSSL_NPN_NEGOTIATED ? SSL_TLSEXT_ERR_OK : SSL_TLSEXT_ERR_ALERT_FATAL;
+}
 
 }  // namespace
 
@@ -224,18 +281,18 @@ Step after(std::function<void()> action, Step step) {
 
 class ScriptedServer::Engine {
   public:
-    explicit Engine(const std::optional<TlsIdentity>& tls) {
+    explicit Engine(const std::optional<TlsIdentity>& tls) : isTls_(tls.has_value()) {
         (void)std::signal(SIGPIPE, SIG_IGN);  // the TLS library writes to peers that are gone
         if (tls) {
-            useTls(*tls);
+            show(*tls);
         }
-        listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        listener_ = tcpSocket();
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t size = sizeof address;
-        constexpr int backlog = 64;
-        if (::bind(listener_, generic(address), size) != 0 || ::listen(listener_, backlog) != 0 ||
+        if (::bind(listener_, generic(address), size) != 0 ||
+            ::listen(listener_, usualBacklog) != 0 ||
             ::getsockname(listener_, generic(address), &size) != 0) {
             throw std::runtime_error("cannot listen on loopback");
         }
@@ -260,13 +317,46 @@ class ScriptedServer::Engine {
         std::move(steps.begin(), steps.end(), std::back_inserter(queue));
     }
 
+    void always(const std::string& path, Step step) {
+        const std::lock_guard lock(mutex_);
+        always_[path] = std::move(step);
+    }
+
     void onConnect(Step step) {
         const std::lock_guard lock(mutex_);
         onConnect_ = std::move(step);
     }
 
+    void show(const TlsIdentity& identity) {
+        SSL_CTX* tls = contextFor(identity);
+        const std::lock_guard lock(mutex_);
+        SSL_CTX_free(std::exchange(tls_, tls));
+    }
+
+    /// The system drops a connection's first packet when too many wait to be accepted: one more
+    /// than none.
+    void startDroppingPackets() {
+        const std::lock_guard lock(mutex_);
+        accepting_ = false;
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        filler_ = tcpSocket();
+        if (::listen(listener_, 0) != 0 || ::getsockname(listener_, generic(address), &size) != 0 ||
+            ::connect(filler_, generic(address), size) != 0) {
+            throw std::runtime_error("cannot fill the queue of connections");
+        }
+    }
+
+    void stopDroppingPackets() {
+        const std::lock_guard lock(mutex_);
+        ::close(filler_);
+        (void)::listen(listener_, usualBacklog);
+        accepting_ = true;
+    }
+
     [[nodiscard]] std::uint16_t port() const { return port_; }
-    [[nodiscard]] bool isTls() const { return tls_ != nullptr; }
+    [[nodiscard]] bool isTls() const { return isTls_; }
+    [[nodiscard]] std::string received() { return received_.bytes(); }
 
     std::vector<ReceivedRequest> requests() {
         const std::lock_guard lock(mutex_);
@@ -284,20 +374,26 @@ class ScriptedServer::Engine {
     }
 
   private:
+    static constexpr int usualBacklog = 64;
+
     static sockaddr* generic(sockaddr_in& address) { return reinterpret_cast<sockaddr*>(&address); }
 
-    void useTls(const TlsIdentity& identity) {
-        tls_ = SSL_CTX_new(TLS_server_method());
+    static SSL_CTX* contextFor(const TlsIdentity& identity) {
+        SSL_CTX* const tls = SSL_CTX_new(TLS_server_method());
         // Old versions must be speakable here, so that the daemon can be seen to refuse them.
-        SSL_CTX_set_security_level(tls_, 0);
-        SSL_CTX_set_min_proto_version(tls_, TLS1_VERSION);
+        SSL_CTX_set_security_level(tls, 0);
+        SSL_CTX_set_min_proto_version(tls, TLS1_VERSION);
         if (identity.highestVersion != 0) {
-            SSL_CTX_set_max_proto_version(tls_, identity.highestVersion);
+            SSL_CTX_set_max_proto_version(tls, identity.highestVersion);
         }
-        if (SSL_CTX_use_certificate_chain_file(tls_, identity.certificate.c_str()) != 1 ||
-            SSL_CTX_use_PrivateKey_file(tls_, identity.privateKey.c_str(), SSL_FILETYPE_PEM) != 1) {
+        if (identity.choosesHttp2) {
+            SSL_CTX_set_alpn_select_cb(tls, &chooseHttp2, nullptr);
+        }
+        if (SSL_CTX_use_certificate_chain_file(tls, identity.certificate.c_str()) != 1 ||
+            SSL_CTX_use_PrivateKey_file(tls, identity.privateKey.c_str(), SSL_FILETYPE_PEM) != 1) {
             throw std::runtime_error("cannot use the certificate");
         }
+        return tls;
     }
 
     void acceptAll() {
@@ -307,21 +403,19 @@ class ScriptedServer::Engine {
             if (::poll(&entry, 1, slice) <= 0) {
                 continue;
             }
-            const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+            const std::lock_guard lock(mutex_);
+            const int socket = accepting_ ? acceptFrom(listener_) : -1;
             if (socket >= 0) {
-                const std::lock_guard lock(mutex_);
                 connections_.emplace_back([this, socket] { serve(socket); });
             }
         }
     }
 
     void serve(int socket) {
-        SocketConnection connection(socket, tls_, stop_);
-        Step first;
-        {
-            const std::lock_guard lock(mutex_);
-            first = onConnect_;
-        }
+        std::unique_lock lock(mutex_);
+        SocketConnection connection(socket, tls_, stop_, received_);
+        const Step first = onConnect_;
+        lock.unlock();
         if ((first && !first(connection, {})) || !connection.handshake()) {
             return;
         }
@@ -351,24 +445,29 @@ class ScriptedServer::Engine {
         requests_.push_back(request);
         arrived_.notify_all();
         const auto script = scripts_.find(request.path());
-        if (script == scripts_.end()) {
-            return answer(notFound);
-        }
-        if (script->second.empty()) {
-            return staySilent();
+        if (script == scripts_.end() || script->second.empty()) {
+            const auto usual = always_.find(request.path());
+            return usual != always_.end()     ? usual->second
+                   : script != scripts_.end() ? staySilent()
+                                              : answer(notFound);
         }
         Step step = std::move(script->second.front());
         script->second.pop_front();
         return step;
     }
 
-    SSL_CTX* tls_ = nullptr;
     int listener_ = -1;
     std::uint16_t port_ = 0;
+    const bool isTls_;
     StopSignal stop_;
+    Record received_;
     std::mutex mutex_;
+    SSL_CTX* tls_ = nullptr;
+    bool accepting_ = true;
+    int filler_ = -1;
     std::condition_variable arrived_;
     std::map<std::string, std::deque<Step>> scripts_;
+    std::map<std::string, Step> always_;
     Step onConnect_;
     std::vector<ReceivedRequest> requests_;
     std::vector<std::thread> connections_;
@@ -384,8 +483,24 @@ void ScriptedServer::on(const std::string& path, std::vector<Step> steps) {
     engine_->on(path, std::move(steps));
 }
 
+void ScriptedServer::always(const std::string& path, Step step) {
+    engine_->always(path, std::move(step));
+}
+
 void ScriptedServer::onConnect(Step step) {
     engine_->onConnect(std::move(step));
+}
+
+void ScriptedServer::show(const TlsIdentity& identity) {
+    engine_->show(identity);
+}
+
+void ScriptedServer::startDroppingPackets() {
+    engine_->startDroppingPackets();
+}
+
+void ScriptedServer::stopDroppingPackets() {
+    engine_->stopDroppingPackets();
 }
 
 std::uint16_t ScriptedServer::port() const {
@@ -408,6 +523,10 @@ std::vector<ReceivedRequest> ScriptedServer::requestsTo(const std::string& path)
 
 std::size_t ScriptedServer::connectionCount() const {
     return engine_->connectionCount();
+}
+
+std::string ScriptedServer::received() const {
+    return engine_->received();
 }
 
 bool ScriptedServer::waitForRequests(std::size_t count, std::chrono::milliseconds limit) const {

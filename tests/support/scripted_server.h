@@ -38,6 +38,8 @@ class Connection {
     virtual std::string receive(std::size_t limit) = 0;
     /// Closes with a TCP reset instead of the orderly end.
     virtual void reset() = 0;
+    /// Ends what is sent without the goodbye of TLS, as one who cuts the line would.
+    virtual void cut() = 0;
     /// Blocks for `duration`; false at once when the server ends meanwhile.
     virtual bool pause(std::chrono::milliseconds duration) = 0;
 };
@@ -68,11 +70,13 @@ struct TlsIdentity {
     std::filesystem::path certificate;
     std::filesystem::path privateKey;
     int highestVersion = 0;  ///< a TLS1_x_VERSION of OpenSSL; 0 for no limit
+    bool choosesHttp2 = false;
 };
 
 /// Listens from construction to destruction, one thread per connection. Requests to a path are
-/// given to that path's steps in order; when they are used up, and for a path without any, the
-/// answer is 404, or silence for a path that had steps.
+/// given to that path's steps in order, then to the one it is always given to, if there is one.
+/// Else, when they are used up, the answer is silence; for a path without any it is 404. The
+/// preface of an HTTP/2 connection counts as a request to "*".
 class ScriptedServer {
   public:
     explicit ScriptedServer(std::optional<TlsIdentity> tls = std::nullopt);
@@ -82,8 +86,17 @@ class ScriptedServer {
 
     /// Adds steps for requests to `path`.
     void on(const std::string& path, std::vector<Step> steps);
-    /// Runs `step` on every new connection before anything is read, with an empty request.
+    /// Does `step` with every request to `path` that no other step is left for.
+    void always(const std::string& path, Step step);
+    /// Runs `step` on every new connection before anything is read, with an empty request. TLS has
+    /// not begun: what it sends and receives is in the clear.
     void onConnect(Step step);
+    /// Shows `identity` on every new connection. REQUIRES: a server that speaks TLS.
+    void show(const TlsIdentity& identity);
+    /// From now on new connections get no answer from the system, not even that they are refused...
+    void startDroppingPackets();
+    /// ...until this.
+    void stopDroppingPackets();
 
     [[nodiscard]] std::uint16_t port() const;
     /// "http://127.0.0.1:PORT" or "https://localhost:PORT".
@@ -93,6 +106,8 @@ class ScriptedServer {
     /// Those to `path`.
     [[nodiscard]] std::vector<ReceivedRequest> requestsTo(const std::string& path) const;
     [[nodiscard]] std::size_t connectionCount() const;
+    /// Every byte that came over a connection, as it came and, with TLS, decrypted as well.
+    [[nodiscard]] std::string received() const;
     /// Blocks until `count` requests have come, at most `limit`; false when they did not.
     bool waitForRequests(std::size_t count,
                          std::chrono::milliseconds limit = std::chrono::seconds(20)) const;

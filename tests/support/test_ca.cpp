@@ -11,7 +11,7 @@ namespace orvane::test {
 namespace {
 
 void run(const std::string& command) {
-    const std::string quiet = command + " >/dev/null 2>&1";
+    const std::string quiet = "(" + command + ") >/dev/null 2>&1";
     if (std::system(quiet.c_str()) != 0) {
         throw std::runtime_error("failed: " + command);
     }

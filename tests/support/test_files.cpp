@@ -1,6 +1,7 @@
 #include "support/test_files.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
@@ -17,7 +18,7 @@ TempDirectory::TempDirectory() {
     if (::mkdtemp(name.data()) == nullptr) {
         throw std::runtime_error("cannot make a temporary directory");
     }
-    path_ = name;
+    path_ = fs::canonical(name);
 }
 
 TempDirectory::~TempDirectory() {
@@ -65,6 +66,14 @@ unsigned modeOf(const fs::path& path) {
         throw std::runtime_error("no such file " + path.string());
     }
     return status.st_mode & 07777U;
+}
+
+std::vector<int> openDescriptors() {
+    std::vector<int> descriptors;
+    for (const std::string& name : namesIn("/dev/fd")) {
+        descriptors.push_back(std::stoi(name));
+    }
+    return descriptors;
 }
 
 }  // namespace orvane::test

@@ -36,4 +36,7 @@ std::vector<std::string> namesIn(const std::filesystem::path& directory);
 /// The permission bits of `path`.
 unsigned modeOf(const std::filesystem::path& path);
 
+/// This process's open descriptors, and the one that it takes to list them.
+std::vector<int> openDescriptors();
+
 }  // namespace orvane::test

@@ -1,0 +1,30 @@
+// The start of a process that gets no memory.
+#include "daemon/process_entry.h"
+
+#include "support/allocation_limit.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdlib>
+
+namespace orvane::test {
+namespace {
+
+/// The parameter: the largest piece of memory that can be had, in bytes. From none at all, not even
+/// for the logger, to enough for that but not for a message.
+class ProcessEntryTest : public ::testing::TestWithParam<std::size_t> {};
+
+TEST_P(ProcessEntryTest, WithoutMemoryTheProcessEndsWithStatus1) {
+    EXPECT_EXIT(
+        {
+            const AllocationLimit limit(GetParam());
+            runProcess();
+        },
+        ::testing::ExitedWithCode(EXIT_FAILURE), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(Memory, ProcessEntryTest, ::testing::Values(0, 16, 24, 32, 40));
+
+}  // namespace
+}  // namespace orvane::test

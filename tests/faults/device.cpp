@@ -1,0 +1,171 @@
+#include "faults/device.h"
+
+#include "support/policy_versions.h"
+
+#include <nlohmann/json.hpp>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <sstream>
+#include <stdexcept>
+
+namespace orvane::test {
+
+namespace fs = std::filesystem;
+
+std::string pathOf(File file) {
+    switch (file) {
+        case File::policy:
+            return policyFile;
+        case File::tag:
+            return etagFile;
+        case File::effective:
+            return effectiveFile;
+        case File::capture:
+            break;
+    }
+    return capturePolicyFile;
+}
+
+/// Keeps the devices' files in memory where programs may be run from it: nothing here depends on
+/// the disk, and there flushing takes no time.
+void preferMemory() {
+    const char* const memory = "/dev/shm";
+    struct statvfs status {};
+    if (::statvfs(memory, &status) == 0 && (status.f_flag & ST_NOEXEC) == 0 &&
+        ::access(memory, W_OK) == 0) {
+        (void)::setenv("TMPDIR", memory, 1);
+    }
+}
+
+Device::Device(Begin begin) {
+    fill(begin);
+    restart();
+}
+
+void Device::fill(Begin begin) const {
+    fs::create_directories(root() / "home");
+    writeFile(setup() / "enroll-config.json",
+              nlohmann::json{{"api_url", server_.url()}, {"api_key", "key-1"}}.dump());
+    if (begin == Begin::nextPolicy) {
+        for (const auto& [path, content] : policyVersion(before).files()) {
+            writeFile(root() / path, content);
+        }
+        writeFile(orvane() / "logs/policy-daemon.activity.jsonl", "{\"url\":\"old\"}\n");
+    } else {
+        const auto tool = root() / "usr/sbin/ioreg";
+        writeFile(tool, "#!/bin/sh\necho '\"IOPlatformUUID\" = \"device-1\"'\n");
+        fs::permissions(tool, fs::perms(0755));
+    }
+}
+
+void Device::restart() {
+    const std::size_t polls = server_.polls().size();
+    daemon_ = std::make_unique<DaemonProcess>(
+        DaemonSetup{ORVANE_DAEMON_TWIN, {{"ORVANE_ROOT", root().string()}}, root() / "stderr", [] {
+                        return true;
+                    }});
+    if (!waitUntil([&] { return server_.polls().size() > polls; })) {
+        throw std::runtime_error("the daemon does not poll");
+    }
+}
+
+bool Device::hasPolledAgain() const {
+    return server_.polls().size() > pollsBefore_;
+}
+
+bool Device::pollsAgain() {
+    // It may have been killed and not be dead yet.
+    return waitUntil([this] { return hasPolledAgain() || !daemon_->isRunning(); }) &&
+           daemon_->isRunning();
+}
+
+void Device::beginTurn(int version) {
+    logLinesBefore_ = daemon_->messages().size();
+    pollsBefore_ = server_.polls().size();
+    server_.answerOne(version);
+}
+
+std::vector<Call> Device::turn(int version, const std::vector<std::string>& injections,
+                               Traced traced) {
+    Strace strace(daemon_->pid(), root(), injections, traced);
+    beginTurn(version);
+    const auto looksForProfile = [&] {
+        const std::string output = readFile(root() / "strace");
+        const std::string sought = "enroll-config.json\"";
+        const auto first = output.find(sought);
+        return first != std::string::npos && output.find(sought, first + 1) != std::string::npos;
+    };
+    const bool over =
+        waitUntil([&] { return hasPolledAgain() || !daemon_->isRunning() || looksForProfile(); });
+    strace.detach();
+    if (!over) {
+        throw std::runtime_error("the turn does not end");
+    }
+    return strace.calls();
+}
+
+bool Device::goodTurn(int version) {
+    beginTurn(version);
+    return waitUntil([&] {
+        const auto polls = server_.polls();
+        return polls.size() > pollsBefore_ && polls.back() == policyVersion(version).etag;
+    });
+}
+
+int Device::version(File file) const {
+    const auto path = root() / pathOf(file);
+    if (!fs::exists(path)) {
+        return absent;
+    }
+    const std::string content = readFile(path);
+    for (const int version : {before, offered, later}) {
+        if (content == policyVersion(version).files().at(pathOf(file))) {
+            return version;
+        }
+    }
+    return torn;
+}
+
+std::vector<std::string> Device::leftovers() const {
+    std::vector<std::string> names;
+    for (const auto& directory : {orvane(), setup(), orvane() / "logs"}) {
+        for (const std::string& name : namesIn(directory)) {
+            if (name.ends_with(".tmp")) {
+                names.push_back(name);
+            }
+        }
+    }
+    return names;
+}
+
+std::string Device::activity() const {
+    const auto path = orvane() / "logs/policy-daemon.activity.jsonl";
+    std::string shape;
+    std::string record;
+    for (const char character : fs::exists(path) ? readFile(path) : "") {
+        record += character;
+        if (record == "\n") {
+            shape += '$';
+            record.clear();
+        } else if (character == '}' && nlohmann::json::accept(record)) {
+            const std::string url = nlohmann::json::parse(record).at("url");
+            shape += url.find("/effective/") != std::string::npos      ? "effective"
+                     : url.find("/guard-config/") != std::string::npos ? "poll"
+                                                                       : "old";
+            record.clear();
+        }
+    }
+    return shape + record;
+}
+
+std::vector<std::string> Device::log() const {
+    auto lines = daemon_->logLines();
+    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(
+                                                   std::min(logLinesBefore_, lines.size())));
+    return lines;
+}
+
+}  // namespace orvane::test

@@ -1,0 +1,370 @@
+#include "hostile/hostile_turn.h"
+
+#include "platform/clock.h"
+#include "platform/http_exchange.h"
+#include "support/virtual_clock.h"
+
+#include <gmock/gmock.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ostream>
+#include <sstream>
+#include <utility>
+
+namespace orvane::test {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using namespace std::chrono_literals;
+
+constexpr const char* noProfile = "default No usable profile — sleeping 30s and retrying";
+
+// Three policies that tell themselves apart by their tags and by the number of their hosts.
+constexpr const char* storedPolicy =
+    R"({"etag":"stored","guard_config":{"capture":{"hosts":["a"]}}})";
+constexpr const char* firstPolicy =
+    R"({"etag":"first","guard_config":{"capture":{"hosts":["a","b"]}}})";
+constexpr const char* goodPolicy =
+    R"({"etag":"good","guard_config":{"capture":{"hosts":["a","b","c"]}}})";
+constexpr const char* storedEffective = R"({"effective":"stored"})";
+constexpr const char* goodEffective = R"({"effective":"good"})";
+
+/// These tests flush thousands of files. That takes no time where files are in memory anyway.
+[[maybe_unused]] const bool inMemory =
+    ::access("/dev/shm", W_OK) == 0 && ::setenv("TMPDIR", "/dev/shm", 0) == 0;
+
+/// Thrown out of a sleep: the loop has no other end.
+struct EndOfLoop {};
+
+/// A good answer. The connection goes with it, so that every exchange makes its own.
+Step lastAnswer(const std::string& body) {
+    return answer(200, body, {{"Connection", "close"}});
+}
+
+std::string captureApplied(int hosts) {
+    return "default capture-policy applied from guard cascade: enabled=false hosts=" +
+           std::to_string(hosts) + " suppress_ech=false";
+}
+
+std::string bytesOf(const std::string& text) {
+    return " (" + std::to_string(text.size()) + " bytes)";
+}
+
+std::string etagFileOf(const std::string& etag) {
+    return R"({"etag":")" + etag + R"("})";
+}
+
+/// What is stored, and that nothing else is: no file half written.
+void expectStored(const std::string& policy, const std::string& etag, const std::string& effective,
+                  const std::filesystem::path& directory) {
+    EXPECT_EQ(readFile(directory / "policy.json"), policy);
+    EXPECT_EQ(readFile(directory / "policy-etag.json"), etagFileOf(etag));
+    EXPECT_EQ(readFile(directory / "guard-effective.json"), effective);
+    for (const std::string& name : namesIn(directory)) {
+        EXPECT_THAT(name, ::testing::AnyOf("policy.json", "policy-etag.json",
+                                           "guard-effective.json", "logs"));
+    }
+}
+
+}  // namespace
+
+Ending lost(int status) {
+    return {status, 0, "The network connection was lost."};
+}
+
+Ending timedOut(int status) {
+    return {status, 0, "The request timed out."};
+}
+
+Ending failed(int status) {
+    return {status, 0, ""};
+}
+
+Ending answered(int status, std::size_t bytes) {
+    return {status, static_cast<std::int64_t>(bytes), std::nullopt};
+}
+
+std::ostream& operator<<(std::ostream& stream, const Misdeed& misdeed) {
+    return stream << misdeed.name;
+}
+
+std::ostream& operator<<(std::ostream& stream, Endpoint endpoint) {
+    switch (endpoint) {
+        case Endpoint::poll:
+            return stream << "OnAPoll";
+        case Endpoint::effective:
+            return stream << "OnAnEffectiveFetch";
+        case Endpoint::identity:
+            break;
+    }
+    return stream << "OnAnIdentityLookup";
+}
+
+std::string nameOf(const testing::TestParamInfo<HostileCase>& info) {
+    std::ostringstream name;
+    name << std::get<Misdeed>(info.param) << std::get<Endpoint>(info.param);
+    return name.str();
+}
+
+Misdeed onRequest(std::string name, Ending ending, StepFor step) {
+    return {std::move(name), std::move(ending), [step = std::move(step)](const Scene& scene) {
+                scene.server.on(scene.path, {step(scene)});
+            }};
+}
+
+Misdeed onRequest(std::string name, Ending ending, Step step) {
+    return onRequest(std::move(name), std::move(ending),
+                     [step = std::move(step)](const Scene&) { return step; });
+}
+
+Misdeed onConnect(std::string name, Ending ending, StepFor step) {
+    return {std::move(name), std::move(ending),
+            [step = std::move(step)](const Scene& scene) { scene.server.onConnect(step(scene)); },
+            [](const Scene& scene) { scene.server.onConnect(nullptr); }};
+}
+
+StepFor stall(std::string head, Step rest) {
+    return [head = std::move(head), rest = std::move(rest)](const Scene& scene) {
+        return [head, rest, &session = scene.session, limit = scene.silence](
+                   Connection& connection, const ReceivedRequest& request) {
+            (void)connection.send(head);
+            for (int i = 0; i < 3; ++i) {
+                letWorkerTurn(session);  // the library may take more than one to hand it all out
+            }
+            virtual_clock::advance(limit - 5s);
+            letWorkerTurn(session);
+            virtual_clock::advance(6s);
+            return rest(connection, request);
+        };
+    };
+}
+
+Step flood(std::string head, std::string bytes, std::size_t enough) {
+    return [head = std::move(head), bytes = std::move(bytes), enough](Connection& connection,
+                                                                      const ReceivedRequest&) {
+        std::size_t sent = 0;
+        for (bool going = connection.send(head); going; going = connection.send(bytes)) {
+            if (sent < enough && sent + bytes.size() >= enough) {
+                virtual_clock::advance(totalLimit + 1s);
+            }
+            sent += bytes.size();
+        }
+        return false;
+    };
+}
+
+std::string repeated(const std::string& part, int times) {
+    std::string whole;
+    for (int i = 0; i < times; ++i) {
+        whole += part;
+    }
+    return whole;
+}
+
+std::vector<std::string> pollLines(const Ending& ending) {
+    if (ending.error) {
+        return {"error Poll error: " + *ending.error, "error Unexpected HTTP 0"};
+    }
+    switch (ending.status) {
+        case 200:
+            return {ending.bytes == 0 ? "error 200 with no body — skipping write"
+                                      : "error Couldn't parse policy JSON — skipping write"};
+        case 304:
+            return {"debug policy unchanged (etag=stored)"};
+        case 401:
+        case 403:
+            return {"error Auth rejected: HTTP " + std::to_string(ending.status) +
+                    ". Re-sign in via the Mac app's Setup tab."};
+        default:
+            return {"error Unexpected HTTP " + std::to_string(ending.status)};
+    }
+}
+
+std::string effectiveLine(const Ending& ending) {
+    return ending.status == 404
+               ? "debug guard/effective endpoint not present yet (older controlplane)"
+               : "debug guard/effective HTTP " + std::to_string(ending.status);
+}
+
+bool costsASleep(const Ending& ending) {
+    return ending.error || (ending.status != 200 && ending.status != 304);
+}
+
+HostileTurnTest::HostileTurnTest() {
+    for (const char* name :
+         {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
+        (void)::unsetenv(name);
+    }
+}
+
+Scene HostileTurnTest::sceneAt(Endpoint endpoint) {
+    switch (endpoint) {
+        case Endpoint::poll:
+            return {endpoint, pollPath, 330s, runner.session, *server};
+        case Endpoint::effective:
+            return {endpoint, effectivePath, 30s, runner.session, *server};
+        case Endpoint::identity:
+            break;
+    }
+    return {endpoint, agentConfigPath, 12s, HttpSession::shared(), *server};
+}
+
+void HostileTurnTest::expectEndured(const HostileCase& hostileCase) {
+    const auto& [misdeed, endpoint] = hostileCase;
+    writeFile(runner.policyPath, storedPolicy);
+    writeFile(runner.etagPath, etagFileOf("stored"));
+    writeFile(runner.effectivePath, storedEffective);
+    offerProfile(endpoint);
+    scriptHostileTurn(endpoint, misdeed);
+    scriptGoodTurn(endpoint);
+    run(endpoint, misdeed);
+
+    EXPECT_TRUE(recovered_);
+    expectStored(goodPolicy, "good", goodEffective, orvane());
+    Ending ending = misdeed.ending;
+    if (ending.error && ending.error->empty() && endpoint != Endpoint::identity) {
+        const auto line = activity().at(endpoint == Endpoint::poll ? 0 : 1);
+        ending.error = line.value("error", "");
+        EXPECT_NE(ending.error, "");
+        if (line["status"] == 0) {
+            ending.status = 0;  // the library may fail before it hands the header out
+        }
+    }
+    expectLogged(endpoint, ending);
+    expectRecorded(endpoint, ending);
+    if (endpoint == Endpoint::poll && !costsASleep(ending)) {
+        EXPECT_THAT(virtual_clock::sleeps(), ElementsAre(30.0));
+    } else {
+        EXPECT_THAT(virtual_clock::sleeps(),
+                    ElementsAre(endpoint == Endpoint::poll ? 60.0 : 30.0, 30.0));
+    }
+}
+
+void HostileTurnTest::offerProfile(Endpoint endpoint) const {
+    if (endpoint == Endpoint::identity) {
+        identify(server->url());
+    } else {
+        enrol(server->url());
+    }
+}
+
+void HostileTurnTest::withdrawProfile() {
+    std::filesystem::remove(setup() / "enroll-config.json");
+    std::filesystem::remove(setup() / "device-identity.json");
+}
+
+void HostileTurnTest::commit(Endpoint endpoint, const Misdeed& misdeed) {
+    receivedBefore_ = server->received().size();
+    misdeed.commit(sceneAt(endpoint));
+}
+
+void HostileTurnTest::scriptHostileTurn(Endpoint endpoint, const Misdeed& misdeed) {
+    if (endpoint != Endpoint::effective) {
+        commit(endpoint, misdeed);
+        return;
+    }
+    // Without a profile the next turn is no poll but a sleep, in which the server turns good.
+    const auto action = [=, this, &misdeed] {
+        withdrawProfile();
+        commit(endpoint, misdeed);
+    };
+    server->on(pollPath, {after(action, lastAnswer(firstPolicy))});
+}
+
+void HostileTurnTest::scriptGoodTurn(Endpoint endpoint) {
+    server->on(agentConfigPath, {lastAnswer(R"({"upload_api_key":"key-2","agent_slug":"s"})")});
+    const auto action = [=, this] {
+        const bool hasFirst = endpoint == Endpoint::effective;
+        expectStored(hasFirst ? firstPolicy : storedPolicy, hasFirst ? "first" : "stored",
+                     storedEffective, orvane());
+        EXPECT_EQ(server->requestsTo(pollPath).back().header("If-None-Match"),
+                  hasFirst ? "\"first\"" : "\"stored\"");
+        withdrawProfile();
+        server->on(effectivePath, {lastAnswer(goodEffective)});
+        recovered_ = true;
+    };
+    server->on(pollPath, {after(action, lastAnswer(goodPolicy))});
+}
+
+void HostileTurnTest::run(Endpoint endpoint, const Misdeed& misdeed) {
+    const auto start = clock::monotonicNow();
+    virtual_clock::onSleep([&](double seconds) {
+        if (recovered_) {
+            throw EndOfLoop();
+        }
+        turnTime = clock::monotonicNow() - start -
+                   std::chrono::duration_cast<std::chrono::nanoseconds>(
+                       std::chrono::duration<double>(seconds));
+        receivedMeanwhile = server->received().substr(receivedBefore_);
+        if (misdeed.undo) {
+            misdeed.undo(sceneAt(endpoint));
+        }
+        offerProfile(endpoint);
+    });
+    EXPECT_THROW(runner.run(), EndOfLoop);
+}
+
+void HostileTurnTest::expectLogged(Endpoint endpoint, const Ending& ending) const {
+    std::vector<std::string> lines{"default Resolving credentials from ~/.orvane/config…"};
+    const auto usingProfile = [&](const std::string& name) {
+        lines.push_back("default Using profile [" + name + "] api=" + server->url());
+    };
+    switch (endpoint) {
+        case Endpoint::poll:
+            usingProfile("managed");
+            for (const std::string& line : pollLines(ending)) {
+                lines.push_back(line);
+            }
+            lines.push_back(captureApplied(1));
+            break;
+        case Endpoint::effective:
+            usingProfile("managed");
+            lines.push_back("default policy updated" + bytesOf(firstPolicy));
+            lines.push_back(effectiveLine(ending));
+            lines.push_back(captureApplied(2));
+            lines.emplace_back(noProfile);
+            break;
+        case Endpoint::identity:
+            lines.emplace_back(noProfile);
+            usingProfile("device");
+            break;
+    }
+    lines.push_back("default policy updated" + bytesOf(goodPolicy));
+    lines.push_back("default effective config updated" + bytesOf(goodEffective));
+    lines.push_back(captureApplied(3));
+    lines.emplace_back(noProfile);
+    EXPECT_THAT(logLines(), ElementsAreArray(lines));
+}
+
+void HostileTurnTest::expectRecorded(Endpoint endpoint, const Ending& ending) {
+    std::vector<Ending> exchanges;
+    switch (endpoint) {
+        case Endpoint::poll:
+            exchanges.push_back(ending);
+            if (ending.error) {
+                exchanges.back().status = 0;  // a poll that fails has no status, whatever came
+            }
+            break;
+        case Endpoint::effective:
+            exchanges.push_back(answered(200, std::string(firstPolicy).size()));
+            exchanges.push_back(ending);
+            break;
+        case Endpoint::identity:
+            break;
+    }
+    exchanges.push_back(answered(200, std::string(goodPolicy).size()));
+    exchanges.push_back(answered(200, std::string(goodEffective).size()));
+    const auto lines = activity();
+    ASSERT_THAT(lines, ::testing::SizeIs(exchanges.size()));
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        EXPECT_EQ(lines[i]["status"], exchanges[i].status) << i;
+        EXPECT_EQ(lines[i]["bytes"], exchanges[i].bytes) << i;
+        EXPECT_EQ(lines[i].contains("error"), exchanges[i].error.has_value()) << i;
+        EXPECT_EQ(lines[i].value("error", ""), exchanges[i].error.value_or("")) << i;
+    }
+}
+
+}  // namespace orvane::test

@@ -1,0 +1,233 @@
+// A server that breaks the rules of HTTP/2 (RFC 9113), on every endpoint.
+#include "hostile/hostile_turn.h"
+#include "platform/paths.h"
+#include "support/test_ca.h"
+
+#include <gtest/gtest.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace orvane::test {
+namespace {
+
+using namespace std::string_literals;
+
+TlsIdentity identity(bool choosesHttp2) {
+    static const TestCa authority;
+    static const TlsIdentity one = [] {
+        authority.trustIn(paths::certificateDirectory());
+        return authority.issueForLoopback();
+    }();
+    return {one.certificate, one.privateKey, 0, choosesHttp2};
+}
+
+class HostileHttp2Test : public HostileTurnTest {
+  protected:
+    HostileHttp2Test() { server = std::make_unique<ScriptedServer>(identity(false)); }
+};
+
+TEST_P(HostileHttp2Test, IsEndured) {
+    expectEndured(GetParam());
+}
+
+// --- Frames
+
+enum class Type : std::uint8_t {
+    data = 0,
+    headers = 1,
+    priority = 2,
+    resetStream = 3,
+    settings = 4,
+    pushPromise = 5,
+    ping = 6,
+    goAway = 7,
+    windowUpdate = 8,
+    continuation = 9,
+    unknown = 99
+};
+
+constexpr unsigned endStream = 1;
+constexpr unsigned endHeaders = 4;
+
+std::string bigEndian(std::uint32_t number, int bytes) {
+    std::string text;
+    for (int i = bytes - 1; i >= 0; --i) {
+        text += static_cast<char>(number >> (8U * static_cast<unsigned>(i)));
+    }
+    return text;
+}
+
+std::string frame(Type type, unsigned flags, std::uint32_t stream, const std::string& payload) {
+    return bigEndian(static_cast<std::uint32_t>(payload.size()), 3) + static_cast<char>(type) +
+           static_cast<char>(flags) + bigEndian(stream, 4) + payload;
+}
+
+// The daemon's request is always on stream 1. The header fields are from the static table of HPACK
+// (RFC 7541, appendix A).
+constexpr std::uint32_t ours = 1;
+const std::string status200 = "\x88";
+const std::string settings = frame(Type::settings, 0, 0, "");
+const std::string okHeader = frame(Type::headers, endHeaders, ours, status200);
+const std::string halfABody = frame(Type::data, 0, ours, "{\"etag\":");
+
+std::string headerField(const std::string& name, const std::string& value) {
+    return '\0' + bigEndian(static_cast<std::uint32_t>(name.size()), 1) + name +
+           bigEndian(static_cast<std::uint32_t>(value.size()), 1) + value;
+}
+
+std::string reset(std::uint32_t code) {
+    return frame(Type::resetStream, 0, ours, bigEndian(code, 4));
+}
+
+std::string goAway(std::uint32_t lastStream, std::uint32_t code) {
+    return frame(Type::goAway, 0, 0, bigEndian(lastStream, 4) + bigEndian(code, 4));
+}
+
+/// Reads frames behind the preface, of which `received` has come already, up to the request's
+/// header. False when the peer has gone before.
+bool awaitRequest(Connection& connection, std::string received) {
+    constexpr std::size_t prefaceLength = 24;
+    constexpr std::size_t headLength = 9;
+    for (std::size_t at = prefaceLength;;) {
+        while (received.size() < at + headLength) {
+            const std::string part = connection.receive(4096);
+            if (part.empty()) {
+                return false;
+            }
+            received += part;
+        }
+        const auto byte = [&](std::size_t i) {
+            return static_cast<std::size_t>(static_cast<unsigned char>(received[at + i]));
+        };
+        if (byte(3) == static_cast<std::size_t>(Type::headers)) {
+            return true;
+        }
+        at += headLength + (byte(0) << 16U) + (byte(1) << 8U) + byte(2);
+    }
+}
+
+/// Has the server choose HTTP/2 and do `step` when the request has come; `step` may be needed again
+/// when the daemon's library repeats the request.
+Misdeed onStream(std::string name, Ending ending, StepFor step) {
+    return {std::move(name), std::move(ending),
+            [step = std::move(step)](const Scene& scene) {
+                const Step whenAsked = [act = step(scene)](Connection& connection,
+                                                           const ReceivedRequest& request) {
+                    return connection.send(settings) && awaitRequest(connection, request.raw) &&
+                           act(connection, request);
+                };
+                scene.server.on("*", std::vector<Step>(8, whenAsked));
+                scene.server.show(identity(true));
+            },
+            [](const Scene& scene) { scene.server.show(identity(false)); }};
+}
+
+Misdeed says(std::string name, Ending ending, std::string frames) {
+    return onStream(std::move(name), std::move(ending),
+                    [frames = std::move(frames)](const Scene&) { return sendAndStall(frames); });
+}
+
+Misdeed floods(std::string name, Ending ending, const std::string& head, const std::string& part) {
+    return onStream(std::move(name), std::move(ending),
+                    [=](const Scene&) { return flood(head, repeated(part, 1000), 1U << 20U); });
+}
+
+Misdeed stalls(std::string name, Ending ending, const std::string& frames) {
+    return onStream(std::move(name), std::move(ending), stall(frames));
+}
+
+// --- Resets and ends
+
+const std::vector<Misdeed> resets{
+    says("ResetWithNoError", failed(), reset(0)),
+    says("ResetWithAProtocolError", failed(), reset(1)),
+    says("ResetWithAnInternalError", failed(), reset(2)),
+    says("ResetAsRefused", failed(), reset(7)),
+    says("ResetAsCancelled", failed(), reset(8)),
+    says("ResetToCalmDown", failed(), reset(11)),
+    says("ResetWithACodeNobodyKnows", failed(), reset(0xFFFFFFFF)),
+    says("ResetBehindTheHeader", failed(200), okHeader + reset(2)),
+    says("ResetWithinTheBody", failed(200), okHeader + halfABody + reset(8)),
+    says("GoAwayWithoutTheRequest", failed(), goAway(0, 0)),
+    says("GoAwayWithAnError", failed(), goAway(0, 2)),
+    onStream("CloseAfterTheRequest", failed(), [](const Scene&) { return closeAtOnce(); }),
+    onStream("CloseBehindTheHeader", failed(200),
+             [](const Scene&) { return sendAndClose(okHeader); }),
+    onStream("CloseWithinTheBody", failed(200),
+             [](const Scene&) { return sendAndClose(okHeader + halfABody); }),
+    says("AnEndThatComesBeforeTheLength", failed(200),
+         frame(Type::headers, endHeaders, ours, status200 + headerField("content-length", "20")) +
+             frame(Type::data, endStream, ours, "{}")),
+};
+INSTANTIATE_TEST_SUITE_P(Resets, HostileHttp2Test, onEveryEndpoint(resets), nameOf);
+
+// --- Floods
+
+const std::string hugeHeader = [] {
+    // One field of 4,000 bytes goes into the table, then it is used again and again.
+    std::string block = status200 + "\x40\x01x\x7F\xA1\x1E"s + std::string(4000, 'x');
+    return block + std::string(16000 - block.size(), '\xBE');
+}();
+
+/// The library reads on for as long as frames come that it skips; limits count once they stop.
+constexpr int many = 20'000;
+
+const std::vector<Misdeed> floodsOfFrames{
+    floods("SettingsFlood", failed(), "", settings),
+    floods("PingFlood", failed(), "", frame(Type::ping, 0, 0, "12345678")),
+    floods("WindowFlood", failed(), "", frame(Type::windowUpdate, 0, 0, bigEndian(1000, 4))),
+    stalls("PriorityFlood", failed(),
+           repeated(frame(Type::priority, 0, ours, bigEndian(3, 4) + "\x10"), many)),
+    stalls("FloodOfUnknownFrames", failed(), repeated(frame(Type::unknown, 0, 0, "what?"), many)),
+    floods("ContinuationFlood", failed(), frame(Type::headers, 0, ours, status200),
+           frame(Type::continuation, 0, ours, headerField("x", "y"))),
+    floods("FloodOfEmptyContinuations", failed(), frame(Type::headers, 0, ours, status200),
+           frame(Type::continuation, 0, ours, "")),
+    floods("InterimFlood", failed(), "",
+           frame(Type::headers, endHeaders, ours,
+                 "\x08\x03"
+                 "103"s)),
+    says("AHeaderThatUnpacksToMegabytes", failed(),
+         frame(Type::headers, endHeaders, ours, hugeHeader)),
+};
+INSTANTIATE_TEST_SUITE_P(Floods, HostileHttp2Test, onEveryEndpoint(floodsOfFrames), nameOf);
+
+// --- Frames that must not be
+
+const std::vector<Misdeed> nonsense{
+    says("Http1InsteadOfFrames", failed(), "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}"),
+    says("Noise", failed(), repeated("\xDE\xAD\xBE\xEF", 1000)),
+    says("AFrameLargerThanAgreed", failed(), frame(Type::unknown, 0, 0, std::string(20'000, 'x'))),
+    says("DataOnNoStream", failed(), frame(Type::data, 0, 0, "{}")),
+    says("DataOnAStreamNobodyOpened", failed(), frame(Type::data, 0, 3, "{}")),
+    says("DataBeforeTheHeader", failed(), halfABody),
+    says("AHeaderOnAStreamNobodyOpened", failed(), frame(Type::headers, endHeaders, 3, status200)),
+    stalls("APushNobodyWants", failed(),
+           frame(Type::pushPromise, endHeaders, ours, bigEndian(2, 4) + status200)),
+    says("AHeaderWithoutStatus", failed(),
+         frame(Type::headers, endHeaders | endStream, ours, headerField("x", "y"))),
+    says("AHeaderThatDoesNotUnpack", failed(),
+         frame(Type::headers, endHeaders, ours, "\xFF\xFF\xFF\xFF\xFF\xFF")),
+    says("ASettingOfThreeBytes", failed(), frame(Type::settings, 0, 0, "abc")),
+    says("AWindowThatOverflows", failed(),
+         frame(Type::windowUpdate, 0, 0, bigEndian(0x7FFFFFFF, 4))),
+};
+INSTANTIATE_TEST_SUITE_P(Nonsense, HostileHttp2Test, onEveryEndpoint(nonsense), nameOf);
+
+// --- Silence
+
+const std::vector<Misdeed> silences{
+    stalls("StallBehindTheRequest", timedOut(), ""),
+    stalls("StallWithinAFrame", timedOut(), okHeader.substr(0, 5)),
+    stalls("StallBehindTheHeader", failed(200), okHeader),
+    stalls("StallWithinTheBody", failed(200), okHeader + halfABody),
+};
+INSTANTIATE_TEST_SUITE_P(Silence, HostileHttp2Test, onEveryEndpoint(silences), nameOf);
+
+}  // namespace
+}  // namespace orvane::test

@@ -1,0 +1,545 @@
+// Whatever stands under the names that the daemon reads and writes: a turn ends, no link is
+// followed on the way to a file that is written as a whole, and when the thing is gone, all is well
+// again.
+#include "daemon/policy_runner.h"
+#include "support/daemon_test.h"
+#include "support/in_child.h"
+#include "support/scripted_server.h"
+#include "support/virtual_clock.h"
+
+#include <gmock/gmock.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstring>
+#include <filesystem>
+#include <map>
+#include <ostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace orvane::test {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using namespace std::string_literals;
+
+constexpr uid_t nobody = 65534;
+
+/// Thrown out of a sleep: the loop has no other end.
+struct EndOfLoop {};
+
+/// What the server has to give in the turn `number`, different every time.
+std::string policyOf(int number) {
+    std::string hosts = R"("a")";
+    for (int i = 1; i < number; ++i) {
+        hosts += R"(,"a")";
+    }
+    return R"({"etag":"v)" + std::to_string(number) + R"(","config":{"capture":{"hosts":[)" +
+           hosts + "]}}}";
+}
+std::string effectiveOf(int number) {
+    return R"({"turn":)" + std::to_string(number) + "}";
+}
+
+/// Where the daemon finds its credentials.
+enum class Source { none, enrollment, config };
+
+/// The ground of tests whose daemon runs in a process of its own, as this user or as an ordinary
+/// one.
+class NeighbourhoodTest : public DaemonTest {
+  protected:
+    NeighbourhoodTest() {
+        (void)::umask(022);
+        fs::permissions(root(), fs::perms(0755));
+    }
+
+    /// One turn in a child process that is `ordinary` or has this one's privileges.
+    static void takeTurn(int number, Source source, bool ordinary) {
+        (void)(ordinary ? inUnprivilegedChild : inChild)([&]() -> std::string {
+            ScriptedServer server;
+            if (source == Source::enrollment) {
+                enrol(server.url());
+            } else if (source == Source::config) {
+                writeFile(orvane() / "config",
+                          "[default]\napi_url=" + server.url() + "\napi_key=key-1\n");
+            }
+            server.on(pollPath, {answer(200, policyOf(number)), answer(500)});
+            server.on(effectivePath, {answer(200, effectiveOf(number))});
+            virtual_clock::onSleep([](double) { throw EndOfLoop(); });
+            PolicyRunner runner;
+            try {
+                runner.run();
+            } catch (const EndOfLoop&) {
+            }
+            return "";
+        });
+    }
+
+    /// What was logged since the last time, without the profile's line, whose port is never the
+    /// same.
+    std::vector<std::string> takeLog() {
+        auto lines = logLines();
+        std::erase_if(lines, [](const std::string& line) {
+            return line.starts_with("default Using profile");
+        });
+        log.clear();
+        return lines;
+    }
+
+    /// Gives `path` and what is below it to the user that ordinary children run as.
+    static void giveAway(const fs::path& path) {
+        if (::geteuid() != 0) {
+            return;
+        }
+        (void)::lchown(path.c_str(), nobody, nobody);
+        if (fs::is_directory(fs::symlink_status(path))) {
+            for (const auto& entry : fs::directory_iterator(path)) {
+                giveAway(entry.path());
+            }
+        }
+    }
+};
+
+// --- Things
+
+enum class Thing {
+    linkToFile,
+    danglingLink,
+    linkToDirectory,
+    linkToItself,
+    fifo,
+    socket,
+    device,
+    emptyDirectory,
+    fullDirectory,
+    readOnlyFile,
+    unreadableFile
+};
+
+const std::map<Thing, const char*> things{{Thing::linkToFile, "a link to a file"},
+                                          {Thing::danglingLink, "a dangling link"},
+                                          {Thing::linkToDirectory, "a link to a directory"},
+                                          {Thing::linkToItself, "a link to itself"},
+                                          {Thing::fifo, "a FIFO"},
+                                          {Thing::socket, "a socket"},
+                                          {Thing::device, "a device"},
+                                          {Thing::emptyDirectory, "an empty directory"},
+                                          {Thing::fullDirectory, "a directory with content"},
+                                          {Thing::readOnlyFile, "a read-only file"},
+                                          {Thing::unreadableFile, "an unreadable file"}};
+
+bool isDirectory(Thing thing) {
+    return thing == Thing::emptyDirectory || thing == Thing::fullDirectory;
+}
+
+void makeSocket(const fs::path& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    if (path.string().size() >= sizeof address.sun_path) {
+        throw std::runtime_error("too long for a socket: " + path.string());
+    }
+    std::strcpy(address.sun_path, path.c_str());
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    (void)::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    ::close(socket);
+}
+
+/// The number of /dev/null.
+dev_t nullDevice() {
+    struct stat status {};
+    (void)::stat("/dev/null", &status);
+    return status.st_rdev;
+}
+
+/// Puts `thing` at `path`. Links lead into `victims`. False when that is not permitted.
+bool plant(Thing thing, const fs::path& path, const fs::path& victims) {
+    fs::create_directories(path.parent_path());
+    switch (thing) {
+        case Thing::linkToFile:
+            fs::create_symlink(victims / "file", path);
+            return true;
+        case Thing::danglingLink:
+            fs::create_symlink(victims / "nothing", path);
+            return true;
+        case Thing::linkToDirectory:
+            fs::create_symlink(victims / "directory", path);
+            return true;
+        case Thing::linkToItself:
+            fs::create_symlink(path.filename(), path);
+            return true;
+        case Thing::fifo:
+            return ::mkfifo(path.c_str(), 0666) == 0;
+        case Thing::socket:
+            makeSocket(path);
+            return true;
+        case Thing::device:
+            return ::mknod(path.c_str(), S_IFCHR | 0666, nullDevice()) == 0;
+        case Thing::fullDirectory:
+            writeFile(path / "kept", "kept");
+            return true;
+        case Thing::emptyDirectory:
+            fs::create_directories(path);
+            return true;
+        case Thing::readOnlyFile:
+        case Thing::unreadableFile:
+            writeFile(path, "planted");
+            fs::permissions(path, fs::perms(thing == Thing::readOnlyFile ? 0444 : 0));
+            return true;
+    }
+    return false;
+}
+
+/// All there is to see of what stands at `path`.
+std::string describe(const fs::path& path) {
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0) {
+        return "nothing";
+    }
+    std::string text = std::to_string(status.st_ino) + " " + std::to_string(status.st_mode);
+    if (S_ISLNK(status.st_mode)) {
+        text += " " + fs::read_symlink(path).string();
+    } else if (S_ISREG(status.st_mode)) {
+        text += " " + readFile(path);
+    } else if (S_ISDIR(status.st_mode)) {
+        for (const std::string& name : namesIn(path)) {
+            text += " " + name + "(" + describe(path / name) + ")";
+        }
+    }
+    return text;
+}
+
+// --- Places
+
+/// What the daemon does with what is at a place.
+enum class Use {
+    input,        ///< reads it
+    destination,  ///< replaces it by a finished file
+    temporary,    ///< the file that will replace it
+    scratch,      ///< the hidden file that either of them is written as
+    captureFile,
+    activityFile,
+    logDirectory,
+    orvaneDirectory,
+    setupDirectory
+};
+
+struct Place {
+    const char* name;
+    Use use;
+    /// Below the root. "UID" stands for the user's number.
+    std::string path;
+    Source source = Source::enrollment;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Place& place) {
+    return stream << place.name;
+}
+
+const std::string home = "home/.orvane/";
+const std::string shared = "private/tmp/dev.orvane.setup/";
+
+const std::vector<Place> places{
+    {"Enrollment", Use::input, shared + "enroll-config.json", Source::config},
+    {"DeviceIdentity", Use::input, shared + "device-identity.json", Source::config},
+    {"Config", Use::input, home + "config", Source::none},
+    {"Policy", Use::destination, home + "policy.json"},
+    {"Etag", Use::destination, home + "policy-etag.json"},
+    {"Effective", Use::destination, home + "guard-effective.json"},
+    {"PolicyTemporary", Use::temporary, home + "policy.json.tmp"},
+    {"EtagTemporary", Use::temporary, home + "policy-etag.json.tmp"},
+    {"EffectiveTemporary", Use::temporary, home + "guard-effective.json.tmp"},
+    {"PolicyScratch", Use::scratch, home + ".policy.json.tmp.UID.tmp"},
+    {"EtagScratch", Use::scratch, home + ".policy-etag.json.tmp.UID.tmp"},
+    {"EffectiveScratch", Use::scratch, home + ".guard-effective.json.tmp.UID.tmp"},
+    {"CaptureFile", Use::captureFile, shared + "capture-policy.json"},
+    {"CaptureScratch", Use::scratch, shared + ".capture-policy.json.UID.tmp"},
+    {"ActivityFile", Use::activityFile, home + "logs/policy-daemon.activity.jsonl"},
+    {"ActivityScratch", Use::scratch, home + "logs/.policy-daemon.activity.jsonl.UID.tmp"},
+    {"LogDirectory", Use::logDirectory, home + "logs"},
+    {"OrvaneDirectory", Use::orvaneDirectory, "home/.orvane"},
+    {"SetupDirectory", Use::setupDirectory, "private/tmp/dev.orvane.setup", Source::config},
+};
+
+/// What a turn makes of a thing at a place.
+struct Outcome {
+    enum class Fate {
+        stays,   ///< untouched
+        goes,    ///< and is not followed; a file of the daemon's may stand there now
+        isUsed,  ///< as a directory or file of the daemon's own would be
+    };
+    Fate fate = Fate::goes;
+    std::string error = "";  ///< of the write that it foils
+};
+
+using Fate = Outcome::Fate;
+
+/// Of a thing in the place of a directory that the daemon needs.
+Outcome outcomeAsDirectory(Thing thing, const std::string& whenDangling) {
+    switch (thing) {
+        case Thing::emptyDirectory:
+        case Thing::fullDirectory:
+        case Thing::linkToDirectory:
+            return {Fate::isUsed};
+        case Thing::danglingLink:
+            return {Fate::stays, whenDangling};
+        case Thing::linkToItself:
+            return {Fate::stays, "Too many levels of symbolic links"};
+        default:
+            return {Fate::stays, "Not a directory"};
+    }
+}
+
+Outcome outcomeOf(Thing thing, Use use, bool ordinary) {
+    switch (use) {
+        case Use::input:
+            return {Fate::stays};
+        case Use::destination:
+            return thing == Thing::fullDirectory ? Outcome{Fate::stays, "File exists"} : Outcome{};
+        case Use::temporary:
+        case Use::captureFile:
+            return isDirectory(thing) ? Outcome{Fate::stays, "Is a directory"} : Outcome{};
+        case Use::scratch:
+            return {isDirectory(thing) ? Fate::stays : Fate::goes};
+        case Use::activityFile: {
+            // An open file is appended to, through a link too. Lines are lost in silence.
+            const bool opens =
+                thing == Thing::linkToFile || thing == Thing::device ||
+                (!ordinary && (thing == Thing::readOnlyFile || thing == Thing::unreadableFile));
+            return {opens ? Fate::isUsed : isDirectory(thing) ? Fate::stays : Fate::goes};
+        }
+        case Use::logDirectory:
+            return {outcomeAsDirectory(thing, "").fate};
+        case Use::orvaneDirectory:
+            return outcomeAsDirectory(thing, "File exists");
+        case Use::setupDirectory:
+            break;
+    }
+    return outcomeAsDirectory(thing, "No such file or directory");
+}
+
+class NeighbourTest : public NeighbourhoodTest, public testing::WithParamInterface<Place> {
+  protected:
+    [[nodiscard]] static fs::path victims() { return root() / "victims"; }
+
+    /// Where the place is for a user.
+    [[nodiscard]] static fs::path pathFor(bool ordinary) {
+        std::string path = GetParam().path;
+        if (const auto at = path.find("UID"); at != std::string::npos) {
+            const auto user = ordinary && ::geteuid() == 0 ? nobody : ::geteuid();
+            path.replace(at, 3, std::to_string(user));
+        }
+        return root() / path;
+    }
+
+    /// A root that holds nothing but a few files that links may lead to.
+    static void startAfresh() {
+        for (const auto& entry : fs::directory_iterator(root())) {
+            fs::remove_all(entry.path());
+        }
+        writeFile(victims() / "file", "victim");
+        writeFile(victims() / "directory/kept", "kept");
+        fs::create_directories(root() / "home");
+        fs::create_directories(root() / "private/tmp");
+    }
+
+    /// What a turn logs.
+    [[nodiscard]] static std::vector<std::string> linesOf(int number, Source source,
+                                                          const fs::path& path, Use use,
+                                                          const std::string& error,
+                                                          bool policyIsReadable) {
+        std::vector<std::string> lines{"default Resolving credentials from ~/.orvane/config…"};
+        if (source == Source::none) {
+            lines.emplace_back("default No usable profile — sleeping 30s and retrying");
+            return lines;
+        }
+        const auto write = [&](const std::string& name) {
+            const fs::path file = orvane() / name;
+            const bool foiled =
+                !error.empty() && (use == Use::orvaneDirectory || path.string() == file.string() ||
+                                   path.string() == file.string() + ".tmp");
+            if (foiled) {
+                lines.push_back("error atomic write to " + file.string() + " failed: " + error);
+            }
+            return !foiled;
+        };
+        const auto bytes = [](const std::string& text) {
+            return " (" + std::to_string(text.size()) + " bytes)";
+        };
+        const bool stored = write("policy.json");
+        (void)write("policy-etag.json");
+        lines.push_back("default policy updated" + bytes(policyOf(number)));
+        (void)write("guard-effective.json");
+        lines.push_back("default effective config updated" + bytes(effectiveOf(number)));
+        if (stored && policyIsReadable) {
+            const bool foiled =
+                !error.empty() && (use == Use::captureFile || use == Use::setupDirectory);
+            lines.push_back(
+                foiled ? "error capture-policy write failed: " + error
+                       : "default capture-policy applied from guard cascade: enabled=false hosts=" +
+                             std::to_string(number) + " suppress_ech=false");
+        }
+        lines.emplace_back("error Unexpected HTTP 500");
+        return lines;
+    }
+
+    void expectEndured(Thing thing, bool ordinary) {
+        startAfresh();
+        const fs::path path = pathFor(ordinary);
+        if (!plant(thing, path, victims())) {
+            return;  // a device takes privileges
+        }
+        if (ordinary) {
+            giveAway(root() / "home");
+            giveAway(setup());
+            giveAway(victims());
+        }
+        fs::permissions(root() / "private/tmp", fs::perms(01777));
+        const std::string before = describe(path);
+        const std::string victimsBefore = describe(victims());
+
+        const Use use = GetParam().use;
+        const Outcome outcome = outcomeOf(thing, use, ordinary);
+        takeTurn(1, GetParam().source, ordinary);
+        // A temporary that is there gives its mode to the file.
+        const bool unreadable =
+            ordinary && thing == Thing::unreadableFile && GetParam().name == "PolicyTemporary"s;
+        EXPECT_THAT(takeLog(), ElementsAreArray(linesOf(1, GetParam().source, path, use,
+                                                        outcome.error, !unreadable)));
+        if (outcome.fate == Fate::stays) {
+            EXPECT_EQ(describe(path), before);
+        } else if (outcome.fate == Fate::goes) {
+            EXPECT_THAT(describe(path), ::testing::Not(before));
+            EXPECT_TRUE(!fs::exists(fs::symlink_status(path)) || fs::is_regular_file(path));
+            EXPECT_FALSE(fs::is_symlink(path));
+        }
+        if (outcome.fate != Fate::isUsed) {
+            EXPECT_EQ(describe(victims()), victimsBefore);
+        }
+
+        fs::remove_all(path);
+        takeTurn(2, GetParam().source == Source::none ? Source::config : GetParam().source,
+                 ordinary);
+        EXPECT_THAT(takeLog(), ElementsAreArray(linesOf(2, Source::config, path, use, "", true)));
+        EXPECT_EQ(readFile(orvane() / "policy.json"), policyOf(2));
+        EXPECT_EQ(readFile(orvane() / "policy-etag.json"), R"({"etag":"v2"})");
+        EXPECT_EQ(readFile(orvane() / "guard-effective.json"), effectiveOf(2));
+        EXPECT_EQ(readFile(captureFile()),
+                  R"({"enabled":false,"intercept_hosts":["a","a"],"suppress_ech":false})");
+        EXPECT_EQ(modeOf(captureFile()), 0644U);
+        EXPECT_EQ(activity().back()["status"], 500);
+    }
+};
+
+TEST_P(NeighbourTest, NothingInTheWayOfAPrivilegedDaemonHoldsOrMisleadsIt) {
+    for (const auto& [thing, name] : things) {
+        SCOPED_TRACE(name);
+        expectEndured(thing, ::geteuid() != 0);
+    }
+}
+
+TEST_P(NeighbourTest, NothingInTheWayOfAnOrdinaryDaemonHoldsOrMisleadsIt) {
+    for (const auto& [thing, name] : things) {
+        SCOPED_TRACE(name);
+        expectEndured(thing, true);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(, NeighbourTest, testing::ValuesIn(places),
+                         [](const auto& place) { return std::string(place.param.name); });
+
+// --- A setup directory that belongs to somebody else, and where anybody may put things
+
+class StickySetupDirectoryTest : public NeighbourhoodTest {
+  protected:
+    void SetUp() override {
+        if (::geteuid() != 0) {
+            GTEST_SKIP() << "takes root, who can be two users";
+        }
+        fs::create_directories(orvane());
+        giveAway(root() / "home");
+        fs::create_directories(setup());
+        fs::permissions(setup(), fs::perms(01777));
+    }
+};
+
+TEST_F(StickySetupDirectoryTest, AForeignCaptureFileStaysAndIsTold) {
+    writeFile(captureFile(), "planted");
+    takeTurn(1, Source::config, true);
+    EXPECT_EQ(readFile(captureFile()), "planted");
+    EXPECT_THAT(namesIn(setup()), ElementsAre("capture-policy.json"));
+    EXPECT_THAT(takeLog(), Contains("error capture-policy write failed: Operation not permitted"));
+}
+
+TEST_F(StickySetupDirectoryTest, AForeignThingAtTheScratchNameIsPassedBy) {
+    const fs::path scratch = setup() / (".capture-policy.json." + std::to_string(nobody) + ".tmp");
+    for (const auto& [thing, name] : things) {
+        SCOPED_TRACE(name);
+        fs::remove(captureFile());
+        writeFile(root() / "victims/file", "victim");
+        writeFile(root() / "victims/directory/kept", "kept");
+        ASSERT_TRUE(plant(thing, scratch, root() / "victims"));
+        const std::string before = describe(scratch) + describe(root() / "victims");
+        takeTurn(1, Source::config, true);
+        EXPECT_EQ(describe(scratch) + describe(root() / "victims"), before);
+        EXPECT_THAT(namesIn(setup()), ElementsAre(scratch.filename(), "capture-policy.json"));
+        EXPECT_EQ(modeOf(captureFile()), 0644U);
+        fs::remove_all(scratch);
+    }
+}
+
+/// No promise, but how it is: docs/security.md.
+TEST_F(StickySetupDirectoryTest, AForeignEnrollmentIsBelieved) {
+    enrol("http://127.0.0.1:1", "planted");
+    takeTurn(1, Source::config, true);
+    EXPECT_THAT(logLines(), Contains("default Using profile [managed] api=http://127.0.0.1:1"));
+}
+
+// --- Modes
+
+class ModesTest : public NeighbourhoodTest, public testing::WithParamInterface<mode_t> {
+  protected:
+    /// Two turns under the mask, as a fresh daemon takes them.
+    static void takeTurns(Source source) {
+        (void)::umask(GetParam());
+        takeTurn(1, source, false);
+        takeTurn(2, source, false);
+        (void)::umask(022);
+    }
+
+    /// Expects the modes of everything below `directory`, which was not there before.
+    static void expectModes(const fs::path& directory, std::size_t count) {
+        std::size_t seen = 0;
+        for (const auto& entry : fs::recursive_directory_iterator(directory)) {
+            const unsigned all = entry.is_directory() ? 0777 : 0666;
+            const unsigned expected = entry.path() == captureFile() ? 0644 : all & ~GetParam();
+            EXPECT_EQ(modeOf(entry.path()), expected) << entry.path();
+            ++seen;
+        }
+        EXPECT_EQ(seen, count);
+    }
+};
+
+TEST_P(ModesTest, TheHomesFilesAndDirectoriesGetWhatTheMaskLeaves) {
+    takeTurns(Source::enrollment);
+    expectModes(root() / "home", 6);  // .orvane, three files, logs, one file
+}
+
+TEST_P(ModesTest, TheCaptureFileIsForAllToReadInDirectoriesThatGetWhatTheMaskLeaves) {
+    takeTurns(Source::config);
+    expectModes(root() / "private", 3);  // tmp, dev.orvane.setup, one file
+}
+
+INSTANTIATE_TEST_SUITE_P(Umask, ModesTest, testing::Values(0U, 022U, 077U), [](const auto& mask) {
+    return mask.param == 0 ? "000"s : mask.param == 022 ? "022"s : "077"s;
+});
+
+}  // namespace
+}  // namespace orvane::test

@@ -1,0 +1,191 @@
+// A server that takes its time, on every endpoint: what the daemon bears, and that it bears no
+// more.
+#include "hostile/hostile_turn.h"
+#include "platform/http_exchange.h"
+#include "support/virtual_clock.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+namespace orvane::test {
+namespace {
+
+using namespace std::chrono_literals;
+
+// --- Silence
+
+class HostileSilenceTest : public HostileTurnTest {};
+
+TEST_P(HostileSilenceTest, IsBorneUpToTheLimit) {
+    expectEndured(GetParam());
+    EXPECT_GE(turnTime, sceneAt(std::get<Endpoint>(GetParam())).silence);
+    EXPECT_LT(turnTime, totalLimit);
+}
+
+/// Never reads: what the daemon sends stays in the system's buffers.
+Step neverRead() {
+    return [](Connection& connection, const ReceivedRequest&) {
+        while (connection.pause(1h)) {
+        }
+        return false;
+    };
+}
+
+/// Lets the time pass, a second in every millisecond, for as long as it lives.
+class QuickTime {
+  public:
+    ~QuickTime() {
+        over_ = true;
+        passing_.join();
+    }
+
+  private:
+    std::atomic<bool> over_ = false;
+    std::thread passing_{[this] {
+        while (!over_) {
+            virtual_clock::advance(1s);
+            std::this_thread::sleep_for(1ms);
+        }
+    }};
+};
+
+/// A server whose system answers no packet any more, as behind a firewall that drops them.
+Misdeed dropsPackets() {
+    const auto time = std::make_shared<std::unique_ptr<QuickTime>>();
+    return {"DropsPackets", timedOut(),
+            [time](const Scene& scene) {
+                scene.server.startDroppingPackets();
+                *time = std::make_unique<QuickTime>();
+            },
+            [time](const Scene& scene) {
+                time->reset();
+                scene.server.stopDroppingPackets();
+            }};
+}
+
+/// Sends `head`, then `part` every second until the daemon's time is over.
+StepFor drip(std::string head, std::string part) {
+    return [=](const Scene& scene) {
+        return
+            [=, &session = scene.session](Connection& connection, const ReceivedRequest& request) {
+                bool going = connection.send(head);
+                for (auto passed = 0s; going && passed < totalLimit - 5s; passed += 1s) {
+                    virtual_clock::advance(1s);
+                    going = connection.send(part);
+                    letWorkerTurn(session);
+                }
+                virtual_clock::advance(6s);
+                return staySilent()(connection, request);
+            };
+    };
+}
+
+const std::vector<Misdeed> silences{
+    onRequest("NeverAnswers", timedOut(), stall()),
+    onConnect("NeverReads", timedOut(), stall("", neverRead())),
+    dropsPackets(),
+    onRequest("StallsWithinTheStatusLine", timedOut(), stall("HTTP/1.1 2")),
+    onRequest("StallsWithinTheHeader", timedOut(), stall("HTTP/1.1 200 OK\r\nContent-Le")),
+    onRequest("StallsBehindAnInterimAnswer", timedOut(), stall("HTTP/1.1 100 Continue\r\n\r\n")),
+    onRequest("StallsBehindTheHeader", timedOut(200),
+              stall("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n")),
+    onRequest("StallsWithinTheBody", timedOut(200),
+              stall("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n{\"etag\":")),
+    onRequest("StallsWithinAChunk", timedOut(200),
+              stall("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n5\r\n{")),
+    // A header line counts when it is complete.
+    onRequest("DripsAHeaderLine", timedOut(), drip("HTTP/1.1 200 OK\r\nX: ", "x")),
+    onRequest("KeepsABodyWithoutLengthOpen", timedOut(200),
+              stall("HTTP/1.1 200 OK\r\n\r\n{\"etag\":\"x\"}")),
+};
+INSTANTIATE_TEST_SUITE_P(, HostileSilenceTest, onEveryEndpoint(silences), nameOf);
+
+// --- One byte after another, for ever
+
+class HostileTrickleTest : public HostileTurnTest {};
+
+TEST_P(HostileTrickleTest, IsBorneUpToTheTotalLimit) {
+    expectEndured(GetParam());
+    EXPECT_GE(turnTime, totalLimit);
+    EXPECT_LT(turnTime, totalLimit + 60s);
+}
+
+const std::vector<Misdeed> trickles{
+    onRequest("HeaderLines", timedOut(), drip("HTTP/1.1 200 OK\r\n", "X: y\r\n")),
+    onRequest("InterimAnswers", timedOut(), drip("", "HTTP/1.1 100 Continue\r\n\r\n")),
+    onRequest("Body", timedOut(200),
+              drip("HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n", " ")),
+    onRequest("BodyWithoutLength", timedOut(200), drip("HTTP/1.1 200 OK\r\n\r\n", " ")),
+    onRequest("Chunks", timedOut(200),
+              drip("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n", "1\r\n \r\n")),
+};
+INSTANTIATE_TEST_SUITE_P(, HostileTrickleTest, onEveryEndpoint(trickles), nameOf);
+
+/// In real time, for the lookup's caller waits on the real clock.
+class NightlyHostileTrickleTest : public HostileTurnTest {};
+
+TEST_F(NightlyHostileTrickleTest, AnIdentityLookupIsGivenUpAfterFifteenSeconds) {
+    const Step oneBytePerSecond =
+        trickle("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n", ' ', 1s);
+    expectEndured({onRequest("Trickle", timedOut(200), oneBytePerSecond), Endpoint::identity});
+    EXPECT_GE(turnTime, 14900ms);
+    EXPECT_LT(turnTime, 25s);
+}
+
+// --- More than fits
+
+/// A gzip stream of `size` zero bytes or a few more, in less than a hundredth of that.
+std::string gzipBomb(std::size_t size) {
+    std::string bytes("\x1F\x8B\x08\x00\x00\x00\x00\x00\x00\x03", 10);
+    unsigned pending = 0;
+    int count = 0;
+    const auto put = [&](std::string_view bits) {
+        for (const char bit : bits) {
+            pending |= static_cast<unsigned>(bit - '0') << static_cast<unsigned>(count);
+            if (++count == 8) {
+                bytes += static_cast<char>(pending);
+                pending = 0;
+                count = 0;
+            }
+        }
+    };
+    put("110");       // one block with the fixed codes (RFC 1951, 3.2.6):
+    put("00110000");  // a zero byte,
+    constexpr std::size_t longest = 258;
+    for (std::size_t made = 1; made < size; made += longest) {
+        put("1100010100000");  // and 258 times the byte before
+    }
+    put("00000000000000");  // the end of the block
+    return bytes;
+}
+
+const Ending tooLarge{200, 0, "the response is larger than 268435456 bytes"};
+
+class HostileSizeTest : public HostileTurnTest {};
+
+TEST_P(HostileSizeTest, IsEndured) {
+    expectEndured(GetParam());
+}
+
+const std::vector<Misdeed> sizes{
+    onRequest("ABodyBeyondTheLimit", tooLarge, zeros(HttpSession::bodyLimit + 1)),
+    onRequest("AGzipBombBeyondTheLimit", tooLarge,
+              [](const Scene&) {
+                  return answer(200, gzipBomb(HttpSession::bodyLimit + 1),
+                                {{"Content-Encoding", "gzip"}});
+              }),
+    onRequest("AGzipBombThatFits", answered(200, 1 + 258 * 4000), [](const Scene&) {
+        return answer(200, gzipBomb(258 * 4000), {{"Content-Encoding", "gzip"}});
+    })};
+INSTANTIATE_TEST_SUITE_P(, HostileSizeTest, onEveryEndpoint(sizes), nameOf);
+
+}  // namespace
+}  // namespace orvane::test

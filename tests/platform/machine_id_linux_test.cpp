@@ -1,0 +1,91 @@
+#include "platform/machine_id.h"
+#include "platform/paths.h"
+#include "support/rooted_paths.h"
+#include "support/test_files.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace orvane::test {
+
+namespace {
+
+using ::testing::Optional;
+
+constexpr const char* digits = "0123456789abcdef0123456789abcdef";
+constexpr const char* uuid = "01234567-89ab-cdef-0123-456789abcdef";
+
+class MachineIdTest : public ::testing::Test {
+  protected:
+    MachineIdTest() { rooted_paths::setRoot(root_.path()); }
+
+    static void keep(std::string_view content) { writeFile(paths::machineIdFile(), content); }
+
+  private:
+    TempDirectory root_;
+};
+
+TEST_F(MachineIdTest, TheDigitsAreFormattedAsAUuid) {
+    keep(std::string(digits) + "\n");
+    EXPECT_THAT(machineId(), Optional(std::string(uuid)));
+}
+
+TEST_F(MachineIdTest, LineEndsAreOptional) {
+    for (const char* end : {"", "\n", "\n\n"}) {
+        keep(std::string(digits) + end);
+        EXPECT_THAT(machineId(), Optional(std::string(uuid)));
+    }
+}
+
+TEST_F(MachineIdTest, AMissingFileGivesNone) {
+    EXPECT_EQ(machineId(), std::nullopt);
+}
+
+TEST_F(MachineIdTest, ADirectoryInItsPlaceGivesNone) {
+    std::filesystem::create_directories(paths::machineIdFile());
+    EXPECT_EQ(machineId(), std::nullopt);
+}
+
+TEST_F(MachineIdTest, TheFileIsReadAnewOnEveryCall) {
+    EXPECT_EQ(machineId(), std::nullopt);
+    keep(digits);
+    EXPECT_THAT(machineId(), Optional(std::string(uuid)));
+    keep("ffffffffffffffffffffffffffffffff\n");
+    EXPECT_THAT(machineId(), Optional(std::string("ffffffff-ffff-ffff-ffff-ffffffffffff")));
+}
+
+TEST_F(MachineIdTest, AnythingButThirtyTwoLowerCaseDigitsGivesNone) {
+    const struct {
+        const char* what;
+        std::string content;
+    } table[] = {
+        {"empty", ""},
+        {"never booted", "uninitialized\n"},
+        {"a digit short", "0123456789abcdef0123456789abcde\n"},
+        {"a digit too many", "0123456789abcdef0123456789abcdef0\n"},
+        {"upper case", "0123456789ABCDEF0123456789ABCDEF\n"},
+        {"one upper-case letter", "0123456789abcdef0123456789abcdeF\n"},
+        {"behind f", "0123456789abcdef0123456789abcdeg\n"},
+        {"before a", "0123456789abcdef0123456789abcde`\n"},
+        {"before 0", "0123456789abcdef0123456789abcde/\n"},
+        {"behind 9", "0123456789abcdef0123456789abcde:\n"},
+        {"already a UUID", std::string(uuid) + "\n"},
+        {"carriage return", std::string(digits) + "\r\n"},
+        {"leading blank", " " + std::string(digits) + "\n"},
+        {"two lines", std::string(digits) + "\n" + digits + "\n"},
+        {"huge", std::string(std::size_t{4} * 1024 * 1024, 'a')},
+    };
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.what);
+        keep(row.content);
+        EXPECT_EQ(machineId(), std::nullopt);
+    }
+}
+
+}  // namespace
+
+}  // namespace orvane::test

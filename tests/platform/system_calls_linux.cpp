@@ -1,0 +1,128 @@
+#include "platform/system_calls.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <filesystem>
+
+namespace orvane::test {
+
+namespace {
+
+int refusalOf(const char* name) {
+    return hooks != nullptr && hooks->refuse ? hooks->refuse(name) : 0;
+}
+
+/// Makes the call unless it is refused; then the error is in errno and the result -1.
+template <typename Function, typename... Arguments>
+int unlessRefused(const char* name, Arguments... arguments) {
+    const int error = refusalOf(name);
+    return error != 0 ? failWith(error) : realCall<Function>(name)(arguments...);
+}
+
+/// As `unlessRefused`, for calls whose result is the error.
+template <typename Function, typename... Arguments>
+int errorUnlessAccepted(const char* name, Arguments... arguments) {
+    const int error = refusalOf(name);
+    return error != 0 ? error : realCall<Function>(name)(arguments...);
+}
+
+}  // namespace
+
+std::function<int(std::string_view)> refuseNth(std::string_view name, int number, int error) {
+    return [=, count = 0](std::string_view call) mutable {
+        return call == name && ++count == number ? error : 0;
+    };
+}
+
+std::string pathOf(int descriptor) {
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor), error);
+}
+
+}  // namespace orvane::test
+
+extern "C" int fsync(int descriptor) {
+    using orvane::test::hooks;
+    if (hooks != nullptr && hooks->flush) {
+        if (const auto result = hooks->flush(descriptor)) {
+            return *result;
+        }
+    }
+    static auto* const real = orvane::test::realCall<int(int)>("fsync");
+    return real(descriptor);
+}
+
+extern "C" {
+
+using orvane::test::errorUnlessAccepted;
+using orvane::test::unlessRefused;
+
+int fchmod(int descriptor, mode_t mode) noexcept {
+    return unlessRefused<int(int, mode_t)>("fchmod", descriptor, mode);
+}
+
+int fcntl(int descriptor, int command, ...) {
+    va_list rest;
+    va_start(rest, command);
+    void* const argument = va_arg(rest, void*);
+    va_end(rest);
+    return unlessRefused<int(int, int, ...)>("fcntl", descriptor, command, argument);
+}
+
+int lstat(const char* path, struct stat* status) noexcept {
+    return unlessRefused<int(const char*, struct stat*)>("lstat", path, status);
+}
+
+int mkdir(const char* path, mode_t mode) noexcept {
+    return unlessRefused<int(const char*, mode_t)>("mkdir", path, mode);
+}
+
+int unlink(const char* path) noexcept {
+    return unlessRefused<int(const char*)>("unlink", path);
+}
+
+int fstat(int descriptor, struct stat* status) noexcept {
+    return unlessRefused<int(int, struct stat*)>("fstat", descriptor, status);
+}
+
+int pipe(int* ends) noexcept {
+    return unlessRefused<int(int*)>("pipe", ends);
+}
+
+int socket(int family, int type, int protocol) noexcept {
+    return unlessRefused<int(int, int, int)>("socket", family, type, protocol);
+}
+
+int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,
+                const posix_spawnattr_t* attributes, char* const argv[],
+                char* const environment[]) {
+    return errorUnlessAccepted<int(pid_t*, const char*, const posix_spawn_file_actions_t*,
+                                   const posix_spawnattr_t*, char* const*, char* const*)>(
+        "posix_spawn", pid, path, actions, attributes, argv, environment);
+}
+
+int posix_spawn_file_actions_adddup2(posix_spawn_file_actions_t* actions, int from,
+                                     int to) noexcept {
+    return errorUnlessAccepted<int(posix_spawn_file_actions_t*, int, int)>(
+        "posix_spawn_file_actions_adddup2", actions, from, to);
+}
+
+int posix_spawn_file_actions_addclosefrom_np(posix_spawn_file_actions_t* actions,
+                                             int from) noexcept {
+    return errorUnlessAccepted<int(posix_spawn_file_actions_t*, int)>(
+        "posix_spawn_file_actions_addclosefrom_np", actions, from);
+}
+
+int pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*start)(void*),
+                   void* argument) noexcept {
+    return errorUnlessAccepted<int(pthread_t*, const pthread_attr_t*, void* (*)(void*), void*)>(
+        "pthread_create", thread, attributes, start, argument);
+}
+
+}  // extern "C"

@@ -1,0 +1,144 @@
+#include "power/file_operations.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+namespace orvane::test {
+
+namespace {
+
+using Kind = FileOperation::Kind;
+
+/// Takes note of what succeeded.
+class Recorder {
+  public:
+    explicit Recorder(const std::filesystem::path& root) : root_(root.string() + "/") {}
+
+    void opened(const std::string& path, int descriptor, bool creates) {
+        const std::lock_guard lock(mutex_);
+        if (const auto name = below(path)) {
+            handles_[descriptor] = ++lastHandle_;
+            operations_.push_back({Kind::open, *name, "", lastHandle_, creates});
+        }
+    }
+    void closed(int descriptor) {
+        const std::lock_guard lock(mutex_);
+        handles_.erase(descriptor);
+    }
+    void used(Kind kind, int descriptor, std::string bytes) {
+        const std::lock_guard lock(mutex_);
+        if (const auto handle = handles_.find(descriptor); handle != handles_.end()) {
+            operations_.push_back({kind, "", std::move(bytes), handle->second});
+        }
+    }
+    void named(Kind kind, const std::string& path, const std::string& target = "") {
+        const std::lock_guard lock(mutex_);
+        if (const auto name = below(path)) {
+            operations_.push_back({kind, *name, below(target).value_or("")});
+        }
+    }
+    std::vector<FileOperation> take() { return std::move(operations_); }
+
+  private:
+    [[nodiscard]] std::optional<std::string> below(const std::string& path) const {
+        return path.starts_with(root_) ? std::optional(path.substr(root_.size())) : std::nullopt;
+    }
+
+    const std::string root_;
+    std::mutex mutex_;
+    std::map<int, int> handles_;  ///< of the descriptors that are open
+    int lastHandle_ = 0;
+    std::vector<FileOperation> operations_;
+};
+
+std::atomic<Recorder*> recorder = nullptr;  // other threads look whether it is theirs
+
+/// Passes `result` on, after `note` when it tells of a success.
+template <typename Result, typename Note>
+Result noted(Result result, const Note& note) {
+    if (Recorder* const current = recorder; current != nullptr && result >= 0) {
+        note(*current);
+    }
+    return result;
+}
+
+}  // namespace
+
+std::vector<FileOperation> recordFileOperations(const std::filesystem::path& root,
+                                                const std::function<void()>& body) {
+    Recorder own(root);
+    recorder = &own;
+    body();
+    recorder = nullptr;
+    return own.take();
+}
+
+}  // namespace orvane::test
+
+// These take the place of the C library's in this program alone.
+extern "C" {
+
+using orvane::test::Kind;
+using orvane::test::noted;
+
+int open(const char* path, int flags, ...) {
+    va_list rest;
+    va_start(rest, flags);
+    const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+    va_end(rest);
+    const bool creates = (flags & O_CREAT) != 0 && ::faccessat(AT_FDCWD, path, F_OK, 0) != 0;
+    const int descriptor = ::openat(AT_FDCWD, path, flags, mode);
+    return noted(descriptor, [&](auto& notes) { notes.opened(path, descriptor, creates); });
+}
+
+ssize_t write(int descriptor, const void* buffer, std::size_t size) {
+    const ssize_t count = ::syscall(SYS_write, descriptor, buffer, size);
+    return noted(count, [&](auto& notes) {
+        notes.used(Kind::write, descriptor,
+                   {static_cast<const char*>(buffer), static_cast<std::size_t>(count)});
+    });
+}
+
+int fsync(int descriptor) {
+    return noted(0, [&](auto& notes) { notes.used(Kind::flush, descriptor, ""); });
+}
+
+int close(int descriptor) {
+    if (auto* const current = orvane::test::recorder.load(); current != nullptr) {
+        current->closed(descriptor);
+    }
+    return static_cast<int>(::syscall(SYS_close, descriptor));
+}
+
+int mkdir(const char* path, mode_t mode) noexcept {
+    return noted(::mkdirat(AT_FDCWD, path, mode),
+                 [&](auto& notes) { notes.named(Kind::makeDirectory, path); });
+}
+
+int rename(const char* from, const char* to) noexcept {
+    return noted(::renameat(AT_FDCWD, from, AT_FDCWD, to),
+                 [&](auto& notes) { notes.named(Kind::rename, from, to); });
+}
+
+int unlink(const char* path) noexcept {
+    return noted(::unlinkat(AT_FDCWD, path, 0),
+                 [&](auto& notes) { notes.named(Kind::remove, path); });
+}
+
+int remove(const char* path) noexcept {
+    const int result = ::unlink(path);
+    return result != 0 && errno == EISDIR ? ::rmdir(path) : result;
+}
+
+}  // extern "C"
