@@ -1,0 +1,55 @@
+"""Runs the measurements; see bench/run."""
+
+import importlib
+import json
+import os
+import platform
+import sys
+import time
+
+import harness as h
+import report
+
+GROUPS = ("idle", "fleet", "start", "turns", "latency", "large", "growth", "size")
+SHORT = ("idle", "turns")
+RESULTS = h.REPOSITORY / "bench/results.json"
+
+
+def machine():
+    model = [line.split(":")[1].strip() for line in open("/proc/cpuinfo", encoding="utf-8") if "model name" in line]
+    memory = h.status_field("/proc/meminfo", "MemTotal") / h.MIB
+    return f"{len(model)} × {model[0]}, {memory:.0f} GiB, Linux {platform.release().partition('-')[0]}"
+
+
+def run(groups, short):
+    results = {}
+    for name in groups:
+        start = time.monotonic()
+        results[name] = importlib.import_module(f"measure_{name}").measure(short)
+        results[name]["load"] = os.getloadavg()[0]
+        for row in results[name]["rows"]:
+            print(report.line(row), flush=True)
+        print(f"  ({name}: {time.monotonic() - start:.0f} s, load {results[name]['load']:.1f})", flush=True)
+    return results
+
+
+def main(arguments):
+    if arguments == ["--list"]:
+        print(*GROUPS)
+        return 0
+    h.make_certificates()
+    os.sync()  # a program that was just built counts as written to
+    if arguments == ["--short"]:
+        results = run(SHORT, True)
+        return 0 if all(row["met"] is not False for group in results.values() for row in group["rows"]) else 1
+    stored = json.loads(RESULTS.read_text(encoding="utf-8")) if RESULTS.exists() else {"groups": {}}
+    stored["machine"] = machine()
+    stored["date"] = time.strftime("%Y-%m-%d", time.gmtime())
+    for name in arguments or GROUPS:
+        stored["groups"].update(run([name], False))
+        RESULTS.write_text(json.dumps(stored, indent=1, ensure_ascii=False) + "\n", encoding="utf-8")
+        report.write(stored, GROUPS)
+    return 0
+
+
+sys.exit(main(sys.argv[1:]))
