@@ -14,7 +14,6 @@
 #include <cstdio>
 #include <random>
 #include <string>
-#include <utility>
 
 namespace orvane::files {
 
@@ -143,15 +142,16 @@ fs::path randomScratchName(const fs::path& path) {
 class ScratchFile {
   public:
     explicit ScratchFile(const fs::path& target) : target_(target) {
-        if (create(usualScratchName(target)) || errno != EEXIST) {
+        const fs::path usual = usualScratchName(target);
+        if (create(usual) || errno != EEXIST) {
             return;
         }
         // Left by a process that was killed. What cannot be removed was put in our way, but for a
         // file of ours: beside it there would soon be many.
-        if (!removeFile(path_) && isOwnFile(path_)) {
+        if (!removeFile(usual) && isOwnFile(usual)) {
             return;
         }
-        bool created = create(path_);
+        bool created = create(usual);
         constexpr int attempts = 6;
         for (int i = 0; i < attempts && !created && errno == EEXIST; ++i) {
             created = create(randomScratchName(target));
@@ -178,8 +178,8 @@ class ScratchFile {
 
   private:
     /// False with errno set when there is something at `path` already, or it cannot be.
-    bool create(fs::path path) {
-        path_ = std::move(path);
+    bool create(const fs::path& path) {
+        path_ = path;
         file_ = openFile(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
         exists_ = file_.isOpen();
         return exists_;

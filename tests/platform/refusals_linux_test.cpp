@@ -114,6 +114,18 @@ TEST_F(RefusalTest, AScratchFileThatCannotBeLookedAtCountsAsSomebodyElses) {
     EXPECT_EQ(readFile(at(usualScratchName())), "left");
 }
 
+TEST_F(RefusalTest, SomebodyElsesScratchFileThatCannotBeRemovedIsPassedBy) {
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "only root can give a file away";
+    }
+    writeFile(at(usualScratchName()), "planted");
+    ASSERT_EQ(::chown(at(usualScratchName()).c_str(), 12345, static_cast<gid_t>(-1)), 0);
+    const WithSystemCallHooks installed(refusing("unlink", 1, EPERM));
+    EXPECT_FALSE(files::writeAtomically(at("f"), "new"));
+    EXPECT_EQ(readFile(at("f")), "new");
+    EXPECT_EQ(readFile(at(usualScratchName())), "planted");
+}
+
 TEST_F(RefusalTest, ARandomNameIsGivenUpForAnotherReasonThanThatItIsTaken) {
     fs::create_directory(at(usualScratchName()));
     int randomNames = 0;
