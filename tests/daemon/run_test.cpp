@@ -18,9 +18,6 @@ using ::testing::SizeIs;
 constexpr const char* resolving = "default Resolving credentials from ~/.orvane/config…";
 constexpr const char* noProfile = "default No usable profile — sleeping 30s and retrying";
 
-/// Thrown out of a sleep: the loop has no other end.
-struct EndOfLoop {};
-
 class RunTest : public DaemonTest {
   protected:
     /// Runs the loop; the hooks are called in turn, one after each sleep, and the loop ends with
@@ -29,11 +26,11 @@ class RunTest : public DaemonTest {
         std::size_t next = 0;
         virtual_clock::onSleep([&](double) {
             if (next == hooks.size()) {
-                throw EndOfLoop();
+                throw virtual_clock::EndOfLoop();
             }
             hooks[next++]();
         });
-        EXPECT_THROW(runner.run(), EndOfLoop);
+        EXPECT_THROW(runner.run(), virtual_clock::EndOfLoop);
     }
 
     static void configure(const std::string& section, const std::string& apiUrl) {
@@ -183,7 +180,7 @@ TEST_F(RunTest, ABadBaseDoesNotStopTheLoop) {
 TEST_F(RunTest, WhenTheLoopEndsTheProcessSaysSoAndExitsWithOne) {
     const pid_t child = ::fork();
     if (child == 0) {
-        virtual_clock::onSleep([](double) { throw EndOfLoop(); });
+        virtual_clock::onSleep([](double) { throw virtual_clock::EndOfLoop(); });
         runProcess();
     }
     int status = 0;

@@ -17,8 +17,6 @@ constexpr const char* configKey = "canary-config-key";
 constexpr const char* uploadKey = "canary-upload-key";
 constexpr const char* deviceToken = "canary-device-token";
 
-struct EndOfLoop {};
-
 TEST_F(DaemonTest, NoKeyOrTokenIsWrittenAnywhere) {
     ScriptedServer server;
     const std::string policy = R"({"etag":"v1","guard_config":{"capture":{"enabled":true}}})";
@@ -42,11 +40,11 @@ TEST_F(DaemonTest, NoKeyOrTokenIsWrittenAnywhere) {
         if (sleeps == 1) {
             std::filesystem::remove(setup() / "enroll-config.json");
         } else if (sleeps == 3) {
-            throw EndOfLoop();
+            throw virtual_clock::EndOfLoop();
         }
     });
     PolicyRunner runner;
-    EXPECT_THROW(runner.run(), EndOfLoop);
+    EXPECT_THROW(runner.run(), virtual_clock::EndOfLoop);
 
     // All three sources were really in use.
     std::vector<std::string> keys;

@@ -36,9 +36,6 @@ constexpr const char* goodEffective = R"({"effective":"good"})";
 [[maybe_unused]] const bool inMemory =
     ::access("/dev/shm", W_OK) == 0 && ::setenv("TMPDIR", "/dev/shm", 0) == 0;
 
-/// Thrown out of a sleep: the loop has no other end.
-struct EndOfLoop {};
-
 /// A good answer. The connection goes with it, so that every exchange makes its own.
 Step lastAnswer(const std::string& body) {
     return answer(200, body, {{"Connection", "close"}});
@@ -293,7 +290,7 @@ void HostileTurnTest::run(Endpoint endpoint, const Misdeed& misdeed) {
     const auto start = clock::monotonicNow();
     virtual_clock::onSleep([&](double seconds) {
         if (recovered_) {
-            throw EndOfLoop();
+            throw virtual_clock::EndOfLoop();
         }
         turnTime = clock::monotonicNow() - start -
                    std::chrono::duration_cast<std::chrono::nanoseconds>(
@@ -304,7 +301,7 @@ void HostileTurnTest::run(Endpoint endpoint, const Misdeed& misdeed) {
         }
         offerProfile(endpoint);
     });
-    EXPECT_THROW(runner.run(), EndOfLoop);
+    EXPECT_THROW(runner.run(), virtual_clock::EndOfLoop);
 }
 
 void HostileTurnTest::expectLogged(Endpoint endpoint, const Ending& ending) const {

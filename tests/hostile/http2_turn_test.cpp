@@ -132,7 +132,8 @@ Misdeed says(std::string name, Ending ending, std::string frames) {
                     [frames = std::move(frames)](const Scene&) { return sendAndStall(frames); });
 }
 
-Misdeed floods(std::string name, Ending ending, const std::string& head, const std::string& part) {
+Misdeed floodsWith(std::string name, Ending ending, const std::string& head,
+                   const std::string& part) {
     return onStream(std::move(name), std::move(ending),
                     [=](const Scene&) { return flood(head, repeated(part, 1000), 1U << 20U); });
 }
@@ -143,7 +144,7 @@ Misdeed stalls(std::string name, Ending ending, const std::string& frames) {
 
 // --- Resets and ends
 
-const std::vector<Misdeed> resets{
+const std::vector<Misdeed> streamResets{
     says("ResetWithNoError", failed(), reset(0)),
     says("ResetWithAProtocolError", failed(), reset(1)),
     says("ResetWithAnInternalError", failed(), reset(2)),
@@ -164,7 +165,7 @@ const std::vector<Misdeed> resets{
          frame(Type::headers, endHeaders, ours, status200 + headerField("content-length", "20")) +
              frame(Type::data, endStream, ours, "{}")),
 };
-INSTANTIATE_TEST_SUITE_P(Resets, HostileHttp2Test, onEveryEndpoint(resets), nameOf);
+INSTANTIATE_TEST_SUITE_P(Resets, HostileHttp2Test, onEveryEndpoint(streamResets), nameOf);
 
 // --- Floods
 
@@ -178,20 +179,20 @@ const std::string hugeHeader = [] {
 constexpr int many = 20'000;
 
 const std::vector<Misdeed> floodsOfFrames{
-    floods("SettingsFlood", failed(), "", settings),
-    floods("PingFlood", failed(), "", frame(Type::ping, 0, 0, "12345678")),
-    floods("WindowFlood", failed(), "", frame(Type::windowUpdate, 0, 0, bigEndian(1000, 4))),
+    floodsWith("SettingsFlood", failed(), "", settings),
+    floodsWith("PingFlood", failed(), "", frame(Type::ping, 0, 0, "12345678")),
+    floodsWith("WindowFlood", failed(), "", frame(Type::windowUpdate, 0, 0, bigEndian(1000, 4))),
     stalls("PriorityFlood", failed(),
            repeated(frame(Type::priority, 0, ours, bigEndian(3, 4) + "\x10"), many)),
     stalls("FloodOfUnknownFrames", failed(), repeated(frame(Type::unknown, 0, 0, "what?"), many)),
-    floods("ContinuationFlood", failed(), frame(Type::headers, 0, ours, status200),
-           frame(Type::continuation, 0, ours, headerField("x", "y"))),
-    floods("FloodOfEmptyContinuations", failed(), frame(Type::headers, 0, ours, status200),
-           frame(Type::continuation, 0, ours, "")),
-    floods("InterimFlood", failed(), "",
-           frame(Type::headers, endHeaders, ours,
-                 "\x08\x03"
-                 "103"s)),
+    floodsWith("ContinuationFlood", failed(), frame(Type::headers, 0, ours, status200),
+               frame(Type::continuation, 0, ours, headerField("x", "y"))),
+    floodsWith("FloodOfEmptyContinuations", failed(), frame(Type::headers, 0, ours, status200),
+               frame(Type::continuation, 0, ours, "")),
+    floodsWith("InterimFlood", failed(), "",
+               frame(Type::headers, endHeaders, ours,
+                     "\x08\x03"
+                     "103"s)),
     says("AHeaderThatUnpacksToMegabytes", failed(),
          frame(Type::headers, endHeaders, ours, hugeHeader)),
 };

@@ -33,9 +33,6 @@ using namespace std::string_literals;
 
 constexpr uid_t nobody = 65534;
 
-/// Thrown out of a sleep: the loop has no other end.
-struct EndOfLoop {};
-
 /// What the server has to give in the turn `number`, different every time.
 std::string policyOf(int number) {
     std::string hosts = R"("a")";
@@ -73,11 +70,11 @@ class NeighbourhoodTest : public DaemonTest {
             }
             server.on(pollPath, {answer(200, policyOf(number)), answer(500)});
             server.on(effectivePath, {answer(200, effectiveOf(number))});
-            virtual_clock::onSleep([](double) { throw EndOfLoop(); });
+            virtual_clock::onSleep([](double) { throw virtual_clock::EndOfLoop(); });
             PolicyRunner runner;
             try {
                 runner.run();
-            } catch (const EndOfLoop&) {
+            } catch (const virtual_clock::EndOfLoop&) {
             }
             return "";
         });

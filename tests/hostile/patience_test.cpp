@@ -88,7 +88,7 @@ StepFor drip(std::string head, std::string part) {
     };
 }
 
-const std::vector<Misdeed> silences{
+const std::vector<Misdeed> longSilences{
     onRequest("NeverAnswers", timedOut(), stall()),
     onConnect("NeverReads", timedOut(), stall("", neverRead())),
     dropsPackets(),
@@ -106,7 +106,7 @@ const std::vector<Misdeed> silences{
     onRequest("KeepsABodyWithoutLengthOpen", timedOut(200),
               stall("HTTP/1.1 200 OK\r\n\r\n{\"etag\":\"x\"}")),
 };
-INSTANTIATE_TEST_SUITE_P(, HostileSilenceTest, onEveryEndpoint(silences), nameOf);
+INSTANTIATE_TEST_SUITE_P(, HostileSilenceTest, onEveryEndpoint(longSilences), nameOf);
 
 // --- One byte after another, for ever
 

@@ -16,9 +16,6 @@ using ::testing::ElementsAreArray;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
 
-/// Thrown out of a sleep: the loop has no other end.
-struct EndOfLoop {};
-
 class EveryStatusTest : public DaemonTest {
   protected:
     static constexpr int first = 100;
@@ -85,10 +82,10 @@ class EveryStatusTest : public DaemonTest {
     void runUntilSleeps(int sleeps) {
         virtual_clock::onSleep([&](double) {
             if (--sleeps == 0) {
-                throw EndOfLoop();
+                throw virtual_clock::EndOfLoop();
             }
         });
-        EXPECT_THROW(runner.run(), EndOfLoop);
+        EXPECT_THROW(runner.run(), virtual_clock::EndOfLoop);
     }
 
     /// The lines of the log, behind the first, and that nobody else was spoken to.

@@ -455,20 +455,16 @@ std::string scratchNameOfAWriteTo(const fs::path& path) {
     return name;
 }
 
-std::string usualScratchName() {
-    return ".f." + std::to_string(::geteuid()) + ".tmp";
-}
-
 TEST_F(FilesWriteAtomicallyTest, TheScratchFileIsHiddenBesideTheTargetAndTheAccountsOwn) {
-    EXPECT_EQ(scratchNameOfAWriteTo(at("f")), usualScratchName());
+    EXPECT_EQ(scratchNameOfAWriteTo(at("f")), scratchNameOf("f"));
     EXPECT_THAT(names(), ElementsAre("f"));
 }
 
 TEST_F(FilesWriteAtomicallyTest, AScratchFileThatAKilledProcessLeftIsReplaced) {
-    writeFile(at(usualScratchName()), "half of the con");
-    fs::permissions(at(usualScratchName()), fs::perms::none);
+    writeFile(at(scratchNameOf("f")), "half of the con");
+    fs::permissions(at(scratchNameOf("f")), fs::perms::none);
     const WithMask mask(022);
-    EXPECT_EQ(scratchNameOfAWriteTo(at("f")), usualScratchName());
+    EXPECT_EQ(scratchNameOfAWriteTo(at("f")), scratchNameOf("f"));
     EXPECT_EQ(readFile(at("f")), "new");
     EXPECT_EQ(modeOf(at("f")), 0644U);
     EXPECT_THAT(names(), ElementsAre("f"));
@@ -476,20 +472,20 @@ TEST_F(FilesWriteAtomicallyTest, AScratchFileThatAKilledProcessLeftIsReplaced) {
 
 TEST_F(FilesWriteAtomicallyTest, ALinkAtTheScratchNameIsReplacedAndNotFollowed) {
     writeFile(at("victim"), "safe");
-    fs::create_symlink(at("victim"), at(usualScratchName()));
-    EXPECT_EQ(scratchNameOfAWriteTo(at("f")), usualScratchName());
+    fs::create_symlink(at("victim"), at(scratchNameOf("f")));
+    EXPECT_EQ(scratchNameOfAWriteTo(at("f")), scratchNameOf("f"));
     EXPECT_EQ(readFile(at("victim")), "safe");
     EXPECT_FALSE(fs::is_symlink(at("f")));
 }
 
 TEST_F(FilesWriteAtomicallyTest, WhatCannotBeRemovedAtTheScratchNameIsPassedBy) {
-    fs::create_directory(at(usualScratchName()));
+    fs::create_directory(at(scratchNameOf("f")));
     const std::string first = scratchNameOfAWriteTo(at("f"));
     const std::string second = scratchNameOfAWriteTo(at("f"));
     EXPECT_THAT(first, ::testing::MatchesRegex("\\.f\\.[0-9a-f]{16}\\.tmp"));
     EXPECT_THAT(second, ::testing::MatchesRegex("\\.f\\.[0-9a-f]{16}\\.tmp"));
     EXPECT_NE(first, second);
-    EXPECT_THAT(names(), ElementsAre(usualScratchName(), "f"));
+    EXPECT_THAT(names(), ElementsAre(scratchNameOf("f"), "f"));
 }
 
 /// Writes "new" over "old" with `hooks` in place.
@@ -599,8 +595,8 @@ TEST_F(FilesWriteAtomicallyTest, ATakenScratchNameIsTriedTwiceAndUnderSixOthersA
     EXPECT_FALSE(replaceOld(at("f"), hooks));
     EXPECT_EQ(readFile(at("f")), "new");
     ASSERT_EQ(tried.size(), 8U);
-    EXPECT_EQ(tried[0], usualScratchName());
-    EXPECT_EQ(tried[1], usualScratchName());
+    EXPECT_EQ(tried[0], scratchNameOf("f"));
+    EXPECT_EQ(tried[1], scratchNameOf("f"));
     EXPECT_EQ(std::set(tried.begin(), tried.end()).size(), 7U);
 
     refusals = 100;
@@ -626,7 +622,7 @@ TEST_F(FilesWriteAtomicallyTest, NothingIsFollowedOrReusedUnderTheScratchName) {
     // it must not be opened.
     writeFile(at("victim"), "precious");
     for (const bool asLink : {false, true}) {
-        const fs::path planted = at(usualScratchName());
+        const fs::path planted = at(scratchNameOf("f"));
         int times = 0;
         SystemCallHooks hooks;
         hooks.open = [&](const char* path) -> std::optional<int> {

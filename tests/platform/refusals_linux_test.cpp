@@ -90,20 +90,15 @@ TEST_F(RefusalTest, WithoutTheModeOfTheOldFileItStaysAsItIs) {
     EXPECT_THAT(namesIn(directory()), ElementsAre("f"));
 }
 
-/// The name that a scratch file for "f" has if nothing is in the way.
-std::string usualScratchName() {
-    return ".f." + std::to_string(::geteuid()) + ".tmp";
-}
-
 TEST_F(RefusalTest, AScratchFileOfOursThatCannotBeRemovedStaysTheOnlyOne) {
-    writeFile(at(usualScratchName()), "left");
+    writeFile(at(scratchNameOf("f")), "left");
     const WithSystemCallHooks installed(refusing("unlink", 1, EPERM));
     EXPECT_EQ(files::writeAtomically(at("f"), "new").value(), EPERM);
-    EXPECT_THAT(namesIn(directory()), ElementsAre(usualScratchName()));
+    EXPECT_THAT(namesIn(directory()), ElementsAre(scratchNameOf("f")));
 }
 
 TEST_F(RefusalTest, AScratchFileThatCannotBeLookedAtCountsAsSomebodyElses) {
-    writeFile(at(usualScratchName()), "left");
+    writeFile(at(scratchNameOf("f")), "left");
     SystemCallHooks hooks;
     hooks.refuse = [](std::string_view call) {
         return call == "unlink" || call == "lstat" ? EACCES : 0;
@@ -111,28 +106,28 @@ TEST_F(RefusalTest, AScratchFileThatCannotBeLookedAtCountsAsSomebodyElses) {
     const WithSystemCallHooks installed(hooks);
     EXPECT_FALSE(files::writeAtomically(at("f"), "new"));
     EXPECT_EQ(readFile(at("f")), "new");
-    EXPECT_EQ(readFile(at(usualScratchName())), "left");
+    EXPECT_EQ(readFile(at(scratchNameOf("f"))), "left");
 }
 
 TEST_F(RefusalTest, SomebodyElsesScratchFileThatCannotBeRemovedIsPassedBy) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can give a file away";
     }
-    writeFile(at(usualScratchName()), "planted");
-    ASSERT_EQ(::chown(at(usualScratchName()).c_str(), 12345, static_cast<gid_t>(-1)), 0);
+    writeFile(at(scratchNameOf("f")), "planted");
+    ASSERT_EQ(::chown(at(scratchNameOf("f")).c_str(), 12345, static_cast<gid_t>(-1)), 0);
     const WithSystemCallHooks installed(refusing("unlink", 1, EPERM));
     EXPECT_FALSE(files::writeAtomically(at("f"), "new"));
     EXPECT_EQ(readFile(at("f")), "new");
-    EXPECT_EQ(readFile(at(usualScratchName())), "planted");
+    EXPECT_EQ(readFile(at(scratchNameOf("f"))), "planted");
 }
 
 TEST_F(RefusalTest, ARandomNameIsGivenUpForAnotherReasonThanThatItIsTaken) {
-    fs::create_directory(at(usualScratchName()));
+    fs::create_directory(at(scratchNameOf("f")));
     int randomNames = 0;
     SystemCallHooks hooks;
     hooks.open = [&](const char* path) -> std::optional<int> {
         const std::string name = fs::path(path).filename();
-        if (!name.starts_with(".f.") || name == usualScratchName()) {
+        if (!name.starts_with(".f.") || name == scratchNameOf("f")) {
             return std::nullopt;
         }
         ++randomNames;

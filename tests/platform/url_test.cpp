@@ -14,10 +14,10 @@ namespace {
 
 using namespace std::string_literals;
 
-constexpr const char* path = "/api/v1/x/";
+constexpr const char* joinedPath = "/api/v1/x/";
 
 std::optional<Url> joined(const std::string& base) {
-    return Url::parse(joinedToApiBase(base, path));
+    return Url::parse(joinedToApiBase(base, joinedPath));
 }
 
 Url parsed(std::string_view text) {
@@ -50,7 +50,7 @@ TEST(UrlTest, ABaseWithSchemeAndHostIsFetchable) {
         const auto url = joined(base);
         ASSERT_TRUE(url) << base;
         EXPECT_TRUE(url->isFetchable()) << base;
-        EXPECT_EQ(url->text(), base.substr(0, base.find_last_not_of('/') + 1) + path);
+        EXPECT_EQ(url->text(), base.substr(0, base.find_last_not_of('/') + 1) + joinedPath);
     }
 }
 

@@ -18,7 +18,8 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-constexpr const char* policy = R"({"etag":"v1","guard_config":{"capture":{"enabled":true}}})";
+constexpr const char* enabledPolicy =
+    R"({"etag":"v1","guard_config":{"capture":{"enabled":true}}})";
 
 class TwinTest : public DaemonTest {
   protected:
@@ -57,13 +58,13 @@ TEST_F(TwinTest, ATerminationSignalEndsItWithoutFurtherWords) {
 
 TEST_F(TwinTest, KilledInAHoldItGoesOnWhereItWasAfterARestart) {
     enrol(server.url());
-    server.on(pollPath, {answer(200, policy), staySilent(), answer(304), staySilent()});
+    server.on(pollPath, {answer(200, enabledPolicy), staySilent(), answer(304), staySilent()});
     {
         DaemonProcess daemon(twin());
         ASSERT_TRUE(server.waitForRequests(3));  // two polls, one effective fetch
         (void)daemon.end(SIGKILL);
     }
-    EXPECT_EQ(readFile(orvane() / "policy.json"), policy);
+    EXPECT_EQ(readFile(orvane() / "policy.json"), enabledPolicy);
     DaemonProcess restarted(twin());
     ASSERT_TRUE(restarted.waitForLog("policy unchanged (etag=v1)"));
     EXPECT_EQ(server.requestsTo(pollPath).at(2).header("If-None-Match"), "\"v1\"");
@@ -72,7 +73,7 @@ TEST_F(TwinTest, KilledInAHoldItGoesOnWhereItWasAfterARestart) {
 TEST_F(TwinTest, TheRegistryToolLeavesNoZombie) {
     installRegistryTool("#!/bin/sh\nexit 3\n");
     enrol(server.url());
-    server.on(pollPath, {answer(200, policy), staySilent()});
+    server.on(pollPath, {answer(200, enabledPolicy), staySilent()});
     const DaemonProcess daemon(twin());
     ASSERT_TRUE(server.waitForRequests(3));
     EXPECT_THAT(daemon.children(), IsEmpty());
@@ -102,7 +103,7 @@ TEST_F(TwinTest, AClosedPipeAsStandardErrorDoesNotEndIt) {
 
 TEST_F(TwinTest, StartedWithoutStandardDescriptorsItKeepsMessagesOutOfItsFiles) {
     enrol(server.url());
-    server.on(pollPath, {answer(200, policy), staySilent()});
+    server.on(pollPath, {answer(200, enabledPolicy), staySilent()});
     DaemonSetup setup = twin();
     setup.prepare = [] {
         return ::close(STDIN_FILENO) == 0 && ::close(STDOUT_FILENO) == 0 &&
@@ -110,7 +111,7 @@ TEST_F(TwinTest, StartedWithoutStandardDescriptorsItKeepsMessagesOutOfItsFiles) 
     };
     DaemonProcess daemon(setup);
     ASSERT_TRUE(server.waitForRequests(3));
-    EXPECT_EQ(readFile(orvane() / "policy.json"), policy);
+    EXPECT_EQ(readFile(orvane() / "policy.json"), enabledPolicy);
     EXPECT_THAT(readFile(activityFile()), Not(HasSubstr("policy updated")));
 }
 

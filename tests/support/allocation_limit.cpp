@@ -11,16 +11,16 @@ namespace orvane::test {
 namespace {
 
 constexpr std::size_t unlimited = std::numeric_limits<std::size_t>::max();
-std::atomic<std::size_t> limit = unlimited;
+std::atomic<std::size_t> mostAtOnce = unlimited;
 
 }  // namespace
 
 AllocationLimit::AllocationLimit(std::size_t most) {
-    limit = most;
+    mostAtOnce = most;
 }
 
 AllocationLimit::~AllocationLimit() {
-    limit = unlimited;
+    mostAtOnce = unlimited;
 }
 
 }  // namespace orvane::test
@@ -28,7 +28,7 @@ AllocationLimit::~AllocationLimit() {
 // The program's own, which all other forms of new and delete come down to.
 void* operator new(std::size_t size) {
     void* const memory =
-        size > orvane::test::limit ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
+        size > orvane::test::mostAtOnce ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
     if (memory == nullptr) {
         throw std::bad_alloc();
     }

@@ -60,6 +60,10 @@ std::vector<std::string> namesIn(const fs::path& directory) {
     return names;
 }
 
+std::string scratchNameOf(const std::string& name) {
+    return "." + name + "." + std::to_string(::geteuid()) + ".tmp";
+}
+
 unsigned modeOf(const fs::path& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {

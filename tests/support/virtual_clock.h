@@ -17,7 +17,10 @@ void setWallClock(std::optional<std::chrono::nanoseconds> sinceEpoch);
 /// The lengths, in seconds, of all sleeps since the last `reset`.
 std::vector<double> sleeps();
 
-/// Called at the end of every sleep, on the thread that sleeps; may throw to end a loop.
+/// For a hook to throw: the daemon's loop has no end of its own.
+struct EndOfLoop {};
+
+/// Called at the end of every sleep, on the thread that sleeps; may throw.
 void onSleep(std::function<void(double seconds)> hook);
 
 /// Back to the machine's time, no sleeps, no hook.
