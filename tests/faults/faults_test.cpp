@@ -251,8 +251,10 @@ struct Part {
     [[nodiscard]] bool has(std::size_t item) const { return item % count == index; }
 };
 
-void PrintTo(const Part& part, std::ostream* out) {
-    *out << nameOf(part.begin) << ", part " << part.index + 1 << " of " << part.count;
+std::string testNameOf(const ::testing::TestParamInfo<Part>& info) {
+    const Part& part = info.param;
+    return std::string(part.begin == Begin::firstPolicy ? "FirstPolicy" : "NextPolicy") + "Part" +
+           std::to_string(part.index + 1) + "Of" + std::to_string(part.count);
 }
 
 std::vector<Part> parts(std::size_t count) {
@@ -283,7 +285,7 @@ class EachPart : public FaultsTest, public ::testing::WithParamInterface<Part> {
   protected:
     const Part part = GetParam();
 };
-INSTANTIATE_TEST_SUITE_P(Faults, EachPart, ::testing::ValuesIn(parts(3)));
+INSTANTIATE_TEST_SUITE_P(Faults, EachPart, ::testing::ValuesIn(parts(3)), testNameOf);
 
 TEST_P(EachPart, AnInputOutputErrorOfAnyCallHasTheStatedOutcome) {
     const TurnModel model = recorded(part.begin);
@@ -503,7 +505,7 @@ TEST_P(NightlyPairs, TwoMishapsAtOnceTenThousandTimes) {
 }
 
 class NightlyFaults : public EachPart {};
-INSTANTIATE_TEST_SUITE_P(Nightly, NightlyFaults, ::testing::ValuesIn(parts(4)));
+INSTANTIATE_TEST_SUITE_P(Nightly, NightlyFaults, ::testing::ValuesIn(parts(4)), testNameOf);
 
 TEST_P(NightlyFaults, EveryFailureOfAnyCallHasTheStatedOutcome) {
     const TurnModel model = recorded(part.begin);
