@@ -114,8 +114,9 @@ class HostileTurnTest : public DaemonTest, public testing::WithParamInterface<Ho
     /// What the server received from the misdeed until it behaved again.
     std::string receivedMeanwhile;
 
-    std::unique_ptr<ScriptedServer> server = std::make_unique<ScriptedServer>();
     PolicyRunner runner;
+    /// Goes before the runner, of which its steps use the session.
+    std::unique_ptr<ScriptedServer> server = std::make_unique<ScriptedServer>();
 
   private:
     void offerProfile(Endpoint endpoint) const;
