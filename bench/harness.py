@@ -3,6 +3,7 @@
 Runs inside the root directory that bench/run makes, so the paths here are the daemon's real ones.
 """
 
+import atexit
 import os
 import pathlib
 import shutil
@@ -184,6 +185,9 @@ def make_certificates():
 # ---- Processes
 
 
+_clients = []
+
+
 def start(command, **options):
     """Starts a client; its output goes nowhere unless told otherwise."""
     options = {
@@ -193,7 +197,9 @@ def start(command, **options):
         "start_new_session": True,
         **options,
     }
-    return subprocess.Popen([str(part) for part in command], **options)
+    process = subprocess.Popen([str(part) for part in command], **options)
+    _clients.append(process)
+    return process
 
 
 def end(process, how=signal.SIGKILL):
@@ -203,6 +209,14 @@ def end(process, how=signal.SIGKILL):
     except ProcessLookupError:
         pass
     process.wait()
+    _clients.remove(process)
+
+
+@atexit.register
+def _end_all():
+    """Nothing stays behind when a measurement fails."""
+    while _clients:
+        end(_clients[-1])
 
 
 def descendants(pid):
@@ -269,7 +283,9 @@ def settle(pid, quiet=0.2, limit=10.0):
 def cpu_of_finished(command, **options):
     """Seconds of processor time of a command that ends by itself."""
     before = os.times()
-    start(command, **options).wait()
+    process = start(command, **options)
+    process.wait()
+    end(process)
     after = os.times()
     return (after.children_user - before.children_user) + (after.children_system - before.children_system)
 

@@ -23,10 +23,10 @@ def wakeups(seconds):
                 curl = ["curl", "-s", f"{url}/hold/api/orvane/v1/connect/guard-config/?wait=300"]
                 waiting[name, kind] = start_waiting(server, h.TURNS.get(name, curl), f"{url}/hold")
         waiting["daemon", "60 s sleep"] = start_waiting(server, [h.DAEMON], f"{server.plain}/fail")
-        h.fresh_home(server.plain)
-        (h.SETUP / "enroll-config.json").unlink()
         for process in waiting.values():
             h.settle(process.pid)
+        h.fresh_home(server.plain)
+        (h.SETUP / "enroll-config.json").unlink()
         waiting["daemon", "30 s sleep"] = h.start([h.DAEMON])
         time.sleep(2)
         seconds = min(seconds, 25)  # the shortest sleep must not end meanwhile
