@@ -314,6 +314,25 @@ TEST_P(EachPart, OfAllOtherFailuresASampleHasTheStatedOutcome) {
     }
 }
 
+/// What operators are told to do: without a tag the next poll brings everything.
+void expectRepair(Device& device) {
+    std::filesystem::remove(device.root() / pathOf(File::tag));
+    device.server().answerOne(offered);  // the poll that is held has the tag yet
+    ASSERT_TRUE(device.goodTurn(offered));
+    EXPECT_EQ(versionsOf(device), allOf(offered));
+}
+
+TEST_F(FaultsTest, WithoutItsFlushANewPolicyIsNotThereUntilTheTagFileIsRemoved) {
+    Device device(Begin::nextPolicy);
+    (void)device.turn(offered, {"fsync:error=EIO:when=1"});
+    ASSERT_TRUE(device.pollsAgain());
+    auto expected = allOf(offered);
+    expected[File::policy] = before;
+    expected[File::capture] = before;
+    EXPECT_EQ(versionsOf(device), expected);
+    expectRepair(device);
+}
+
 TEST_F(FaultsTest, KilledBehindTheTagTheEffectiveConfigurationIsOldUntilTheTagFileIsRemoved) {
     const TurnModel model = recorded(Begin::nextPolicy);
     const auto fetch =
@@ -326,11 +345,7 @@ TEST_F(FaultsTest, KilledBehindTheTagTheEffectiveConfigurationIsOldUntilTheTagFi
     auto expected = allOf(offered);
     expected[File::effective] = before;
     EXPECT_EQ(versionsOf(device), expected);
-
-    std::filesystem::remove(device.root() / pathOf(File::tag));
-    device.server().answerOne(offered);  // the poll that is held has the tag yet
-    ASSERT_TRUE(device.goodTurn(offered));
-    EXPECT_EQ(versionsOf(device), allOf(offered));
+    expectRepair(device);
 }
 
 TEST_F(FaultsTest, WhereNothingCanBeRemovedScratchFilesDoNotPileUp) {
