@@ -9,12 +9,12 @@ import harness as h
 COUNTS = h.SCRATCH / "callgrind"
 
 
-def exact_costs(command, mode, url_of, parse):
-    """What a turn adds to a count: that of 2N turns less that of N, divided by N."""
-    turns = 50
+def exact_costs(command, mode, url_of, parse, stored=None, turns=50):
+    """What a turn adds to a count: that of 2N turns less that of N, divided by N. `stored` is the policy,
+    when it is not the usual one."""
     counts = []
     for times in (turns, 2 * turns):
-        policies = h.write_policies(**h.SMALL)
+        policies = [stored] if stored else h.write_policies(**h.SMALL)
         with h.Server(policies) as server:
             url = f"{server.plain}/{mode}/{times}"
             h.fresh_home(url, policies[0])
@@ -37,11 +37,11 @@ def instructions_so_far():
     return counts
 
 
-def instructions(command, mode="same"):
+def instructions(command, mode="same", **how):
     def under_callgrind(command, _url, _times):
         return ["valgrind", "--tool=callgrind", "--separate-threads=yes", f"--callgrind-out-file={COUNTS}", *command]
 
-    return exact_costs(command, mode, under_callgrind, instructions_so_far)
+    return exact_costs(command, mode, under_callgrind, instructions_so_far, **how)
 
 
 def instructions_of_easy_loop():
