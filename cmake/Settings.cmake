@@ -27,6 +27,9 @@ if(CMAKE_BUILD_TYPE STREQUAL "Release")
   if(NOT APPLE)
     set(CMAKE_INTERPROCEDURAL_OPTIMIZATION ON)
     target_link_options(orvane_settings INTERFACE -Wl,--gc-sections)
+    # The few parts of the C++ library that are used, instead of all of it to load and to relocate: an
+    # eighth less time to start, and 0.1 MiB less memory for each process (docs/performance.md).
+    target_link_options(orvane_settings INTERFACE -static-libstdc++ -static-libgcc)
   endif()
 endif()
 if(NOT APPLE)
