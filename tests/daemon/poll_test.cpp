@@ -11,6 +11,7 @@
 namespace orvane::test {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::SizeIs;
@@ -229,6 +230,18 @@ TEST_F(PollTest, TheCapturePolicyIsDerivedAfterTheBackOff) {
     pollAnswered({answer(500)});
     EXPECT_FALSE(thereAtSleep);
     EXPECT_TRUE(std::filesystem::exists(captureFile()));
+}
+
+TEST_F(PollTest, TheFailureIsToldBeforeTheBackOff) {
+    std::vector<std::string> toldAtSleep;
+    virtual_clock::onSleep([&](double) { toldAtSleep = logLines(); });
+    poll("/http://h x/");
+    EXPECT_THAT(toldAtSleep, ElementsAre("error Bad apiUrl in config: /http://h x/"));
+    pollAnswered({answer(401)});
+    EXPECT_THAT(toldAtSleep,
+                Contains("error Auth rejected: HTTP 401. Re-sign in via the Mac app's Setup tab."));
+    pollAnswered({answer(500)});
+    EXPECT_THAT(toldAtSleep, Contains("error Unexpected HTTP 500"));
 }
 
 TEST_F(PollTest, TheExchangeIsOnRecordBeforeItsStatusIsActedOn) {
