@@ -7,6 +7,7 @@
 #include "platform/paths.h"
 #include "platform/timestamp.h"
 
+#include <filesystem>
 #include <tuple>
 #include <vector>
 
@@ -14,16 +15,23 @@ namespace orvane {
 
 namespace {
 
+std::filesystem::path logFile() {
+    return paths::orvaneDirectory() / "logs" / "policy-daemon.activity.jsonl";
+}
+
 void appendToLog(const std::string& line) {
-    const auto directory = paths::orvaneDirectory() / "logs";
-    const auto file = directory / "policy-daemon.activity.jsonl";
-    std::ignore = files::createDirectories(directory);
+    const auto file = logFile();
+    std::ignore = files::createDirectories(file.parent_path());
     if (!files::appendLine(file, line)) {
         std::ignore = files::writeAtomically(file, line + '\n');
     }
 }
 
 }  // namespace
+
+void ActivityLog::removeRemains() {
+    files::removeScratchFile(logFile());
+}
 
 void ActivityLog::record(std::string_view method, std::string_view url, std::int64_t status,
                          std::int64_t ms, std::int64_t bytes, std::string_view summary,

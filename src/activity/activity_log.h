@@ -14,6 +14,10 @@ namespace orvane {
 struct ActivityLog {
     ActivityLog() = delete;
 
+    /// Removes what a process that was killed may have left beside the file. Once per process,
+    /// before its first record: a line that is appended passes such remains by.
+    static void removeRemains();
+
     /// Records one exchange.
     ///
     /// `status` is the HTTP status, 0 without a response; `ms` its duration in milliseconds;

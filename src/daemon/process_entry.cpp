@@ -1,5 +1,6 @@
 #include "daemon/process_entry.h"
 
+#include "activity/activity_log.h"
 #include "daemon/daemon_logger.h"
 #include "daemon/policy_runner.h"
 #include "platform/environment.h"
@@ -37,6 +38,7 @@ void runProcess() noexcept {
     ignoreBrokenPipes();
     logger = std::make_unique<const Logger>(daemonLogger());
     logger->log("OrvanePolicyDaemon starting (pid=%{public}d)", processId());
+    ActivityLog::removeRemains();
     runner = std::make_unique<PolicyRunner>();
     runner->run();
     endProcess();

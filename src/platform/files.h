@@ -33,6 +33,10 @@ std::optional<std::string> read(const std::filesystem::path& path);
 [[nodiscard]] std::error_code writeAtomically(const std::filesystem::path& path,
                                               std::string_view data);
 
+/// Removes the scratch file that a process killed in `writeAtomically` may have left for `path`;
+/// most often there is none. For paths that are not written as a whole again soon.
+void removeScratchFile(const std::filesystem::path& path);
+
 /// Appends `line`, then a line feed in a second write, to an existing file. False only when the
 /// file could not be opened for writing; what goes wrong afterwards is not reported.
 bool appendLine(const std::filesystem::path& path, std::string_view line);

@@ -224,6 +224,10 @@ std::error_code writeAtomically(const fs::path& path, std::string_view data) {
     return flushDirectory(path.parent_path());
 }
 
+void removeScratchFile(const fs::path& path) {
+    (void)removeFile(usualScratchName(path));
+}
+
 bool appendLine(const fs::path& path, std::string_view line) {
     // Non-blocking, so that a FIFO planted under the name cannot hold the caller.
     const Descriptor file = openFile(path, O_WRONLY | O_APPEND | O_NONBLOCK);

@@ -2,6 +2,7 @@
 #include "daemon/process_entry.h"
 
 #include "support/allocation_limit.h"
+#include "support/daemon_test.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +14,7 @@ namespace {
 
 /// The parameter: the largest piece of memory that can be had, in bytes. From none at all, not even
 /// for the logger, to enough for that but not for a long message.
-class ProcessEntryTest : public ::testing::TestWithParam<std::size_t> {};
+class ProcessEntryTest : public DaemonTest, public ::testing::WithParamInterface<std::size_t> {};
 
 TEST_P(ProcessEntryTest, WithoutMemoryTheProcessEndsWithStatus1) {
     EXPECT_EXIT(

@@ -17,6 +17,7 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 constexpr const char* enabledPolicy =
     R"({"etag":"v1","guard_config":{"capture":{"enabled":true}}})";
@@ -68,6 +69,17 @@ TEST_F(TwinTest, KilledInAHoldItGoesOnWhereItWasAfterARestart) {
     DaemonProcess restarted(twin());
     ASSERT_TRUE(restarted.waitForLog("policy unchanged (etag=v1)"));
     EXPECT_EQ(server.requestsTo(pollPath).at(2).header("If-None-Match"), "\"v1\"");
+}
+
+TEST_F(TwinTest, KilledWhileItMadeTheLogAnewItLeavesNothingBesideItAfterARestart) {
+    writeFile(activityFile(), "{}\n");
+    writeFile(activityFile().parent_path() / scratchNameOf(activityFile().filename()), "{\"byt");
+    enrol(server.url());
+    server.on(pollPath, {answer(304), staySilent()});
+    const DaemonProcess daemon(twin());
+    ASSERT_TRUE(server.waitForRequests(2));
+    EXPECT_THAT(namesIn(activityFile().parent_path()), ElementsAre(activityFile().filename()));
+    EXPECT_THAT(readFile(activityFile()), StartsWith("{}\n{"));
 }
 
 TEST_F(TwinTest, TheRegistryToolLeavesNoZombie) {
