@@ -42,9 +42,9 @@ if(ORVANE_SANITIZE)
   # For every object, those of GoogleTest too where it is built from its sources.
   add_compile_options(-fsanitize=${ORVANE_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${ORVANE_SANITIZE})
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND ORVANE_SANITIZE MATCHES address)
+  if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND ORVANE_SANITIZE MATCHES address AND NOT ORVANE_FUZZ)
     # As a library, as GCC has it: what a test puts in the place of a system call can then hand on to
-    # the sanitizer's own.
+    # the sanitizer's own. (The fuzzer brings a C++ library that would be loaded before it.)
     execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.asan-x86_64.so
       OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
     cmake_path(GET runtime PARENT_PATH runtime)
