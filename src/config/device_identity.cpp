@@ -28,9 +28,12 @@ class ResultSlot {
         done_.signal();
     }
 
-    /// What is there once the answer has come or the wait has run out, whichever was first.
-    std::optional<DeviceIdentity::Resolved> get() {
-        (void)done_.waitFor(waitLimit);
+    /// What is there once the answer has come or the wait for `session` has run out, whichever was
+    /// first.
+    std::optional<DeviceIdentity::Resolved> get(HttpSession& session) {
+        if (!done_.waitFor(waitLimit)) {
+            session.endFlood();
+        }
         const std::lock_guard lock(mutex_);
         return resolved_;
     }
@@ -94,11 +97,12 @@ std::optional<DeviceIdentity::Resolved> DeviceIdentity::resolve(std::string_view
         return std::nullopt;
     }
     const auto slot = std::make_shared<ResultSlot>();
-    HttpSession::shared().send(std::move(*request),
-                               [slot, fallback = enrollment->apiUrl](const HttpResult& result) {
-                                   slot->put(readAnswer(result.response, fallback));
-                               });
-    return slot->get();
+    HttpSession& session = HttpSession::shared();
+    session.send(std::move(*request),
+                 [slot, fallback = enrollment->apiUrl](const HttpResult& result) {
+                     slot->put(readAnswer(result.response, fallback));
+                 });
+    return slot->get(session);
 }
 
 }  // namespace orvane

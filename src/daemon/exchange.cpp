@@ -31,7 +31,11 @@ ExchangeResult exchange(HttpSession& session, const HttpRequest& request, FillCe
         fill(std::move(result), pending->cells);
         pending->done.signal();
     });
-    pending->done.wait();
+    auto patience = session.completionLimit();
+    while (!pending->done.waitUntil(clock::monotonicNow() + patience)) {
+        session.endFlood();
+        patience = HttpSession::grace;
+    }
     const std::int64_t ms = millisecondsSince(start);
     ExchangeResult result = std::move(pending->cells);
     const auto bytes = static_cast<std::int64_t>(result.body ? result.body->size() : 0);

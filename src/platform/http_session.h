@@ -66,6 +66,8 @@ class HttpSession {
   public:
     static constexpr std::size_t bodyLimit = std::size_t{256} * 1024 * 1024;
     static constexpr std::size_t headerLimit = std::size_t{1024} * 1024;
+    /// How long one read may take.
+    static constexpr std::chrono::seconds grace{5};
 
     explicit HttpSession(HttpLimits limits);
     HttpSession(const HttpSession&) = delete;
@@ -81,6 +83,15 @@ class HttpSession {
     /// with a host ("unsupported URL"), a header value with a control character. May be called from
     /// any thread but not from a completion.
     void send(HttpRequest request, HttpCompletion completion);
+
+    /// How long after `send` a completion has been called at the latest, but for a flood.
+    [[nodiscard]] std::chrono::milliseconds completionLimit() const;
+
+    /// For whoever has waited in vain. A server that floods with HTTP/2 frames that bring nothing
+    /// keeps the library from returning, and this session's thread from looking at the clock. If
+    /// that has lasted for `grace`, all connections are cut off: what is overdue ends as timed out,
+    /// the rest as lost. May be called from any thread.
+    void endFlood();
 
     /// The process-wide session for requests that bring their own limit. Never destroyed.
     static HttpSession& shared();

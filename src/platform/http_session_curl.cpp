@@ -4,9 +4,12 @@
 #include "platform/text.h"
 
 #include <curl/curl.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <climits>
 #include <deque>
 #include <filesystem>
@@ -82,6 +85,53 @@ bool hasHashedCertificates(const std::filesystem::path& directory) {
     return false;
 }
 
+/// The connections that are open, for whoever has to cut them off while the library is busy with
+/// one.
+class OpenSockets {
+  public:
+    /// Has the library tell of every connection that it makes for `easy`, and when it is closed.
+    [[nodiscard]] bool watch(CURL* easy) {
+        const auto set = [=](CURLoption option, auto value) {
+            return curl_easy_setopt(easy, option, value) == CURLE_OK;
+        };
+        return set(CURLOPT_SOCKOPTFUNCTION, &OpenSockets::noteOpened) &&
+               set(CURLOPT_SOCKOPTDATA, static_cast<void*>(this)) &&
+               set(CURLOPT_CLOSESOCKETFUNCTION, &OpenSockets::close) &&
+               set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(this));
+    }
+
+    /// Nothing more comes in by any of them, and the other sides are told so when the library
+    /// closes them. May be called from any thread.
+    void shutDown() {
+        constexpr linger resetAtClose{1, 0};
+        const std::lock_guard lock(mutex_);
+        for (const curl_socket_t socket : sockets_) {
+            (void)::setsockopt(socket, SOL_SOCKET, SO_LINGER, &resetAtClose, sizeof resetAtClose);
+            (void)::shutdown(socket, SHUT_RDWR);
+        }
+    }
+
+  private:
+    // Nothing may be thrown through the library: without memory for a few numbers, the process
+    // ends.
+    static int noteOpened(void* self, curl_socket_t socket, curlsocktype /*purpose*/) noexcept {
+        auto& open = *static_cast<OpenSockets*>(self);
+        const std::lock_guard lock(open.mutex_);
+        open.sockets_.push_back(socket);
+        return CURL_SOCKOPT_OK;
+    }
+
+    static int close(void* self, curl_socket_t socket) noexcept {
+        auto& open = *static_cast<OpenSockets*>(self);
+        const std::lock_guard lock(open.mutex_);
+        std::erase(open.sockets_, socket);
+        return ::close(socket);
+    }
+
+    std::mutex mutex_;
+    std::vector<curl_socket_t> sockets_;
+};
+
 /// One exchange, owned by the worker from `send` until its completion has been called.
 class Transfer {
   public:
@@ -108,7 +158,8 @@ class Transfer {
     }
 
     /// Takes `easy` and prepares it for the request. False when the library refused an option.
-    bool prepare(EasyHandle&& easy, const std::string& certificateDirectory) {
+    bool prepare(EasyHandle&& easy, const std::string& certificateDirectory,
+                 OpenSockets& openSockets) {
         easy_ = std::move(easy);
         for (const HttpHeader& header : request_.headers) {
             // Without a value the library wants a semicolon, or it would take the header out.
@@ -122,7 +173,7 @@ class Transfer {
             headers_.add("Accept:");  // takes the library's own one out
         }
         return setWhatIsAsked() && setHowItTravels() && setTrust(certificateDirectory) &&
-               setCallbacks();
+               setCallbacks() && openSockets.watch(easy_.get());
     }
 
     [[nodiscard]] CURL* easy() const { return easy_.get(); }
@@ -132,6 +183,8 @@ class Transfer {
     [[nodiscard]] clock::TimePoint deadline() const {
         return std::min(std::max(lastActivity_, lastStageReached()) + inactivityLimit_, end_);
     }
+
+    [[nodiscard]] bool isOverdue() const { return deadline() <= clock::monotonicNow(); }
 
     /// How the exchange ended when the library says `code`: to it, a connection that is closed
     /// within the header is no error.
@@ -366,7 +419,18 @@ class HttpSession::Worker {
         (void)curl_multi_wakeup(multi_.get());
     }
 
+    void endFlood() {
+        if (clock::monotonicNow() - busySince_.load() >= HttpSession::grace) {
+            openSockets_.shutDown();
+        }
+    }
+
+    [[nodiscard]] milliseconds completionLimit() const { return limits_.total + grace; }
+
   private:
+    /// Later than any time.
+    static constexpr clock::TimePoint notBusy = clock::TimePoint::max();
+
     bool startThread() {
         if (thread_.joinable()) {
             return true;
@@ -386,7 +450,9 @@ class HttpSession::Worker {
     void run() {
         while (takeIncoming()) {
             int running = 0;
+            busySince_ = clock::monotonicNow();
             (void)curl_multi_perform(multi_.get(), &running);
+            busySince_ = notBusy;
             completeFinished();
             completeOverdue();
             if (dropConnections_ && active_.empty()) {
@@ -437,7 +503,8 @@ class HttpSession::Worker {
             return;
         }
         EasyHandle easy = spareEasy_ ? std::move(spareEasy_) : EasyHandle(curl_easy_init());
-        if (easy == nullptr || !transfer->prepare(std::move(easy), certificateDirectory()) ||
+        if (easy == nullptr ||
+            !transfer->prepare(std::move(easy), certificateDirectory(), openSockets_) ||
             curl_multi_add_handle(multi_.get(), transfer->easy()) != CURLM_OK) {
             transfer->complete(CURLE_FAILED_INIT, nullptr);
             return;
@@ -462,16 +529,17 @@ class HttpSession::Worker {
                 void* owner = nullptr;
                 (void)curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &owner);
                 auto* const transfer = static_cast<Transfer*>(owner);
-                finish(transfer, transfer->outcome(message->data.result), nullptr);
+                // What `endFlood` cut off looks like a connection that was lost.
+                finish(transfer, transfer->outcome(message->data.result),
+                       transfer->isOverdue() ? timedOut : nullptr);
             }
         }
     }
 
     void completeOverdue() {
-        const auto now = clock::monotonicNow();
         std::vector<Transfer*> overdue;
         for (const auto& transfer : active_) {
-            if (transfer->deadline() <= now) {
+            if (transfer->isOverdue()) {
                 overdue.push_back(transfer.get());
             }
         }
@@ -505,8 +573,10 @@ class HttpSession::Worker {
     std::mutex mutex_;  ///< guards incoming_, stopping_ and the replacing of multi_
     std::deque<std::unique_ptr<Transfer>> incoming_;
     bool stopping_ = false;
+    OpenSockets openSockets_;  ///< stays longer than the connections of multi_
     MultiHandle multi_;
     std::thread thread_;
+    std::atomic<clock::TimePoint> busySince_ = notBusy;  ///< when the library was last called
     // The worker thread's own:
     std::vector<std::unique_ptr<Transfer>> active_;
     EasyHandle spareEasy_;
@@ -520,6 +590,14 @@ HttpSession::~HttpSession() = default;
 
 void HttpSession::send(HttpRequest request, HttpCompletion completion) {
     worker_->send(std::move(request), std::move(completion));
+}
+
+std::chrono::milliseconds HttpSession::completionLimit() const {
+    return worker_->completionLimit();
+}
+
+void HttpSession::endFlood() {
+    worker_->endFlood();
 }
 
 HttpSession& HttpSession::shared() {

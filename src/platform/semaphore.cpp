@@ -15,6 +15,19 @@ void Semaphore::wait() {
     --count_;
 }
 
+bool Semaphore::waitUntil(clock::TimePoint deadline) {
+    std::unique_lock lock(mutex_);
+    while (count_ == 0) {
+        const auto limit = clock::blockLimit(deadline);
+        if (limit == std::chrono::milliseconds::zero()) {
+            return false;
+        }
+        (void)positive_.wait_for(lock, limit);
+    }
+    --count_;
+    return true;
+}
+
 bool Semaphore::waitFor(std::chrono::milliseconds limit) {
     std::unique_lock lock(mutex_);
     const auto deadline = std::chrono::steady_clock::now() + limit;

@@ -4,6 +4,8 @@
 // ThreadSanitizer and helgrind, and without the lost wake-up that libstdc++ 12's one can have.
 #pragma once
 
+#include "platform/clock.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -22,6 +24,9 @@ class Semaphore {
 
     /// Blocks until the count is positive, then takes one.
     void wait();
+
+    /// As `wait`, until `deadline` at the latest; false when that has passed.
+    bool waitUntil(clock::TimePoint deadline);
 
     /// As `wait`, for at most `limit` on the monotonic clock; false when it ran out.
     bool waitFor(std::chrono::milliseconds limit);

@@ -144,10 +144,10 @@ Step flood(std::string head, std::string bytes, std::size_t enough) {
                                                                       const ReceivedRequest&) {
         std::size_t sent = 0;
         for (bool going = connection.send(head); going; going = connection.send(bytes)) {
-            if (sent < enough && sent + bytes.size() >= enough) {
-                virtual_clock::advance(totalLimit + 1s);
+            const std::size_t before = std::exchange(sent, sent + bytes.size());
+            if (before / enough != sent / enough) {
+                virtual_clock::advance(totalLimit + HttpSession::grace + 1s);
             }
-            sent += bytes.size();
         }
         return false;
     };

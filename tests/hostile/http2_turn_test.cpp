@@ -1,10 +1,14 @@
 // A server that breaks the rules of HTTP/2 (RFC 9113), on every endpoint.
 #include "hostile/hostile_turn.h"
+#include "platform/http_exchange.h"
 #include "platform/paths.h"
+#include "platform/semaphore.h"
 #include "support/test_ca.h"
+#include "support/virtual_clock.h"
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -138,6 +142,20 @@ Misdeed floodsWith(std::string name, Ending ending, const std::string& head,
                     [=](const Scene&) { return flood(head, repeated(part, 1000), 1U << 20U); });
 }
 
+/// The same behind a header that the library has handed out.
+Misdeed floodsBehindAHeaderWith(std::string name, Ending ending, const std::string& part) {
+    return onStream(std::move(name), std::move(ending), [=](const Scene& scene) {
+        return
+            [=, &session = scene.session](Connection& connection, const ReceivedRequest& request) {
+                (void)connection.send(okHeader);
+                for (int i = 0; i < 3; ++i) {
+                    letWorkerTurn(session);
+                }
+                return flood("", repeated(part, 1000), 1U << 20U)(connection, request);
+            };
+    });
+}
+
 Misdeed stalls(std::string name, Ending ending, const std::string& frames) {
     return onStream(std::move(name), std::move(ending), stall(frames));
 }
@@ -175,16 +193,10 @@ const std::string hugeHeader = [] {
     return block + std::string(16000 - block.size(), '\xBE');
 }();
 
-/// The library reads on for as long as frames come that it skips; limits count once they stop.
-constexpr int many = 20'000;
-
 const std::vector<Misdeed> floodsOfFrames{
     floodsWith("SettingsFlood", failed(), "", settings),
     floodsWith("PingFlood", failed(), "", frame(Type::ping, 0, 0, "12345678")),
     floodsWith("WindowFlood", failed(), "", frame(Type::windowUpdate, 0, 0, bigEndian(1000, 4))),
-    stalls("PriorityFlood", failed(),
-           repeated(frame(Type::priority, 0, ours, bigEndian(3, 4) + "\x10"), many)),
-    stalls("FloodOfUnknownFrames", failed(), repeated(frame(Type::unknown, 0, 0, "what?"), many)),
     floodsWith("ContinuationFlood", failed(), frame(Type::headers, 0, ours, status200),
                frame(Type::continuation, 0, ours, headerField("x", "y"))),
     floodsWith("FloodOfEmptyContinuations", failed(), frame(Type::headers, 0, ours, status200),
@@ -197,6 +209,48 @@ const std::vector<Misdeed> floodsOfFrames{
          frame(Type::headers, endHeaders, ours, hugeHeader)),
 };
 INSTANTIATE_TEST_SUITE_P(Floods, HostileHttp2Test, onEveryEndpoint(floodsOfFrames), nameOf);
+
+// The library reads on for as long as frames come that it skips, and does not look at the clock.
+const std::vector<Misdeed> floodsOfNothing{
+    floodsWith("Priorities", timedOut(), "",
+               frame(Type::priority, 0, ours, bigEndian(3, 4) + "\x10")),
+    floodsWith("UnknownFrames", timedOut(), "", frame(Type::unknown, 0, 0, "what?")),
+    floodsBehindAHeaderWith("EmptyData", timedOut(200), frame(Type::data, 0, ours, "")),
+    floodsWith("ResetsOfAStreamThatIsOver", failed(), reset(0), reset(0)),
+};
+// Nobody waits for an identity lookup for so long.
+INSTANTIATE_TEST_SUITE_P(FloodsOfNothing, HostileHttp2Test,
+                         testing::Combine(testing::ValuesIn(floodsOfNothing),
+                                          testing::Values(Endpoint::poll, Endpoint::effective)),
+                         nameOf);
+
+class FloodedSessionTest : public HttpTest {};
+
+// As identity lookups do, whose caller gives up before the session does.
+TEST_F(FloodedSessionTest, ItIsFreeForTheNextRequestWhenTheFloodIsCutOff) {
+    HttpSession session({std::chrono::hours(24), std::chrono::hours(24)});
+    ScriptedServer good;
+    good.on("/p", {answer(200, "body")});
+    ScriptedServer flooding(identity(true));
+    Semaphore over(0);
+    const std::string frames = repeated(frame(Type::unknown, 0, 0, "what?"), 1000);
+    flooding.on("*", {[&](Connection& connection, const ReceivedRequest& request) {
+                    bool going = connection.send(settings) && awaitRequest(connection, request.raw);
+                    while (going) {
+                        going = connection.send(frames);
+                    }
+                    over.signal();
+                    return false;
+                }});
+    const Exchange lost(session, requestFor(flooding.url() + "/p"));
+    ASSERT_TRUE(flooding.waitForRequests(1));
+    // It holds the session's thread as soon as it is dense enough.
+    while (!over.waitFor(std::chrono::milliseconds(1))) {
+        virtual_clock::advance(HttpSession::grace);
+        session.endFlood();
+    }
+    EXPECT_EQ(fetch(session, good.url() + "/p").response.value().status, 200);
+}
 
 // --- Frames that must not be
 

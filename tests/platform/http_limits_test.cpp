@@ -67,6 +67,18 @@ TEST_F(HttpLimitsTest, SilenceUpToTheLimitIsTaken) {
     EXPECT_THAT(exchange.result().response.value().body, Optional("body"s));
 }
 
+TEST_F(HttpLimitsTest, WhereNothingFloodsNothingIsCutOff) {
+    Exchange exchange = start();
+    advance(300s);
+    session.endFlood();
+    puppet.send(wholeAnswer);
+    EXPECT_THAT(exchange.result().response.value().body, Optional("body"s));
+}
+
+TEST_F(HttpLimitsTest, ACompletionIsLateByNoMoreThanOneRead) {
+    EXPECT_EQ(session.completionLimit(), 365s);
+}
+
 TEST_F(HttpLimitsTest, ALongerSilenceTimesOut) {
     Exchange exchange = start();
     advance(330s);

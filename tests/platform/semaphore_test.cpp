@@ -1,5 +1,7 @@
 #include "platform/semaphore.h"
 
+#include "support/virtual_clock.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -36,6 +38,27 @@ TEST(SemaphoreTest, WaitForGivesUpWhenItsTimeIsOver) {
     const auto elapsed = std::chrono::steady_clock::now() - start;
     EXPECT_GE(elapsed, 50ms);
     EXPECT_LT(elapsed, 5s);
+}
+
+TEST(SemaphoreTest, WaitUntilGivesUpAtItsDeadlineHoweverTheClockGetsThere) {
+    Semaphore semaphore(0);
+    const auto deadline = clock::monotonicNow() + 1h;
+    std::thread time([] { virtual_clock::advance(1h); });
+    EXPECT_FALSE(semaphore.waitUntil(deadline));
+    EXPECT_GE(clock::monotonicNow(), deadline);
+    time.join();
+    EXPECT_FALSE(semaphore.waitUntil(deadline)) << "it has passed";
+    semaphore.signal();
+    EXPECT_TRUE(semaphore.waitUntil(deadline)) << "there is one to be had";
+    EXPECT_FALSE(semaphore.waitUntil(deadline)) << "and no more";
+    virtual_clock::reset();
+}
+
+TEST(SemaphoreTest, ASignalEndsAWaitUntil) {
+    Semaphore semaphore(0);
+    std::thread signaller([&] { semaphore.signal(); });
+    EXPECT_TRUE(semaphore.waitUntil(clock::monotonicNow() + 1h));
+    signaller.join();
 }
 
 TEST(SemaphoreTest, AWaitThatGaveUpTakesNothing) {
