@@ -336,6 +336,10 @@ TEST_F(HeldPollTest, SilenceOf330SecondsEndsThePoll) {
     EXPECT_THAT(virtual_clock::sleeps(), ElementsAre(60.0));
 }
 
+TEST_F(HeldPollTest, AnAnswerIsWaitedForNoMoreThanFiveSecondsBehindThe360) {
+    EXPECT_EQ(runner.session.completionLimit(), std::chrono::seconds(365));
+}
+
 TEST_F(HeldPollTest, ATrickleEndsAfter360SecondsInAll) {
     server.on(pollPath, {trickle("HTTP/1.1 200 OK\r\nContent-Length: 1000000\r\n\r\n", ' ',
                                  std::chrono::milliseconds(2))});

@@ -403,6 +403,16 @@ TEST_F(FilesWriteAtomicallyTest, RunningOutOfSpaceLeavesTheOldFileAndNoScratch) 
     EXPECT_THAT(names(), ElementsAre("f"));
 }
 
+TEST_F(FilesWriteAtomicallyTest, AFileThatGetsTheNumberOfStandardInputIsAFile) {
+    EXPECT_EQ(inChild([&] {
+                  (void)::close(STDIN_FILENO);
+                  const auto error = files::writeAtomically(at("f"), "new");
+                  return std::to_string(codeOf(error)) + files::read(at("f")).value_or("?");
+              }),
+              "0new");
+    EXPECT_THAT(names(), ElementsAre("f"));
+}
+
 TEST_F(FilesWriteAtomicallyTest, UnrelatedFilesAreUntouched) {
     writeFile(at(".f.0000000000000000.tmp"), "somebody's");
     writeFile(at("f.tmp"), "somebody's");

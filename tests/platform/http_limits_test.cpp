@@ -356,25 +356,34 @@ TEST_F(HttpLimitsTest, ALargerBodyEndsTheExchangeAndKeepsTheStatus) {
     EXPECT_EQ(result.response->body, std::nullopt);
 }
 
-TEST_F(HttpLimitsTest, TrailersUpToTheHeadersLimitAreTakenMoreEndTheExchange) {
-    const std::string line = "X: " + std::string(1019, 'x') + "\r\n";
-    EXPECT_EQ(HttpSession::headerLimit, 1024 * line.size());
+/// An answer whose header and trailers are `size` bytes, without the blank line behind them.
+std::string answerWithHeaderOf(std::size_t size) {
+    const std::string header = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+    const std::string line = "X: " + std::string(995, 'x') + "\r\n";
     std::string trailers;
-    for (int i = 0; i < 1023; ++i) {
+    while (header.size() + trailers.size() + 2 * line.size() <= size) {
         trailers += line;
     }
-    const auto afterTrailers = [&](const std::string& last) {
-        server.on("/p", {sendAndClose("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n"
-                                      "4\r\nbody\r\n0\r\n" +
-                                      trailers + last + "\r\n")});
+    const std::size_t rest = size - header.size() - trailers.size();
+    trailers += "X: " + std::string(rest - 5, 'x') + "\r\n";
+    return header + "4\r\nbody\r\n0\r\n" + trailers;
+}
+
+TEST_F(HttpLimitsTest, TrailersUpToTheHeadersLimitAreTakenMoreEndTheExchange) {
+    const auto answerTo = [&](const std::string& bytes) {
+        server.on("/p", {sendAndClose(bytes)});
         return fetch(session, server.url() + "/p");
     };
-    EXPECT_THAT(afterTrailers("").response.value().body, Optional("body"s));
-    const auto refused = afterTrailers(line);
+    const auto taken = answerTo(answerWithHeaderOf(HttpSession::headerLimit) + "\r\n");
+    EXPECT_EQ(taken.error, std::nullopt);
+    EXPECT_THAT(taken.response.value().body, Optional("body"s));
+    const auto refused = answerTo(answerWithHeaderOf(HttpSession::headerLimit + 1) + "\r\n");
     EXPECT_THAT(refused.error,
                 Optional("the header of the response is larger than 1048576 bytes"s));
     EXPECT_EQ(refused.response.value().status, 200);
     EXPECT_EQ(refused.response.value().body, std::nullopt);
+    const auto lost = answerTo(answerWithHeaderOf(HttpSession::headerLimit));
+    EXPECT_THAT(lost.error, Optional("The network connection was lost."s));
 }
 
 TEST_F(HttpLimitsTest, AnAnnouncedLengthIsNotTakenAtItsWord) {
