@@ -11,6 +11,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <string>
 #include <utility>
@@ -223,6 +224,20 @@ INSTANTIATE_TEST_SUITE_P(FloodsOfNothing, HostileHttp2Test,
                          testing::Combine(testing::ValuesIn(floodsOfNothing),
                                           testing::Values(Endpoint::poll, Endpoint::effective)),
                          nameOf);
+
+/// In real time, for the lookup's caller waits on the real clock.
+class NightlyHostileHttp2Test : public HostileHttp2Test {};
+
+TEST_F(NightlyHostileHttp2Test, AnIdentityLookupThatIsGivenUpEndsTheFlood) {
+    constexpr auto never = std::numeric_limits<std::size_t>::max();
+    const std::string frames = repeated(frame(Type::unknown, 0, 0, "what?"), 1000);
+    expectEndured(
+        {onStream("Flood", failed(), [&](const Scene&) { return flood("", frames, never); }),
+         Endpoint::identity});
+    // After 12 s the session gives up, if the flood lets it; its caller does after 15 s.
+    EXPECT_GE(turnTime, std::chrono::milliseconds(11900));
+    EXPECT_LT(turnTime, std::chrono::seconds(25));
+}
 
 class FloodedSessionTest : public HttpTest {};
 
