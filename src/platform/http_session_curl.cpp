@@ -455,8 +455,8 @@ class HttpSession::Worker {
             busySince_ = notBusy;
             completeFinished();
             completeOverdue();
-            if (dropConnections_ && active_.empty()) {
-                continue;
+            if (dropConnections_ && active_.empty() && replaceMulti()) {
+                continue;  // `send` may have woken up the handle that is gone
             }
             (void)curl_multi_poll(multi_.get(), nullptr, 0, waitLimit(), nullptr);
         }
@@ -477,9 +477,6 @@ class HttpSession::Worker {
                 }
                 return false;
             }
-            if (dropConnections_ && active_.empty()) {
-                replaceMulti();
-            }
             arrived.swap(incoming_);
         }
         for (auto& transfer : arrived) {
@@ -488,13 +485,17 @@ class HttpSession::Worker {
         return true;
     }
 
-    /// Closes every connection. Under the lock, for `send` wakes the handle up from other threads.
-    void replaceMulti() {
-        if (MultiHandle fresh(curl_multi_init()); fresh != nullptr) {
-            multi_ = std::move(fresh);
-            certificateDirectory_.reset();
-            dropConnections_ = false;
+    /// Closes every connection. False when there is no memory for it now.
+    bool replaceMulti() {
+        MultiHandle fresh(curl_multi_init());
+        if (fresh == nullptr) {
+            return false;
         }
+        const std::lock_guard lock(mutex_);  // `send` wakes the handle up from other threads
+        multi_ = std::move(fresh);
+        certificateDirectory_.reset();
+        dropConnections_ = false;
+        return true;
     }
 
     void begin(std::unique_ptr<Transfer> transfer) {
