@@ -12,26 +12,37 @@ namespace {
 /// The deepest nesting that the daemon takes.
 constexpr std::size_t depthLimit = 512;
 
-/// How deep the brackets of the well-formed `text` nest.
-std::size_t depthOf(std::string_view text) {
-    std::size_t depth = 0;
-    std::size_t deepest = 0;
+/// The well-formed `text` without what stands within its strings.
+std::string outsideStrings(std::string_view text) {
+    std::string rest;
     bool inString = false;
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (inString && text[i] == '\\') {
             ++i;
         } else if (text[i] == '"') {
             inString = !inString;
-        } else if (!inString && (text[i] == '{' || text[i] == '[')) {
+        } else if (!inString) {
+            rest += text[i];
+        }
+    }
+    return rest;
+}
+
+/// How deep the brackets nest, of a text without strings.
+std::size_t depthOf(std::string_view text) {
+    std::size_t depth = 0;
+    std::size_t deepest = 0;
+    for (const char c : text) {
+        if (c == '{' || c == '[') {
             deepest = std::max(deepest, ++depth);
-        } else if (!inString && (text[i] == '}' || text[i] == ']')) {
+        } else if (c == '}' || c == ']') {
             --depth;
         }
     }
     return deepest;
 }
 
-/// Whether some exponent, or what looks like one, has ten digits or more.
+/// Whether some exponent has ten digits or more, in a text without strings.
 bool mayHoldHugeExponent(std::string_view text) {
     static const std::regex pattern("[0-9][eE][+-]?[0-9]{10}");
     return std::regex_search(text.begin(), text.end(), pattern);
@@ -64,9 +75,9 @@ JsonModel::JsonModel(std::string_view text) {
         top_ = parsed(text, 0, error);
     }
     if ((top_ == nullptr && json_error_code(&error) == json_error_null_byte_in_key) ||
-        (top_ != nullptr && mayHoldHugeExponent(text))) {
+        (top_ != nullptr && mayHoldHugeExponent(outsideStrings(text)))) {
         verdict_ = Verdict::unknown;
-    } else if (json_is_object(top_.get()) && depthOf(text) <= depthLimit) {
+    } else if (json_is_object(top_.get()) && depthOf(outsideStrings(text)) <= depthLimit) {
         verdict_ = Verdict::usable;
     } else {
         top_ = nullptr;

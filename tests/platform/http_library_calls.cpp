@@ -65,6 +65,12 @@ CURLMcode curl_multi_add_handle(CURLM* multi, CURL* easy) {
                : realCall<decltype(curl_multi_add_handle)>("curl_multi_add_handle")(multi, easy);
 }
 
+CURLMcode curl_multi_perform(CURLM* multi, int* running) {
+    return isRefused("curl_multi_perform")
+               ? CURLM_OUT_OF_MEMORY
+               : realCall<decltype(curl_multi_perform)>("curl_multi_perform")(multi, running);
+}
+
 curl_slist* curl_slist_append(curl_slist* list, const char* line) {
     return isRefused("curl_slist_append")
                ? nullptr

@@ -8,7 +8,7 @@
 
 namespace orvane::test {
 
-/// Called on the thread that makes the call; true refuses it.
+/// Called on the thread that makes the call, which they may hold; true refuses it.
 struct HttpLibraryHooks {
     std::function<bool(CURLoption option)> refuseOption = [](CURLoption) { return false; };
     std::function<bool(std::string_view name)> refuseCall = [](std::string_view) { return false; };

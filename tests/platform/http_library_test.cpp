@@ -3,9 +3,11 @@
 #include "platform/http_library_calls.h"
 #include "platform/http_session.h"
 #include "platform/paths.h"
+#include "platform/semaphore.h"
 #include "support/allocation_limit.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
+#include "support/virtual_clock.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -141,6 +143,40 @@ TEST_F(HttpLibraryTest, ConnectionsThatCouldNotBeDroppedAtOnceAreDroppedLater) {
         }
     }
     EXPECT_EQ(made, 5);
+}
+
+TEST_F(HttpLibraryTest, ACallThatDoesNotReturnIsCutOffFromItsServerWhenItsGraceIsOver) {
+    std::atomic<bool> hold = false;
+    Semaphore held(0);
+    Semaphore release(0);
+    HttpLibraryHooks hooks;
+    hooks.refuseCall = [&](std::string_view name) {
+        if (name == "curl_multi_perform" && hold.exchange(false)) {
+            held.signal();
+            release.wait();
+        }
+        return false;
+    };
+    const WithHttpLibraryHooks installed(hooks);
+    Semaphore isGone(0);
+    server.on("/p", {[&](Connection& connection, const ReceivedRequest&) {
+                  hold = true;
+                  while (!connection.receive(1).empty()) {
+                  }
+                  isGone.signal();
+                  return false;
+              }});
+    HttpSession session(limits);
+    Exchange exchange(session, requestFor(server.url() + "/p"));
+    held.wait();
+    virtual_clock::advance(HttpSession::grace - std::chrono::seconds(1));
+    session.endFlood();
+    EXPECT_FALSE(isGone.waitFor(std::chrono::milliseconds(50)));
+    virtual_clock::advance(std::chrono::seconds(1));
+    session.endFlood();
+    EXPECT_TRUE(isGone.waitFor(std::chrono::seconds(20)));
+    release.signal();
+    EXPECT_THAT(exchange.result().error, Optional(std::string("The network connection was lost.")));
 }
 
 TEST_F(HttpLibraryTest, ABodyThatMemoryHasNoRoomForEndsTheExchange) {
