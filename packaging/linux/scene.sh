@@ -1,9 +1,9 @@
 # shellcheck shell=bash
 # What the scripts have in common that run in a throw-away machine.
 
-# eventually COMMAND...: true as soon as the command is, false when it is not within 20 s.
+# eventually COMMAND...: true as soon as the command is, false when it is not within a minute.
 eventually() {
-    local deadline=$((SECONDS + 20))
+    local deadline=$((SECONDS + 60))
     until "$@" 2>/dev/null; do
         ((SECONDS < deadline)) || return 1
         sleep 0.1
