@@ -1,6 +1,8 @@
 #include "config/device_identity.h"
 
 #include "platform/clock.h"
+#include "platform/http_library_calls.h"
+#include "platform/semaphore.h"
 #include "support/daemon_test.h"
 #include "support/in_child.h"
 #include "support/scripted_server.h"
@@ -10,10 +12,12 @@
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <future>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -479,6 +483,33 @@ TEST_F(RealTimeDeviceIdentityTest, ATricklingServerIsGivenUpAfterFifteenSeconds)
     server.on(agentConfigPath,
               {trickle("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n{", ' ', 2s)});
     EXPECT_THAT(timeWithoutResult(), AllOf(Ge(14900ms), Le(15900ms)));
+}
+
+TEST_F(RealTimeDeviceIdentityTest, AServerThatDoesNotLetGoOfTheLibraryIsCutOff) {
+    // For ever, as is the thread of the session that all share.
+    static std::atomic<bool> hold = false;
+    static auto& release = *new Semaphore(0);
+    HttpLibraryHooks hooks;
+    hooks.refuseCall = [](std::string_view name) {
+        if (name == "curl_multi_perform" && hold.exchange(false)) {
+            release.wait();
+        }
+        return false;
+    };
+    [[maybe_unused]] static const auto& installed = *new WithHttpLibraryHooks(hooks);
+    Semaphore isGone(0);
+    server.on(agentConfigPath, {[&](Connection& connection, const ReceivedRequest&) {
+                  hold = true;
+                  connection.send("HTTP/1.1 200 OK\r\n");
+                  while (!connection.receive(1).empty()) {
+                  }
+                  isGone.signal();
+                  return false;
+              }});
+    identify(server.url());
+    (void)timeWithoutResult();
+    EXPECT_TRUE(isGone.waitFor(20s));
+    release.signal();
 }
 
 TEST_F(RealTimeDeviceIdentityTest, AnAnswerThatComesTooLateDisturbsNothing) {

@@ -125,6 +125,7 @@ TEST(FormatFitsTest, ConversionsAndArgumentsGoTogether) {
     EXPECT_FALSE(formatFits<std::int64_t>("%{bool,public}ld"));
     EXPECT_FALSE(formatFits<std::int64_t>("%x"));
     EXPECT_FALSE(formatFits<bool>("%{bool,public}x"));
+    EXPECT_FALSE(formatFits<double>("%f")) << "nothing is for it, not even what is malformed";
 }
 
 // --- Rendering
