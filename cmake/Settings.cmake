@@ -53,6 +53,3 @@ if(ORVANE_SANITIZE)
     add_link_options(-shared-libasan -Wl,-rpath,${runtime})
   endif()
 endif()
-# What tests are run with, so that a sanitizer's findings are part of a test's output.
-set(ORVANE_TEST_ENVIRONMENT
-  "ASAN_OPTIONS=log_path=stdout;TSAN_OPTIONS=log_path=stdout;UBSAN_OPTIONS=log_path=stdout:print_stacktrace=1")
