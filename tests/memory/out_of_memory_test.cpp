@@ -20,7 +20,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using ::testing::AnyOf;
-using ::testing::Contains;
 using ::testing::IsSubsetOf;
 
 enum class Fault { once, fromThenOn };
