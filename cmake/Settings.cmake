@@ -13,9 +13,9 @@ set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 
-# Several files at a time are compiled in a third of the time (CMAKE_UNITY_BUILD). So are the tests, and
-# everything in presets that are built once and run once. Preset dev compiles each file of the daemon by
-# itself, and so finds what it forgot to include.
+# The tests, and everything in presets that are built once and run once, are compiled several files at a
+# time, which takes less (CMAKE_UNITY_BUILD). Preset dev compiles each file of the daemon by itself, and so
+# finds what it forgot to include.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   # It takes every file for a header but the one that includes the others.
   target_compile_options(orvane_settings INTERFACE
