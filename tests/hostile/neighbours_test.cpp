@@ -194,7 +194,7 @@ bool plant(Thing thing, const fs::path& path, const fs::path& victims) {
     return false;
 }
 
-/// All there is to see of what stands at `path`.
+/// All that this user can see of what stands at `path`.
 std::string describe(const fs::path& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
@@ -204,7 +204,8 @@ std::string describe(const fs::path& path) {
     if (S_ISLNK(status.st_mode)) {
         text += " " + fs::read_symlink(path).string();
     } else if (S_ISREG(status.st_mode)) {
-        text += " " + readFile(path);
+        const bool readable = ::access(path.c_str(), R_OK) == 0;
+        text += " " + (readable ? readFile(path) : std::to_string(status.st_size) + " bytes");
     } else if (S_ISDIR(status.st_mode)) {
         for (const std::string& name : namesIn(path)) {
             text += " " + name + "(" + describe(path / name) + ")";
