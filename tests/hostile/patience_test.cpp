@@ -2,11 +2,16 @@
 // more.
 #include "hostile/hostile_turn.h"
 #include "platform/http_exchange.h"
+#include "support/test_files.h"
 #include "support/virtual_clock.h"
 
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
+#include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <memory>
@@ -39,31 +44,58 @@ Step neverRead() {
     };
 }
 
-/// Lets the time pass, a second in every millisecond, for as long as it lives.
-class QuickTime {
+/// Whether one of this process's sockets is being connected.
+bool isConnecting() {
+    const std::vector<int> descriptors = openDescriptors();
+    return std::any_of(descriptors.begin(), descriptors.end(), [](int descriptor) {
+        sockaddr_in address{};
+        socklen_t size = sizeof address;
+        const bool hasPort =
+            ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size) == 0 &&
+            address.sin_family == AF_INET && address.sin_port != 0;
+        int listens = 0;
+        size = sizeof listens;
+        const bool isClient =
+            hasPort && ::getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listens, &size) == 0 &&
+            listens == 0;
+        size = sizeof address;
+        return isClient &&
+               ::getpeername(descriptor, reinterpret_cast<sockaddr*>(&address), &size) != 0 &&
+               errno == ENOTCONN;
+    });
+}
+
+/// Lets a little more time pass than the daemon bears, from when it has begun to connect.
+class WhileConnecting {
   public:
-    ~QuickTime() {
+    explicit WhileConnecting(const Scene& scene)
+        : passing_([this, &session = scene.session, limit = scene.silence] {
+              while (!over_ && !isConnecting()) {
+                  std::this_thread::sleep_for(1ms);
+              }
+              virtual_clock::advance(limit - 5s);
+              letWorkerTurn(session);
+              virtual_clock::advance(6s);
+          }) {}
+    WhileConnecting(const WhileConnecting&) = delete;
+    WhileConnecting& operator=(const WhileConnecting&) = delete;
+    ~WhileConnecting() {
         over_ = true;
         passing_.join();
     }
 
   private:
     std::atomic<bool> over_ = false;
-    std::thread passing_{[this] {
-        while (!over_) {
-            virtual_clock::advance(1s);
-            std::this_thread::sleep_for(1ms);
-        }
-    }};
+    std::thread passing_;
 };
 
 /// A server whose system answers no packet any more, as behind a firewall that drops them.
 Misdeed dropsPackets() {
-    const auto time = std::make_shared<std::unique_ptr<QuickTime>>();
+    const auto time = std::make_shared<std::unique_ptr<WhileConnecting>>();
     return {"DropsPackets", timedOut(),
             [time](const Scene& scene) {
                 scene.server.startDroppingPackets();
-                *time = std::make_unique<QuickTime>();
+                *time = std::make_unique<WhileConnecting>(scene);
             },
             [time](const Scene& scene) {
                 time->reset();
