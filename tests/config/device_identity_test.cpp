@@ -437,6 +437,15 @@ TEST_F(DeviceIdentityTest, EveryCallReadsTheFileAndAsksAnew) {
     EXPECT_THAT(server.requests(), SizeIs(2));
 }
 
+TEST_F(DeviceIdentityTest, EveryCallUsesTheSameConnection) {
+    server.on(agentConfigPath, {answer(200, goodAnswer), answer(404), answer(200, goodAnswer)});
+    identify(server.url());
+    EXPECT_EQ(resolve(), goodResult());
+    EXPECT_EQ(resolve(), std::nullopt);
+    EXPECT_EQ(resolve(), goodResult());
+    EXPECT_EQ(server.connectionCount(), 1U);
+}
+
 TEST_F(DeviceIdentityTest, NothingIsWrittenOrLogged) {
     EXPECT_EQ(resolvedFrom(closeAtOnce()), std::nullopt);
     EXPECT_EQ(resolvedFrom(answer(401, "no")), std::nullopt);

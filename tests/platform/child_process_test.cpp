@@ -148,8 +148,23 @@ TEST_F(ChildProcessTest, WhatCannotBeLaunchedHasNoOutput) {
     EXPECT_EQ(outputOf(tool, {}), std::nullopt);
 }
 
-TEST_F(ChildProcessTest, ADeviceIsNotLaunched) {
+TEST_F(ChildProcessTest, OnlyForARegularFileAProcessIsStarted) {
+    const fs::path tool = script("echo answer");
+    int launches = 0;
+    SystemCallHooks hooks;
+    hooks.refuse = [&](std::string_view call) {
+        launches += call == "posix_spawn" ? 1 : 0;
+        return 0;
+    };
+    const WithSystemCallHooks installed(hooks);
     EXPECT_EQ(outputOf("/dev/null", {}), std::nullopt);
+    EXPECT_EQ(outputOf(directory(), {}), std::nullopt);
+    EXPECT_EQ(outputOf(directory() / "missing", {}), std::nullopt);
+    EXPECT_EQ(launches, 0);
+#ifdef __linux__  // where the call is hooked
+    EXPECT_THAT(outputOf(tool, {}), Optional(std::string("answer\n")));
+    EXPECT_EQ(launches, 1);
+#endif
 }
 
 TEST_F(ChildProcessTest, AnInterpreterThatIsMissingCountsAsNotLaunched) {

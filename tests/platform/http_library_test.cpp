@@ -4,6 +4,7 @@
 #include "platform/http_session.h"
 #include "platform/paths.h"
 #include "platform/semaphore.h"
+#include "platform/system_calls.h"
 #include "support/allocation_limit.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
@@ -11,6 +12,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 #include <atomic>
 #include <chrono>
@@ -20,11 +22,13 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <vector>
 
 namespace orvane::test {
 
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::Optional;
 
 constexpr const char* failedInitialisation = "Failed initialization";
@@ -145,29 +149,73 @@ TEST_F(HttpLibraryTest, ConnectionsThatCouldNotBeDroppedAtOnceAreDroppedLater) {
     EXPECT_EQ(made, 5);
 }
 
-TEST_F(HttpLibraryTest, ACallThatDoesNotReturnIsCutOffFromItsServerWhenItsGraceIsOver) {
-    std::atomic<bool> hold = false;
-    Semaphore held(0);
-    Semaphore release(0);
+TEST_F(HttpLibraryTest, ASessionWithoutARequestDoesNotCallTheLibrary) {
+    int calls = 0;
     HttpLibraryHooks hooks;
-    hooks.refuseCall = [&](std::string_view name) {
-        if (name == "curl_multi_perform" && hold.exchange(false)) {
-            held.signal();
-            release.wait();
-        }
+    hooks.refuseCall = [&](std::string_view) {
+        ++calls;
         return false;
     };
     const WithHttpLibraryHooks installed(hooks);
-    Semaphore isGone(0);
-    server.on("/p", {[&](Connection& connection, const ReceivedRequest&) {
-                  hold = true;
-                  while (!connection.receive(1).empty()) {
-                  }
-                  isGone.signal();
-                  return false;
-              }});
-    HttpSession session(limits);
-    Exchange exchange(session, requestFor(server.url() + "/p"));
+    { const HttpSession session(limits); }
+    EXPECT_EQ(calls, 0);
+}
+
+/// A session whose library does not return from a call while `/held` is being answered.
+class HttpFloodTest : public HttpTest {
+  protected:
+    HttpFloodTest() {
+        server.on("/held", {[&](Connection& connection, const ReceivedRequest&) {
+                      hold_ = true;
+                      while (!connection.receive(1).empty()) {
+                      }
+                      isGone.signal();
+                      return false;
+                  }});
+    }
+
+    HttpLibraryHooks libraryHooks() {
+        HttpLibraryHooks hooks;
+        hooks.refuseCall = [this](std::string_view name) {
+            if (name == "curl_multi_perform" && hold_.exchange(false)) {
+                held.signal();
+                release.wait();
+            }
+            return false;
+        };
+        return hooks;
+    }
+
+    SystemCallHooks systemHooks() {
+        SystemCallHooks hooks;
+        hooks.shutdown = [this, caller = std::this_thread::get_id()](int socket) {
+            if (std::this_thread::get_id() == caller) {
+                linger atClose{};
+                socklen_t size = sizeof atClose;
+                (void)::getsockopt(socket, SOL_SOCKET, SO_LINGER, &atClose, &size);
+                cutOff.push_back(atClose.l_onoff != 0 && atClose.l_linger == 0 ? "reset" : "end");
+            }
+        };
+        return hooks;
+    }
+
+  private:
+    std::atomic<bool> hold_ = false;
+
+  protected:
+    Semaphore held{0};
+    Semaphore release{0};
+    Semaphore isGone{0};
+    /// What the server of each connection that was cut off by this thread gets to see.
+    std::vector<std::string> cutOff;
+    const WithHttpLibraryHooks withLibraryHooks{libraryHooks()};
+    const WithSystemCallHooks withSystemHooks{systemHooks()};
+    ScriptedServer server;
+    HttpSession session{limits};
+};
+
+TEST_F(HttpFloodTest, ACallThatDoesNotReturnIsCutOffFromItsServerWhenItsGraceIsOver) {
+    Exchange exchange(session, requestFor(server.url() + "/held"));
     held.wait();
     virtual_clock::advance(HttpSession::grace - std::chrono::seconds(1));
     session.endFlood();
@@ -177,6 +225,20 @@ TEST_F(HttpLibraryTest, ACallThatDoesNotReturnIsCutOffFromItsServerWhenItsGraceI
     EXPECT_TRUE(isGone.waitFor(std::chrono::seconds(20)));
     release.signal();
     EXPECT_THAT(exchange.result().error, Optional(std::string("The network connection was lost.")));
+}
+
+TEST_F(HttpFloodTest, OnlyConnectionsThatAreStillOpenAreCutOff) {
+    for (int i = 0; i < 3; ++i) {
+        server.on("/closed", {sendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")});
+        EXPECT_FALSE(fetch(session, server.url() + "/closed").error);
+    }
+    Exchange exchange(session, requestFor(server.url() + "/held"));
+    held.wait();
+    virtual_clock::advance(HttpSession::grace);
+    session.endFlood();
+    release.signal();
+    EXPECT_TRUE(exchange.result().error);
+    EXPECT_THAT(cutOff, ElementsAre("reset"));
 }
 
 TEST_F(HttpLibraryTest, ABodyThatMemoryHasNoRoomForEndsTheExchange) {

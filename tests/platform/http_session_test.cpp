@@ -4,6 +4,7 @@
 #include "platform/http_exchange.h"
 #include "support/in_child.h"
 #include "support/scripted_server.h"
+#include "support/virtual_clock.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -192,16 +193,21 @@ TEST_F(HttpSessionTest, ItsEndCompletesWhatHasNotEvenStarted) {
     }
 }
 
-TEST_F(HttpSessionTest, ASessionWithoutARequestEndsAtOnce) {
-    const HttpSession session(limits);
-}
-
 TEST_F(HttpSessionTest, SessionsDoNotShareConnections) {
     HttpSession one(limits);
     HttpSession other(limits);
     EXPECT_FALSE(fetch(one, server.url() + "/p").error);
     EXPECT_FALSE(fetch(other, server.url() + "/p").error);
     EXPECT_EQ(server.connectionCount(), 2U);
+}
+
+TEST_F(HttpSessionTest, EndingAFloodLeavesAnIdleSessionItsConnection) {
+    HttpSession session(limits);
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    virtual_clock::advance(2 * HttpSession::grace);
+    session.endFlood();
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    EXPECT_EQ(server.connectionCount(), 1U);
 }
 
 TEST_F(HttpSessionTest, TheSharedSessionIsAlwaysTheSame) {

@@ -26,6 +26,11 @@ struct SystemCallHooks {
     /// Called before the descriptor is closed; a result of -1 is returned behind that.
     std::function<std::optional<int>(int descriptor)> close;
     std::function<std::optional<int>()> waitpid;
+    /// Called before the socket is shut down.
+    std::function<void(int socket)> shutdown;
+    /// The address to take for a host name (Linux only), on any thread of the HTTP library's. An
+    /// absent one lets the system find it.
+    std::function<std::optional<std::string>(const std::string& host)> resolve;
     /// For calls without a hook of their own (Linux only): the error that the one of this name
     /// fails with, or 0.
     std::function<int(std::string_view name)> refuse;

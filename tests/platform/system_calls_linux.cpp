@@ -1,6 +1,7 @@
 #include "platform/system_calls.h"
 
 #include <fcntl.h>
+#include <netdb.h>
 #include <pthread.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -61,6 +62,8 @@ extern "C" int fsync(int descriptor) {
 extern "C" {
 
 using orvane::test::errorUnlessAccepted;
+using orvane::test::hooks;
+using orvane::test::realCall;
 using orvane::test::unlessRefused;
 
 int fchmod(int descriptor, mode_t mode) noexcept {
@@ -97,6 +100,20 @@ int pipe(int* ends) noexcept {
 
 int socket(int family, int type, int protocol) noexcept {
     return unlessRefused<int(int, int, int)>("socket", family, type, protocol);
+}
+
+int shutdown(int socket, int how) noexcept {
+    if (hooks != nullptr && hooks->shutdown) {
+        hooks->shutdown(socket);
+    }
+    return realCall<int(int, int)>("shutdown")(socket, how);
+}
+
+int getaddrinfo(const char* host, const char* service, const addrinfo* wanted, addrinfo** found) {
+    const auto address =
+        hooks != nullptr && hooks->resolve && host != nullptr ? hooks->resolve(host) : std::nullopt;
+    return realCall<decltype(getaddrinfo)>("getaddrinfo")(address ? address->c_str() : host,
+                                                          service, wanted, found);
 }
 
 int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <sys/param.h>
+#include <sys/socket.h>
 
 #include <array>
 #include <cstdarg>
@@ -29,4 +30,13 @@ extern "C" int fcntl(int descriptor, int command, ...) {
     va_end(rest);
     static auto* const real = orvane::test::realCall<int(int, int, ...)>("fcntl");
     return real(descriptor, command, argument);
+}
+
+extern "C" int shutdown(int socket, int how) {
+    using orvane::test::hooks;
+    if (hooks != nullptr && hooks->shutdown) {
+        hooks->shutdown(socket);
+    }
+    static auto* const real = orvane::test::realCall<int(int, int)>("shutdown");
+    return real(socket, how);
 }
