@@ -1,4 +1,5 @@
 // The daemon as it ships, with its fixed paths and its real clock, in a root directory of its own.
+#include "platform/semaphore.h"
 #include "process/private_root_test.h"
 #include "support/daemon_test.h"
 #include "support/scripted_server.h"
@@ -209,11 +210,18 @@ TEST_F(RealBinaryTest, LargePoliciesAreHandledInLittleMemoryAndLeaveNothingBehin
               {answer(200, policyOf(100, "v0")), answer(304),
                answer(200, policyOf(bodySize / 4, "v1")), answer(200, policyOf(bodySize / 2, "v2")),
                answer(200, policyOf(bodySize, "v3")), staySilent()});
-    server.on(effectivePath, std::vector<Step>(4, answer(404)));
+    server.on(effectivePath, std::vector<Step>(3, answer(404)));
+    Semaphore measured(0);
+    const auto waitForMeasurement = [&] { (void)measured.waitFor(std::chrono::seconds(20)); };
+    server.on(effectivePath, {after(waitForMeasurement, answer(404))});
     enrol(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(server.waitForRequests(4));
     const std::size_t before = process.residentKiB();
+    ASSERT_TRUE(server.waitForRequests(9));
+    // The effective fetch may last long; the policy is on disk by then.
+    EXPECT_LT(process.residentKiB(), before + kib);
+    measured.signal();
     ASSERT_TRUE(server.waitForRequests(10));
     EXPECT_LT(process.peakKiB(), before + 3 * bodySize / kib + 4 * kib);
     EXPECT_LT(process.residentKiB(), before + kib);
