@@ -6,7 +6,11 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
+#include <cstdlib>
+#include <ctime>
 #include <limits>
+#include <optional>
+#include <string>
 
 namespace orvane::test {
 
@@ -65,6 +69,39 @@ TEST(Iso8601Test, RoundingCarries) {
         SCOPED_TRACE(row.what);
         EXPECT_EQ(iso8601(row.sinceEpoch), row.text);
     }
+}
+
+// Puts the process in a time zone, for as long as it lives.
+class TimeZone {
+  public:
+    explicit TimeZone(const char* zone) {
+        if (const char* before = std::getenv("TZ"); before != nullptr) {
+            before_ = before;
+        }
+        set(zone);
+    }
+    ~TimeZone() { set(before_ ? before_->c_str() : nullptr); }
+    TimeZone(const TimeZone&) = delete;
+    TimeZone& operator=(const TimeZone&) = delete;
+
+  private:
+    static void set(const char* zone) {
+        (void)(zone == nullptr ? ::unsetenv("TZ") : ::setenv("TZ", zone, 1));
+        ::tzset();
+    }
+
+    std::optional<std::string> before_;
+};
+
+TEST(Iso8601Test, IsInUtcWhateverTheTimeZone) {
+    // Written out, so that it is the same on a machine without a time zone database.
+    const TimeZone behind("XYZ3:30");
+    const std::time_t epoch = 0;
+    std::tm local{};
+    ASSERT_NE(::localtime_r(&epoch, &local), nullptr);
+    ASSERT_EQ(local.tm_hour, 20);  // on the day before
+    EXPECT_EQ(iso8601(0s), "1970-01-01T00:00:00.000Z");
+    EXPECT_EQ(iso8601(1794813223s + 123ms), "2026-11-16T07:13:43.123Z");
 }
 
 TEST(WholeMillisecondsTest, CutsTowardZero) {
