@@ -126,6 +126,7 @@ class DemoTest(RunTest):
         self.wait_for_the_daemon()
         left = set(self.programs())
         process.kill()
+        process.wait()
         self.start()
         self.wait_for_the_daemon()
         self.assertEqual(left & set(self.programs()), set())
