@@ -53,7 +53,9 @@ class Url {
 /// base removed, then the path, which starts with "/".
 std::string joinedToApiBase(std::string_view apiUrl, std::string_view absolutePath);
 
-/// Whether `host` names this very machine: localhost and names below it, 127.0.0.0/8, ::1.
+/// Whether `host` is this very machine in any spelling that the system takes: localhost and names
+/// below it, with or without a final dot, 127.0.0.0/8, ::1, and the unspecified addresses, which
+/// lead here too. IPv4 addresses count as inet_aton(3) reads them and as mapped into IPv6.
 bool isLoopbackHost(std::string_view host);
 
 }  // namespace orvane

@@ -2,12 +2,13 @@
 #include "platform/url.h"
 
 #include <arpa/inet.h>
+#include <netinet/in.h>
 #include <uriparser/Uri.h>
 
 #include <algorithm>
-#include <array>
 #include <cctype>
-#include <cstdio>
+#include <cstdint>
+#include <cstring>
 
 namespace orvane {
 
@@ -72,6 +73,19 @@ void appendEncoded(std::string& query, std::string_view text) {
     }
 }
 
+bool leadsHere(in_addr address) {
+    constexpr std::uint32_t loopbackNet = 127;
+    const std::uint32_t number = ntohl(address.s_addr);
+    return number == INADDR_ANY || number >> 24U == loopbackNet;
+}
+
+bool leadsHere(const in6_addr& address) {
+    in_addr mapped{};
+    std::memcpy(&mapped, &address.s6_addr[sizeof address - sizeof mapped], sizeof mapped);
+    return IN6_IS_ADDR_LOOPBACK(&address) || IN6_IS_ADDR_UNSPECIFIED(&address) ||
+           (IN6_IS_ADDR_V4MAPPED(&address) && leadsHere(mapped));
+}
+
 }  // namespace
 
 std::optional<Url> Url::parse(std::string_view text) {
@@ -126,10 +140,15 @@ std::string joinedToApiBase(std::string_view apiUrl, std::string_view absolutePa
 }
 
 bool isLoopbackHost(std::string_view host) {
-    const std::string name = lowerCase(host);
-    std::array<unsigned char, 4> address{};
-    return name == "localhost" || name.ends_with(".localhost") || name == "::1" ||
-           (inet_pton(AF_INET, name.c_str(), address.data()) == 1 && address[0] == 127);
+    std::string name = lowerCase(host);
+    if (name.ends_with('.')) {
+        name.pop_back();
+    }
+    in_addr ipv4{};
+    in6_addr ipv6{};
+    return name == "localhost" || name.ends_with(".localhost") ||
+           (inet_aton(name.c_str(), &ipv4) != 0 && leadsHere(ipv4)) ||
+           (inet_pton(AF_INET6, name.c_str(), &ipv6) == 1 && leadsHere(ipv6));
 }
 
 }  // namespace orvane

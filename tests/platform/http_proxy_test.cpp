@@ -44,17 +44,20 @@ TEST_F(HttpProxyTest, ARequestToAnotherHostGoesThroughTheProxy) {
 TEST_F(HttpProxyTest, ARequestToThisMachineDoesNot) {
     ScriptedServer server;
     const std::string port = std::to_string(server.port());
-    for (const std::string& host : {"127.0.0.1"s, "localhost"s, "LOCALHOST"s}) {
+    for (const std::string& host :
+         {"127.0.0.1"s, "localhost"s, "LOCALHOST"s, "127.1"s, "2130706433"s, "0x7f.0.0.1"s,
+          "0.0.0.0"s, "[::ffff:127.0.0.1]"s, "[0:0:0:0:0:ffff:7f00:1]"s}) {
         SCOPED_TRACE(host);
         const auto result = fetch(session, "http://" + host + ":" + port + "/p");
         EXPECT_EQ(result.response.value().status, 404);
     }
-    EXPECT_EQ(server.requests().size(), 3U);
+    EXPECT_EQ(server.requests().size(), 9U);
     EXPECT_EQ(proxy.connectionCount(), 0U);
 }
 
 TEST_F(HttpProxyTest, ARequestToAnAddressOfThisMachineWithoutAServerDoesNotEither) {
-    for (const std::string& host : {"[::1]"s, "127.0.0.2"s, "tool.localhost"s, "A.B.LOCALHOST"s}) {
+    for (const std::string& host : {"[::1]"s, "[0:0:0:0:0:0:0:1]"s, "localhost."s, "127.0.0.2"s,
+                                    "tool.localhost"s, "A.B.LOCALHOST"s}) {
         SCOPED_TRACE(host);
         EXPECT_TRUE(fetch(session, "http://" + host + ":1/p").error);
     }

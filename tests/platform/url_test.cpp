@@ -342,17 +342,59 @@ TEST(AppendingPathTest, TheOriginalStaysAsItWas) {
 // --- Loopback
 
 TEST(IsLoopbackHostTest, ThisVeryMachine) {
-    for (const char* host : {"localhost", "LocalHost", "a.localhost", "A.B.LOCALHOST", "127.0.0.1",
-                             "127.0.0.0", "127.255.255.255", "127.1.2.3", "::1"}) {
+    for (const char* host : {"localhost",
+                             "LocalHost",
+                             "a.localhost",
+                             "A.B.LOCALHOST",
+                             "127.0.0.1",
+                             "127.0.0.0",
+                             "127.255.255.255",
+                             "127.1.2.3",
+                             "127.0.0.1.",
+                             "127.1",
+                             "127.0.1",
+                             "2130706433",
+                             "0x7f.0.0.1",
+                             "0x7F000001",
+                             "0177.0.0.1",
+                             "0.0.0.0",
+                             "0",
+                             "localhost.",
+                             "a.localhost.",
+                             "::1",
+                             "0:0:0:0:0:0:0:1",
+                             "0000:0000::0001",
+                             "::ffff:127.0.0.1",
+                             "::FFFF:7f01:203",
+                             "::"}) {
         EXPECT_TRUE(isLoopbackHost(host)) << host;
     }
 }
 
 TEST(IsLoopbackHostTest, OtherMachines) {
-    for (const char* host :
-         {"", "localhost.example", "xlocalhost", "localhos", "local", "126.0.0.1", "128.0.0.1",
-          "10.0.0.127", "127", "127.example", "127.0.0.1.example", "0.0.0.0", "::", "::2", "1::1",
-          "::127.0.0.1", "example.com"}) {
+    for (const char* host : {"",
+                             "localhost.example",
+                             "xlocalhost",
+                             "localhos",
+                             "local",
+                             "126.0.0.1",
+                             "128.0.0.1",
+                             "10.0.0.127",
+                             "127",
+                             "127.example",
+                             "127.0.0.1.example",
+                             "0.0.0.1",
+                             "2130706432.1",
+                             "3232235777",
+                             "::2",
+                             "1::1",
+                             "::127.0.0.1",
+                             "::ffff:10.0.0.1",
+                             "::fffe:127.0.0.1",
+                             ".",
+                             "..",
+                             "localhost..",
+                             "example.com"}) {
         EXPECT_FALSE(isLoopbackHost(host)) << host;
     }
 }
