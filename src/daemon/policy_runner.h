@@ -17,7 +17,8 @@ namespace orvane {
 ///
 /// All operations run on the thread that calls `run`, one after another; only the completions of
 /// HTTP requests run on the session's thread. Nothing fails outward: every operation handles its
-/// own failure and logs it. No state passes between turns but the files on disk.
+/// own failure and logs it. No state passes between turns but the files on disk and whether the tag
+/// is left out of the next poll.
 class PolicyRunner {
   public:
     using Profile = OrvaneConfig::Profile;
@@ -41,6 +42,11 @@ class PolicyRunner {
     /// One conditional long-poll with `profile`: sends it, blocks until it is over, records it,
     /// acts on its status, and derives the capture policy anew. A failure costs a sleep of
     /// `pollInterval` before this returns.
+    ///
+    /// The stored tag is sent with every poll but one: after a poll with a tag of more than 1,024
+    /// bytes that was refused as malformed or too large, or got no status, the next one goes
+    /// without. Otherwise a tag that something on the way does not take would keep every later
+    /// policy out.
     void pollOnce(const Profile& profile);
 
     /// What a 200 brings: the body is stored as it is, its "etag" in a file of its own, then the
@@ -72,6 +78,8 @@ class PolicyRunner {
     void applyCaptureFromLocalPolicy() const;
 
     static std::optional<std::string> cachedHardwareUuid;
+
+    bool leavesLongTagOut_ = false;  ///< in the next poll
 };
 
 }  // namespace orvane

@@ -10,7 +10,9 @@ namespace orvane {
 void PolicyRunner::pollOnce(const Profile& profile) {
     // Where the policy was about to be replaced there is none, and "unchanged" would bring none.
     const auto etag = wasCutOff(policyPath) ? std::nullopt : loadEtag();
-    const auto request = pollRequest(profile, etag, waitSeconds);
+    const bool hasLongTag = etag && isLongTag(*etag);
+    const bool leavesTagOut = hasLongTag && leavesLongTagOut_;
+    const auto request = pollRequest(profile, leavesTagOut ? std::nullopt : etag, waitSeconds);
     if (!request) {
         logger.error("Bad apiUrl in config: %{public}s", profile.apiUrl);
         clock::sleep(pollInterval);
@@ -26,6 +28,7 @@ void PolicyRunner::pollOnce(const Profile& profile) {
                 cells.body = std::move(result.response->body);
             }
         });
+    leavesLongTagOut_ = hasLongTag && !leavesTagOut && mayRefuseTag(answer.status);
     switch (outcomeOf(answer.status)) {
         case PollOutcome::unchanged:
             logger.debug("policy unchanged (etag=%{public}s)", etag.value_or("-"));

@@ -26,6 +26,15 @@ std::optional<HttpRequest> pollRequest(const OrvaneConfig::Profile& profile,
     return HttpRequest{url->withQuery(items), std::move(headers), std::nullopt};
 }
 
+bool isLongTag(const std::string& etag) {
+    constexpr std::size_t longestThatIsTaken = 1024;
+    return etag.size() > longestThatIsTaken;
+}
+
+bool mayRefuseTag(std::int64_t status) {
+    return status == 0 || status == 400 || status == 413 || status == 414 || status == 431;
+}
+
 PollOutcome outcomeOf(std::int64_t status) {
     switch (status) {
         case 200:

@@ -17,6 +17,13 @@ std::optional<HttpRequest> pollRequest(const OrvaneConfig::Profile& profile,
                                        const std::optional<std::string>& etag,
                                        std::int64_t waitSeconds);
 
+/// Whether `etag` is too long to be sure that a poll with it gets through. Shorter ones always do.
+bool isLongTag(const std::string& etag);
+
+/// Whether `status` is what a poll with a long tag ends with when something on the way does not
+/// take a header of that size: 400, 413, 414, 431, or 0 for none.
+bool mayRefuseTag(std::int64_t status);
+
 /// What a poll's status calls for.
 enum class PollOutcome {
     updated,     ///< 200: there is a policy to store

@@ -15,9 +15,10 @@
 
 namespace orvane::files {
 
-/// The largest file that `read` takes: far beyond any policy, far below what would hurt the
-/// machine.
-inline constexpr std::size_t sizeLimit = std::size_t{256} * 1024 * 1024;
+/// The largest file that `read` takes. It is that of an HTTP body (`HttpSession::bodyLimit`), for a
+/// policy is stored as it came, and fits into the service's memory limit of 256 MiB with what is
+/// made of it.
+inline constexpr std::size_t sizeLimit = std::size_t{100} * 1024 * 1024;
 
 /// The whole content of the regular file at `path`, links followed. Absent when it cannot be read,
 /// is not a regular file (a FIFO never blocks the caller) or is larger than `sizeLimit`.

@@ -64,8 +64,11 @@ struct HttpLimits {
 /// dropped, so that the next one resolves and connects anew.
 class HttpSession {
   public:
-    static constexpr std::size_t bodyLimit = std::size_t{256} * 1024 * 1024;
+    static constexpr std::size_t bodyLimit = std::size_t{100} * 1024 * 1024;
     static constexpr std::size_t headerLimit = std::size_t{1024} * 1024;
+    /// The longest value of a request header. Libraries have limits of their own, beyond which they
+    /// leave the header out, send nothing, or say that memory is short.
+    static constexpr std::size_t headerValueLimit = 65'536;
     /// How long one read may take.
     static constexpr std::chrono::seconds grace{5};
 
@@ -80,8 +83,8 @@ class HttpSession {
     /// called right here.
     ///
     /// A request that must not go on the wire completes with an error: a URL that is not http(s)
-    /// with a host ("unsupported URL"), a header value with a control character. May be called from
-    /// any thread but not from a completion.
+    /// with a host ("unsupported URL"), a header value with a control character or longer than
+    /// `headerValueLimit`. May be called from any thread but not from a completion.
     void send(HttpRequest request, HttpCompletion completion);
 
     /// How long after `send` a completion has been called at the latest, but for a flood.

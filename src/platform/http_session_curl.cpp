@@ -29,6 +29,9 @@ using std::chrono::milliseconds;
 constexpr const char* timedOut = "The request timed out.";
 constexpr const char* unsupportedUrl = "unsupported URL";
 
+static_assert(HttpSession::headerValueLimit == 65'536);
+constexpr const char* valueTooLong = "a header value is longer than 65536 bytes";
+
 // By number, for the headers of the oldest libraries we take have no name for them.
 constexpr auto protocolsByName = static_cast<CURLoption>(CURLOPTTYPE_STRINGPOINT + 318);
 constexpr auto quickExit = static_cast<CURLoption>(CURLOPTTYPE_LONG + 322);
@@ -151,10 +154,15 @@ class Transfer {
         if (!request_.url.isFetchable()) {
             return unsupportedUrl;
         }
-        const bool unsafe = std::any_of(
-            request_.headers.begin(), request_.headers.end(),
-            [](const HttpHeader& header) { return text::hasControlCharacter(header.value); });
-        return unsafe ? "a header value contains a control character" : nullptr;
+        for (const HttpHeader& header : request_.headers) {
+            if (text::hasControlCharacter(header.value)) {
+                return "a header value contains a control character";
+            }
+            if (header.value.size() > HttpSession::headerValueLimit) {
+                return valueTooLong;
+            }
+        }
+        return nullptr;
     }
 
     /// Takes `easy` and prepares it for the request. False when the library refused an option.

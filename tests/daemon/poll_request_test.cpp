@@ -55,6 +55,22 @@ TEST(PollRequestTest, ABaseThatDoesNotParseGivesNone) {
     }
 }
 
+TEST(PollRequestTest, ATagIsLongFrom1025BytesOn) {
+    EXPECT_FALSE(isLongTag(""));
+    EXPECT_FALSE(isLongTag(std::string(1024, 'x')));
+    EXPECT_TRUE(isLongTag(std::string(1025, 'x')));
+}
+
+TEST(PollRequestTest, OnlyARefusalForItsSizeOrFormOrNoStatusSpeaksAgainstTheTag) {
+    std::vector<std::int64_t> found;
+    for (std::int64_t status = 0; status < 1000; ++status) {
+        if (mayRefuseTag(status)) {
+            found.push_back(status);
+        }
+    }
+    EXPECT_THAT(found, ElementsAre(0, 400, 413, 414, 431));
+}
+
 TEST(PollOutcomeTest, EveryStatusHasItsMeaning) {
     for (std::int64_t status = 0; status < 1000; ++status) {
         const auto expected = status == 200                    ? PollOutcome::updated

@@ -116,6 +116,88 @@ TEST_F(PollTest, AStoredEtagWithALineBreakIsLeftOutAndThePollIsSent) {
     EXPECT_EQ(onlyPoll().header("X-Evil"), std::nullopt);
 }
 
+class LongTagTest : public PollTest {
+  protected:
+    void store(const std::string& etag) {
+        writeFile(orvane() / "policy-etag.json", R"({"etag":")" + etag + R"("})");
+    }
+
+    /// Polls once for each of `steps`; which of these polls carried a tag ("1") and which did not.
+    std::string pollsThatCarryATag(std::vector<Step> steps) {
+        const std::size_t before = server.requestsTo(pollPath).size();
+        const std::size_t count = steps.size();
+        server.on(pollPath, std::move(steps));
+        for (std::size_t i = 0; i < count; ++i) {
+            poll(server.url());
+        }
+        std::string carried;
+        const auto polls = server.requestsTo(pollPath);
+        for (std::size_t i = before; i < polls.size(); ++i) {
+            carried += polls[i].header("If-None-Match") ? '1' : '0';
+        }
+        return carried;
+    }
+
+    std::string longTag = std::string(1025, 'x');
+};
+
+TEST_F(LongTagTest, ARefusedOneIsLeftOutOfOnePollAfterTheUsualPause) {
+    for (const int status : {400, 413, 414, 431}) {
+        SCOPED_TRACE(status);
+        store(longTag);
+        EXPECT_EQ(pollsThatCarryATag({answer(status), answer(304), answer(304), answer(304)}),
+                  "1011");
+    }
+    EXPECT_THAT(virtual_clock::sleeps(), ElementsAre(60.0, 60.0, 60.0, 60.0));
+}
+
+TEST_F(LongTagTest, OneThatGetsNoAnswerIsLeftOutOfOnePoll) {
+    store(longTag);
+    EXPECT_EQ(pollsThatCarryATag({closeAtOnce(), answer(304), answer(304)}), "101");
+}
+
+TEST_F(LongTagTest, APollWithoutItThatFailsIsFollowedByOneWithIt) {
+    store(longTag);
+    EXPECT_EQ(pollsThatCarryATag({answer(400), answer(400), answer(431), answer(400)}), "1010");
+}
+
+TEST_F(LongTagTest, OtherAnswersDoNotSpeakAgainstIt) {
+    store(longTag);
+    EXPECT_EQ(pollsThatCarryATag({answer(304), answer(401), answer(403), answer(404), answer(500),
+                                  answer(503), answer(302), answer(200), answer(304)}),
+              "111111111");
+}
+
+TEST_F(LongTagTest, AShorterOneIsNeverLeftOut) {
+    store(std::string(1024, 'x'));
+    EXPECT_EQ(pollsThatCarryATag({closeAtOnce(), answer(431), answer(400), answer(304)}), "1111");
+}
+
+TEST_F(LongTagTest, AShorterOneThatIsStoredMeanwhileIsSent) {
+    store(longTag);
+    EXPECT_EQ(pollsThatCarryATag({answer(400)}), "1");
+    store("v2");
+    EXPECT_EQ(pollsThatCarryATag({answer(304)}), "1");
+}
+
+TEST_F(LongTagTest, ThePolicyThatComesWithoutItIsStored) {
+    store(longTag);
+    EXPECT_EQ(pollsThatCarryATag({answer(431), answer(200, R"({"etag":"v2"})"), answer(304)}),
+              "101");
+    EXPECT_EQ(server.requestsTo(pollPath).at(2).header("If-None-Match"), "\"v2\"");
+}
+
+TEST_F(LongTagTest, OneThatIsTooLongToBeSentAtAllBringsOnePollAMinuteAndNotMore) {
+    const std::string policy = R"({"etag":")" + std::string(100'000, 'x') + R"("})";
+    server.always(pollPath, answer(200, policy));
+    for (int i = 0; i < 5; ++i) {
+        poll(server.url());
+    }
+    EXPECT_THAT(server.requestsTo(pollPath), SizeIs(3));  // the first, the third, the fifth
+    EXPECT_THAT(virtual_clock::sleeps(), ElementsAre(60.0, 60.0));
+    EXPECT_THAT(activity().at(2)["error"], "a header value is longer than 65536 bytes");
+}
+
 TEST_F(PollTest, WithThePolicyLostInItsReplacementTheStoredEtagIsNotSent) {
     writeFile(orvane() / "policy-etag.json", R"({"etag":"v1"})");
     writeFile(orvane() / "policy.json.tmp", "the new policy");

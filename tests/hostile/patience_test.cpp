@@ -199,7 +199,7 @@ std::string gzipBomb(std::size_t size) {
     return bytes;
 }
 
-const Ending tooLarge{200, 0, "the response is larger than 268435456 bytes"};
+const Ending tooLarge{200, 0, "the response is larger than 104857600 bytes"};
 
 class HostileSizeTest : public HostileTurnTest {};
 

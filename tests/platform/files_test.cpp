@@ -159,8 +159,8 @@ TEST_F(FilesReadTest, AFileWithoutPermissionIsAbsent) {
               "absent");
 }
 
-TEST_F(FilesReadTest, TheLimitIsAQuarterOfAGigabyte) {
-    EXPECT_EQ(files::sizeLimit, 268'435'456U);
+TEST_F(FilesReadTest, TheLimitIsThatOfAnHttpBody) {
+    EXPECT_EQ(files::sizeLimit, 104'857'600U);
 }
 
 TEST_F(FilesReadTest, AFileOfTheLimitIsTakenOneByteMoreIsNot) {

@@ -340,7 +340,7 @@ TEST_F(HttpLimitsTest, WhatTheLibraryItselfTimesOutReadsTheSame) {
 // --- Size
 
 TEST_F(HttpLimitsTest, ABodyOfTheLimitIsTaken) {
-    EXPECT_EQ(HttpSession::bodyLimit, 268'435'456U);
+    EXPECT_EQ(HttpSession::bodyLimit, 104'857'600U);
     server.on("/p", {zeros(HttpSession::bodyLimit)});
     const auto result = fetch(session, server.url() + "/p");
     EXPECT_FALSE(result.error) << *result.error;
@@ -350,7 +350,7 @@ TEST_F(HttpLimitsTest, ABodyOfTheLimitIsTaken) {
 TEST_F(HttpLimitsTest, ALargerBodyEndsTheExchangeAndKeepsTheStatus) {
     server.on("/p", {zeros(HttpSession::bodyLimit + 1)});
     const auto result = fetch(session, server.url() + "/p");
-    EXPECT_THAT(result.error, Optional("the response is larger than 268435456 bytes"s));
+    EXPECT_THAT(result.error, Optional("the response is larger than 104857600 bytes"s));
     ASSERT_TRUE(result.response);
     EXPECT_EQ(result.response->status, 200);
     EXPECT_EQ(result.response->body, std::nullopt);

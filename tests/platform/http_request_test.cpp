@@ -141,6 +141,18 @@ TEST_F(HttpRequestTest, AControlCharacterInAHeaderValueEndsTheExchangeBeforeAnyC
     EXPECT_EQ(server.connectionCount(), 0U);
 }
 
+TEST_F(HttpRequestTest, AHeaderValueUpToTheLimitIsSentALongerOneIsNot) {
+    server.always("/p", answer(200));
+    std::string value(HttpSession::headerValueLimit, 'x');
+    EXPECT_EQ(resultWith({{"If-None-Match", value}}).error, std::nullopt);
+    EXPECT_THAT(server.requests().at(0).header("If-None-Match"), Optional(value));
+    value += 'x';
+    const auto result = resultWith({{"If-None-Match", value}});
+    EXPECT_FALSE(result.response);
+    EXPECT_THAT(result.error, Optional("a header value is longer than 65536 bytes"s));
+    EXPECT_EQ(server.requests().size(), 1U);
+}
+
 TEST_F(HttpRequestTest, ARefusedRequestLeavesTheSessionUsable) {
     (void)resultWith({{"X-Orv-Key", "\n"}});
     EXPECT_EQ(fetch(session, server.url() + "/p").response.value().status, 404);
