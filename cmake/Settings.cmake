@@ -47,7 +47,7 @@ if(ORVANE_SANITIZE)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND ORVANE_SANITIZE MATCHES address AND NOT ORVANE_FUZZ)
     # As a library, as GCC has it: what a test puts in the place of a system call can then hand on to
     # the sanitizer's own. (The fuzzer brings a C++ library that would be loaded before it.)
-    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.asan-x86_64.so
+    execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.asan-${CMAKE_SYSTEM_PROCESSOR}.so
       OUTPUT_VARIABLE runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
     cmake_path(GET runtime PARENT_PATH runtime)
     add_link_options(-shared-libasan -Wl,-rpath,${runtime})
