@@ -15,6 +15,24 @@ namespace fs = std::filesystem;
 
 namespace {
 
+std::vector<std::string> commandFor(const fs::path& program) {
+#ifdef ORVANE_EMULATOR
+    return {ORVANE_EMULATOR, program.string()};  // the kernel cannot run it
+#else
+    return {program.string()};
+#endif
+}
+
+/// As execve wants them. The strings have to outlive it.
+std::vector<char*> pointersTo(std::vector<std::string>& strings) {
+    std::vector<char*> pointers;
+    for (std::string& string : strings) {
+        pointers.push_back(string.data());
+    }
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
 [[noreturn]] void becomeDaemon(const DaemonSetup& setup) {
     constexpr int cannotStart = 127;
     (void)std::signal(SIGPIPE, SIG_DFL);  // a test program may ignore it
@@ -23,15 +41,11 @@ namespace {
     for (const auto& [name, value] : setup.environment) {
         variables.push_back(name + "=" + value);
     }
-    std::vector<char*> environment;
-    for (std::string& variable : variables) {
-        environment.push_back(variable.data());
-    }
-    environment.push_back(nullptr);
-    std::string name = setup.program.string();
-    char* const arguments[] = {name.data(), nullptr};
+    std::vector<std::string> command = commandFor(setup.program);
+    const std::vector<char*> environment = pointersTo(variables);
+    const std::vector<char*> arguments = pointersTo(command);
     if (log >= 0 && ::dup2(log, STDERR_FILENO) >= 0 && setup.prepare()) {
-        ::execve(setup.program.c_str(), arguments, environment.data());
+        ::execve(arguments.front(), arguments.data(), environment.data());
     }
     ::_exit(cannotStart);
 }
