@@ -37,7 +37,8 @@ std::optional<json> parseObject(std::string_view text) {
     if (!value.is_object() || deepest > maxDepth) {
         return std::nullopt;
     }
-    return value;
+    // By its name: a json converts to nearly everything, an optional included.
+    return std::make_optional(std::move(value));
 }
 
 std::string guardConfigOf(const json& policy) {
