@@ -65,7 +65,8 @@ struct HttpLimits {
 class HttpSession {
   public:
     static constexpr std::size_t bodyLimit = std::size_t{100} * 1024 * 1024;
-    static constexpr std::size_t headerLimit = std::size_t{1024} * 1024;
+    /// Below the limits of all versions of the library.
+    static constexpr std::size_t headerLimit = std::size_t{256} * 1024;
     /// The longest value of a request header. Libraries have limits of their own, beyond which they
     /// leave the header out, send nothing, or say that memory is short.
     static constexpr std::size_t headerValueLimit = 65'536;

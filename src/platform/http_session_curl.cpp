@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <charconv>
 #include <climits>
 #include <deque>
 #include <filesystem>
@@ -28,6 +29,7 @@ using std::chrono::milliseconds;
 
 constexpr const char* timedOut = "The request timed out.";
 constexpr const char* unsupportedUrl = "unsupported URL";
+constexpr const char* noStatusLine = "the response does not start with a valid HTTP status line";
 
 static_assert(HttpSession::headerValueLimit == 65'536);
 constexpr const char* valueTooLong = "a header value is longer than 65536 bytes";
@@ -86,6 +88,20 @@ bool hasHashedCertificates(const std::filesystem::path& directory) {
         }
     }
     return false;
+}
+
+/// The status in a status line: three digits behind the version, then a space or the end of the
+/// line. 0 for any other line; libraries read "2000" as 200, as 2000 or not at all.
+long statusOf(std::string_view line) {
+    constexpr std::size_t digits = 3;
+    const std::size_t start = line.find(' ') + 1;
+    const std::size_t end = std::min(line.find_first_not_of("0123456789", start), line.size());
+    const bool isNumber = end == line.size() || line.find_first_of(" \r\n", end) == end;
+    long status = 0;
+    if (isNumber && end - start == digits) {
+        (void)std::from_chars(line.data() + start, line.data() + end, status);
+    }
+    return status;
 }
 
 /// The connections that are open, for whoever has to cut them off while the library is busy with
@@ -207,9 +223,7 @@ class Transfer {
             result.error = ownError != nullptr ? ownError : errorText(code);
         }
         if (headerComplete_) {
-            long status = 0;
-            (void)curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
-            result.response = HttpResponse{status, std::nullopt};
+            result.response = HttpResponse{status_, std::nullopt};
             if (!result.error) {
                 result.response->body = std::move(body_);
             }
@@ -293,6 +307,13 @@ class Transfer {
             return "the header of the response is larger than " +
                    std::to_string(HttpSession::headerLimit) + " bytes";
         }
+        // Libraries differ in which lines they refuse themselves, and in what they say then.
+        // Nothing else makes them say that they do not support a protocol: refusal() has seen the
+        // URL's.
+        if (hasMalformedStatus() || code == CURLE_UNSUPPORTED_PROTOCOL ||
+            (code == CURLE_WEIRD_SERVER_REPLY && atStatusLine_)) {
+            return noStatusLine;
+        }
         switch (code) {
             case CURLE_OPERATION_TIMEDOUT:
                 return timedOut;
@@ -354,22 +375,28 @@ class Transfer {
 
     static std::size_t takeHeader(const char* data, std::size_t size, std::size_t count,
                                   void* self) {
-        auto& transfer = *static_cast<Transfer*>(self);
-        transfer.touch();
-        const std::string_view line(data, size * count);
-        transfer.headerBytes_ += line.size();
-        if (transfer.headerBytes_ > HttpSession::headerLimit) {
-            return 0;  // the library keeps every line, and has no limit of its own for trailers
-        }
-        long status = 0;
-        (void)curl_easy_getinfo(transfer.easy_.get(), CURLINFO_RESPONSE_CODE, &status);
-        // The blank line behind an interim response (1xx) is not the end of the header. The library
-        // takes more than three digits where the server says "HTTP/2": that is no status.
-        if (status >= 200 && status <= 999 && (line == "\r\n" || line == "\n")) {
-            transfer.headerComplete_ = true;
-        }
-        return line.size();
+        const bool taken = static_cast<Transfer*>(self)->addHeaderLine({data, size * count});
+        return taken ? size * count : 0;
     }
+
+    /// False when it ends the exchange.
+    bool addHeaderLine(std::string_view line) {
+        touch();
+        headerBytes_ += line.size();
+        if (std::exchange(atStatusLine_, false)) {
+            status_ = statusOf(line);
+        }
+        if (line == "\r\n" || line == "\n") {
+            // What ends an interim response (1xx) is not the end of the header.
+            constexpr long firstFinal = 200;
+            atStatusLine_ = status_ < firstFinal;
+            headerComplete_ = !atStatusLine_;
+        }
+        // The library keeps every line, and some versions have no limit for trailers.
+        return headerBytes_ <= HttpSession::headerLimit && !hasMalformedStatus();
+    }
+
+    [[nodiscard]] bool hasMalformedStatus() const { return status_ == 0 && !atStatusLine_; }
 
     /// Sees bytes that have not come out of decompression yet.
     static int noteProgress(void* self, curl_off_t /*downloadTotal*/, curl_off_t downloaded,
@@ -392,6 +419,8 @@ class Transfer {
     std::string body_;
     curl_off_t bytesSeen_ = 0;
     std::size_t headerBytes_ = 0;
+    bool atStatusLine_ = true;  ///< what comes next is the first line of a header
+    long status_ = 0;
     bool headerComplete_ = false;
     bool tooLarge_ = false;
     EasyHandle easy_;  ///< last, so that it goes before what it points to

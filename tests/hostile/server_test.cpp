@@ -1,5 +1,6 @@
 // A server that breaks the rules of HTTP, on every endpoint.
 #include "hostile/hostile_turn.h"
+#include "support/http_library.h"
 #include "support/virtual_clock.h"
 
 #include <gtest/gtest.h>
@@ -102,43 +103,51 @@ std::string noise(std::size_t size) {
     return bytes;
 }
 
+Ending notHttp() {
+    return {0, 0, "the response does not start with a valid HTTP status line"};
+}
+
 const std::vector<Misdeed> garbage{
-    sends("Noise", failed(), noise(100'000)),
-    sends("NothingButNuls", failed(), std::string(100'000, '\0')),
-    sends("NothingButLineEnds", failed(), std::string(1000, '\n')),
-    sends("AnotherProtocol", failed(), "SSH-2.0-OpenSSH_9.2p1\r\n"),
-    sends("TlsInstead", failed(), "\x16\x03\x03\x00\x7a\x02\x00\x00\x76\x03\x03"s + noise(100)),
-    sends("Http2Instead", failed(), "\x00\x00\x00\x04\x00\x00\x00\x00\x00"s),
-    sends("Http09", failed(), R"({"etag":"evil"})"),
-    sends("HttpOfTheFuture", failed(), "HTTP/9.9 200 OK\r\nContent-Length: 2\r\n\r\n{}"),
-    sends("AStatusThatIsNoNumber", failed(), "HTTP/1.1 abc OK\r\nContent-Length: 2\r\n\r\n{}"),
-    sends("AStatusOfFourDigits", failed(), "HTTP/1.1 2000 OK\r\nContent-Length: 2\r\n\r\n{}"),
-    sends("ANegativeStatus", failed(), "HTTP/1.1 -20 OK\r\nContent-Length: 2\r\n\r\n{}"),
+    sends("Noise", notHttp(), noise(100'000)),
+    sends("NothingButNuls", notHttp(), std::string(100'000, '\0')),
+    sends("NothingButLineEnds", notHttp(), std::string(1000, '\n')),
+    sends("AnotherProtocol", notHttp(), "SSH-2.0-OpenSSH_9.2p1\r\n"),
+    sends("TlsInstead", notHttp(), "\x16\x03\x03\x00\x7a\x02\x00\x00\x76\x03\x03"s + noise(100)),
+    sends("Http2Instead", notHttp(), "\x00\x00\x00\x04\x00\x00\x00\x00\x00"s),
+    sends("Http09", notHttp(), R"({"etag":"evil"})"),
+    sends("HttpOfTheFuture", notHttp(), "HTTP/9.9 200 OK\r\nContent-Length: 2\r\n\r\n{}"),
+    sends("AStatusThatIsNoNumber", notHttp(), "HTTP/1.1 abc OK\r\nContent-Length: 2\r\n\r\n{}"),
+    sends("AStatusOfFourDigits", notHttp(), "HTTP/1.1 2000 OK\r\nContent-Length: 2\r\n\r\n{}"),
+    sends("AStatusOfSixDigits", notHttp(), "HTTP/2 200401 OK\r\nContent-Length: 2\r\n\r\n{}"),
+    sends("ANegativeStatus", notHttp(), "HTTP/1.1 -20 OK\r\nContent-Length: 2\r\n\r\n{}"),
     sends("AHeaderLineWithoutColon", failed(), "HTTP/1.1 200 OK\r\nnonsense\r\n\r\n{"),
     sends("ANulInTheHeader", failed(), "HTTP/1.1 200 OK\r\nX: a\0b\r\n\r\n{"s),
-    sends("TheRequestSentBack", failed(), "GET / HTTP/1.1\r\nHost: x\r\n\r\n"),
+    sends("TheRequestSentBack", notHttp(), "GET / HTTP/1.1\r\nHost: x\r\n\r\n"),
 };
 INSTANTIATE_TEST_SUITE_P(Garbage, HostileServerTest, onEveryEndpoint(garbage), nameOf);
 
 // --- Too much of everything
 
 const std::string megabyteLine = "X: " + std::string(1'000'000, 'x') + "\r\n";
-const std::string manyLines = repeated("X-Flood: 0123456789\r\n", 1000);
+// Newer libraries take no more than 5,000 lines, in other words than the daemon's own.
+const std::string manyLines = repeated("X-Flood: " + std::string(100, 'x') + "\r\n", 1000);
 const std::string manyHints =
     repeated("HTTP/1.1 103 Early Hints\r\nLink: </x>; rel=preload\r\n\r\n", 1000);
 const std::string noLineEnd(65536, 'x');
 
+Ending tooLargeAHeader(int status = 0) {
+    return {status, 0, "the header of the response is larger than 262144 bytes"};
+}
+
 const std::vector<Misdeed> floods{
-    onRequest("HeaderFlood", failed(), flood("HTTP/1.1 200 OK\r\n", manyLines)),
+    onRequest("HeaderFlood", tooLargeAHeader(), flood("HTTP/1.1 200 OK\r\n", manyLines)),
     onRequest("InterimFlood", failed(), flood("", repeated("HTTP/1.1 100 Continue\r\n\r\n", 1000))),
     onRequest("InterimFloodWithHeaders", failed(), flood("", manyHints)),
     sends("AHeaderLineOfAMegabyte", failed(), "HTTP/1.1 200 OK\r\n" + megabyteLine + "\r\n"),
     sends("AStatusLineOfAMegabyte", failed(), "HTTP/1.1 200 " + megabyteLine + "\r\n"),
     onRequest("AHeaderLineWithoutEnd", failed(), flood("HTTP/1.1 200 OK\r\nX: ", noLineEnd)),
     onRequest("AChunkExtensionWithoutEnd", timedOut(200), flood(okChunked + "1;x="s, noLineEnd)),
-    onRequest("TrailersWithoutEnd",
-              {200, 0, "the header of the response is larger than 1048576 bytes"},
-              flood(okChunked + "0\r\n"s, manyLines)),
+    onRequest("TrailersWithoutEnd", tooLargeAHeader(200), flood(okChunked + "0\r\n"s, manyLines)),
 };
 INSTANTIATE_TEST_SUITE_P(Floods, HostileServerTest, onEveryEndpoint(floods), nameOf);
 
@@ -153,7 +162,7 @@ const std::vector<Misdeed> lengths{
           "HTTP/1.1 200 OK\r\nContent-Length: 9000000000000000000\r\n\r\n{}"),
     sends("TooLongALength", lost(200), "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\n{}"),
     sends("TooShortALength", answered(200, 1), "HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n{}"),
-    sends("TwoLengths", lost(200),
+    sends("TwoLengths", http_library::refusesTwoLengths() ? failed() : lost(200),
           "HTTP/1.1 200 OK\r\nContent-Length: 1\r\nContent-Length: 20\r\n\r\n{}"),
     sends("NoLengthAndHalfABody", answered(200, 8), "HTTP/1.1 200 OK\r\n\r\n{\"etag\":"),
     sends("LengthAndChunks", answered(200, 3),

@@ -1,6 +1,7 @@
 // Whoever cannot prove to be the server gets not one byte of a credential, on every endpoint.
 #include "hostile/hostile_turn.h"
 #include "platform/paths.h"
+#include "support/http_library.h"
 #include "support/test_ca.h"
 
 #include <gmock/gmock.h>
@@ -151,8 +152,9 @@ const std::vector<Misdeed> cuts{
     cutsBehind("Header", failed(200), "HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\n"),
     cutsBehind("HalfABody", failed(200),
                "HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\n{\"etag\":\"x\"}"),
-    // The library takes this for an end. What came so far cannot be a JSON object, though.
-    cutsBehind("HalfABodyWithoutLength", answered(200, 11),
+    // Where the library takes this for an end, what came so far cannot be a JSON object.
+    cutsBehind("HalfABodyWithoutLength",
+               http_library::tellsACutFromAnEnd() ? lost(200) : answered(200, 11),
                "HTTP/1.1 200 OK\r\n\r\n{\"etag\":\"x\""),
 };
 INSTANTIATE_TEST_SUITE_P(Cut, HostileTlsEndTest, onEveryEndpoint(cuts), nameOf);

@@ -130,9 +130,11 @@ class HttpTrickleTest : public HttpLimitsTest {
 
 TEST_F(HttpTrickleTest, EveryHeaderLineRestartsTheInactivityLimit) {
     Exchange exchange = start();
-    trickle({"HTTP/1.1 200 OK\r\n", "A: b\r\n", "Content-Length: 4\r\n"});
+    // Each with the first byte of the next one: from 8.18 on, the library waits for it, since a
+    // line may be continued.
+    trickle({"HTTP/1.1 200 OK\r\nA", ": b\r\nC", "ontent-Length: 4\r\nX"});
     EXPECT_FALSE(exchange.isComplete());
-    puppet.send("\r\nbody");
+    puppet.send(": y\r\n\r\nbody");
     EXPECT_THAT(exchange.result().response.value().body, Optional("body"s));
 }
 
@@ -378,8 +380,7 @@ TEST_F(HttpLimitsTest, TrailersUpToTheHeadersLimitAreTakenMoreEndTheExchange) {
     EXPECT_EQ(taken.error, std::nullopt);
     EXPECT_THAT(taken.response.value().body, Optional("body"s));
     const auto refused = answerTo(answerWithHeaderOf(HttpSession::headerLimit + 1) + "\r\n");
-    EXPECT_THAT(refused.error,
-                Optional("the header of the response is larger than 1048576 bytes"s));
+    EXPECT_THAT(refused.error, Optional("the header of the response is larger than 262144 bytes"s));
     EXPECT_EQ(refused.response.value().status, 200);
     EXPECT_EQ(refused.response.value().body, std::nullopt);
     const auto lost = answerTo(answerWithHeaderOf(HttpSession::headerLimit));

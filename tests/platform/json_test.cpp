@@ -245,7 +245,7 @@ TEST(JsonReadingTest, MalformedNumbersAreRefused) {
 TEST(JsonReadingTest, ANumberBeyondADoubleRefusesTheWholeText) {
     for (const std::string& number :
          {"1e999"s, "-1e999"s, "1e309"s, "1.8e308"s, "123123e100000"s, "1e99999999999999999999"s,
-          "1e-99999999999999999999"s, std::string(400, '9'), std::string(400, '9') + ".5"}) {
+          std::string(400, '9'), std::string(400, '9') + ".5"}) {
         EXPECT_FALSE(isReadable(R"({"a":"x","b":)" + number + "}")) << number;
     }
 }

@@ -1,0 +1,27 @@
+// Where versions of the HTTP library differ in what a test can see and the daemon cannot help.
+#pragma once
+
+#include <curl/curl.h>
+
+namespace orvane::test::http_library {
+
+inline bool isAtLeast(unsigned int major, unsigned int minor, unsigned int patch) {
+    return curl_version_info(CURLVERSION_NOW)->version_num >= (major << 16U | minor << 8U | patch);
+}
+
+/// A TLS connection that is cut is not the end of a body without a length: it is lost.
+inline bool tellsACutFromAnEnd() {
+    return isAtLeast(8, 14, 1);
+}
+
+/// Two lengths that contradict each other are an error in the header. Before that, the last counts.
+inline bool refusesTwoLengths() {
+    return isAtLeast(8, 17, 0);
+}
+
+/// Escapes in a URL's path are sent in upper case ("%7E" for "%7e"), which means the same.
+inline bool sendsEscapesInUpperCase() {
+    return isAtLeast(8, 20, 0);
+}
+
+}  // namespace orvane::test::http_library
