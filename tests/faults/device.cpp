@@ -102,7 +102,11 @@ std::vector<Call> Device::turn(int version, const std::vector<std::string>& inje
         waitUntil([&] { return hasPolledAgain() || !daemon_->isRunning() || looksForProfile(); });
     strace.detach();
     if (!over) {
-        throw std::runtime_error("the turn does not end");
+        std::string message = "the turn does not end";
+        for (const std::string& injection : injections) {
+            message += "; " + injection;
+        }
+        throw std::runtime_error(message);
     }
     return strace.calls();
 }
