@@ -152,6 +152,13 @@ TEST_F(ActivityLogTest, AFileThatIsRenamedAwayIsStartedAfresh) {
     EXPECT_EQ(content(), line("", R"("summary":"2",)"));
 }
 
+TEST_F(ActivityLogTest, ADirectoryThatIsRemovedIsMadeAgain) {
+    record("1");
+    fs::remove_all(directory());
+    record("2");
+    EXPECT_EQ(content(), line("", R"("summary":"2",)"));
+}
+
 TEST_F(ActivityLogTest, DirectoryAndFileGetTheMasksMode) {
     const mode_t former = ::umask(0027);
     record();

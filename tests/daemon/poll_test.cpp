@@ -103,6 +103,12 @@ TEST_F(PollTest, TheStoredEtagIsSentInDoubleQuotes) {
     EXPECT_EQ(onlyPoll().header("If-None-Match"), "\"abc\"");
 }
 
+TEST_F(PollTest, QuotesOfTheStoredEtagItselfAreSentAsPartOfIt) {
+    writeFile(orvane() / "policy-etag.json", R"({"etag":"\"abc\""})");
+    pollAnswered({answer(304)});
+    EXPECT_EQ(onlyPoll().header("If-None-Match"), R"(""abc"")");
+}
+
 TEST_F(PollTest, AnEmptyStoredEtagIsSentAsEmptyQuotes) {
     writeFile(orvane() / "policy-etag.json", R"({"etag":""})");
     pollAnswered({answer(304)});

@@ -153,6 +153,16 @@ TEST_F(StandardDescriptorsTest, TheNullDeviceCanBeReadAndWritten) {
               "01");
 }
 
+TEST_F(StandardDescriptorsTest, TheNullDeviceIsInheritedByChildren) {
+    EXPECT_EQ(inChild([] {
+                  ::close(0);
+                  ::close(2);
+                  occupyStandardDescriptors();
+                  return std::to_string(::fcntl(0, F_GETFD)) + std::to_string(::fcntl(2, F_GETFD));
+              }),
+              "00");
+}
+
 }  // namespace
 
 }  // namespace orvane::test

@@ -506,8 +506,10 @@ std::error_code replaceOld(const fs::path& path, const SystemCallHooks& hooks) {
 }
 
 TEST_F(FilesWriteAtomicallyTest, AFailedFlushLeavesTheOldFileAndNoScratch) {
+    // The system reports a lost write once: a second flush would succeed.
+    int flushes = 0;
     SystemCallHooks hooks;
-    hooks.flush = [](int) { return std::optional(failWith(EIO)); };
+    hooks.flush = [&](int) { return ++flushes == 1 ? std::optional(failWith(EIO)) : std::nullopt; };
     EXPECT_EQ(codeOf(replaceOld(at("f"), hooks)), EIO);
     EXPECT_EQ(readFile(at("f")), "old");
     EXPECT_THAT(names(), ElementsAre("f"));
@@ -563,6 +565,22 @@ TEST_F(FilesWriteAtomicallyTest, ShortAndInterruptedCallsAreContinued) {
     EXPECT_FALSE(replaceOld(at("f"), hooks));
     EXPECT_EQ(readFile(at("f")), "new");
     EXPECT_EQ(writes, 3);
+}
+
+TEST_F(FilesWriteAtomicallyTest, AnInterruptedCloseIsNotMadeAgain) {
+    // It has closed, and the number may be that of another file by now.
+    int interrupted = 0;
+    int madeAgain = 0;
+    SystemCallHooks hooks;
+    hooks.close = [&](int descriptor) {
+        const bool isOpen = !pathOf(descriptor).empty();
+        ++(isOpen ? interrupted : madeAgain);
+        return isOpen ? std::optional(failWith(EINTR)) : std::nullopt;
+    };
+    EXPECT_FALSE(replaceOld(at("f"), hooks));
+    EXPECT_EQ(readFile(at("f")), "new");
+    EXPECT_GT(interrupted, 0);
+    EXPECT_EQ(madeAgain, 0);
 }
 
 TEST_F(FilesWriteAtomicallyTest, AnUnflushableDirectoryIsAnErrorUnlessItsFileSystemCannotFlushAny) {
@@ -777,6 +795,18 @@ TEST_F(FilesAppendLineTest, ALineOfWhichNothingWasWrittenIsNotEnded) {
     const WithSystemCallHooks installed(hooks);
     EXPECT_TRUE(files::appendLine(at("f"), "line"));
     EXPECT_EQ(readFile(at("f")), "old\n");
+}
+
+TEST_F(FilesAppendLineTest, AFullFifoIsNotTriedAgain) {
+    writeFile(at("f"), "old\n");
+    int writes = 0;
+    SystemCallHooks hooks;
+    hooks.write = [&](int, std::size_t&) {
+        return ++writes == 1 ? std::optional<ssize_t>(failWith(EAGAIN)) : std::nullopt;
+    };
+    const WithSystemCallHooks installed(hooks);
+    EXPECT_TRUE(files::appendLine(at("f"), "line"));
+    EXPECT_EQ(writes, 1);
 }
 
 TEST_F(FilesAppendLineTest, ShortAndInterruptedWritesAreContinued) {

@@ -254,6 +254,16 @@ TEST_F(HttpLimitsTest, TheNextRequestAfterATimeoutUsesANewConnection) {
     EXPECT_EQ(server.connectionCount(), 2U);
 }
 
+TEST_F(HttpLimitsTest, ATimeoutDropsEveryConnection) {
+    ScriptedServer other;
+    EXPECT_FALSE(fetch(session, other.url() + "/p").error);
+    Exchange exchange = start();
+    advance(330s);
+    EXPECT_TRUE(exchange.isComplete());
+    EXPECT_FALSE(fetch(session, other.url() + "/p").error);
+    EXPECT_EQ(other.connectionCount(), 2U);
+}
+
 TEST_F(HttpLimitsTest, TheWorkerWakesUpForADeadlineByItself) {
     Exchange exchange = start();
     virtual_clock::advance(330s);

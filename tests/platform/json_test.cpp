@@ -418,6 +418,10 @@ TEST(JsonMembersTest, AnEscapedKeyIsTheSameKey) {
     EXPECT_THAT(stringAtA(R"({"\u0061":"x"})"), Optional("x"s));
 }
 
+TEST(JsonMembersTest, AnEscapedKeyThatNobodyAskedForDoesNotSpoilTheNext) {
+    EXPECT_THAT(stringAtA(R"({"other":{"b\u0062":1},"a":"x"})"), Optional("x"s));
+}
+
 TEST(JsonMembersTest, TheFirstOfTwoMembersOfOneNameCounts) {
     const struct {
         const char* text;

@@ -110,6 +110,32 @@ TEST(SemaphoreTest, ASignalReleasesTheWaiterWithALimit) {
     waiter.join();
 }
 
+TEST(SemaphoreTest, TwoSignalsInARowReleaseTwoWaiters) {
+    std::atomic<bool> tooLate = false;
+    // Whether both waiters are asleep by then is up to the scheduler.
+    for (int round = 0; round < 200 && !tooLate; ++round) {
+        Semaphore asleep(0);
+        Semaphore ready(0);
+        const auto waitForASignal = [&] {
+            asleep.signal();
+            const auto start = std::chrono::steady_clock::now();
+            EXPECT_TRUE(ready.waitFor(20s));
+            if (std::chrono::steady_clock::now() - start >= 10s) {
+                tooLate = true;
+            }
+        };
+        std::thread first(waitForASignal);
+        std::thread second(waitForASignal);
+        asleep.wait();
+        asleep.wait();
+        ready.signal();
+        ready.signal();
+        first.join();
+        second.join();
+    }
+    EXPECT_FALSE(tooLate);
+}
+
 TEST(SemaphoreTest, EverySignalReleasesOneOfManyWaiters) {
     constexpr int threadCount = 8;
     constexpr int rounds = 500;
