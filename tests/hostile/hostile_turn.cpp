@@ -128,9 +128,7 @@ StepFor stall(std::string head, Step rest) {
         return [head, rest, &session = scene.session, limit = scene.silence](
                    Connection& connection, const ReceivedRequest& request) {
             (void)connection.send(head);
-            for (int i = 0; i < 3; ++i) {
-                letWorkerTurn(session);  // the library may take more than one to hand it all out
-            }
+            letWorkerTakeIn(session);
             virtual_clock::advance(limit - 5s);
             letWorkerTurn(session);
             virtual_clock::advance(6s);

@@ -149,9 +149,7 @@ Misdeed floodsBehindAHeaderWith(std::string name, Ending ending, const std::stri
         return
             [=, &session = scene.session](Connection& connection, const ReceivedRequest& request) {
                 (void)connection.send(okHeader);
-                for (int i = 0; i < 3; ++i) {
-                    letWorkerTurn(session);
-                }
+                letWorkerTakeIn(session);
                 return flood("", repeated(part, 1000), 1U << 20U)(connection, request);
             };
     });

@@ -5,7 +5,6 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -15,7 +14,6 @@
 namespace orvane::test {
 namespace {
 
-using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 class HostileServerTest : public HostileTurnTest {};
@@ -44,17 +42,15 @@ Misdeed sends(std::string name, Ending ending, std::string bytes) {
 }
 
 /// Sends `bytes`, then resets the connection.
-Step sendAndReset(const std::string& bytes) {
-    return [=](Connection& connection, const ReceivedRequest&) {
-        (void)connection.send(bytes);
-        (void)connection.pause(50ms);  // a reset may overtake what was sent
-        connection.reset();
-        return false;
-    };
-}
-
 Misdeed resets(std::string name, Ending ending, const std::string& bytes) {
-    return onRequest(std::move(name), std::move(ending), sendAndReset(bytes));
+    return onRequest(std::move(name), std::move(ending), [=](const Scene& scene) {
+        return [=, &session = scene.session](Connection& connection, const ReceivedRequest&) {
+            (void)connection.send(bytes);
+            letWorkerTakeIn(session);  // a reset may overtake what was sent
+            connection.reset();
+            return false;
+        };
+    });
 }
 
 StepFor always(Step step) {

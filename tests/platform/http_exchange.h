@@ -45,6 +45,9 @@ HttpResult fetch(HttpSession& session, const std::string& url);
 /// Returns when the session's thread has looked at all sockets and deadlines after this was called.
 void letWorkerTurn(HttpSession& session);
 
+/// Returns when the session has taken in what was sent to it before this was called.
+void letWorkerTakeIn(HttpSession& session);
+
 /// Answers with `size` zero bytes, chunked.
 Step zeros(std::size_t size);
 
