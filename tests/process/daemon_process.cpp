@@ -53,7 +53,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& strings) {
 }  // namespace
 
 bool waitUntil(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     // What comes soon is noticed soon.
     constexpr std::chrono::microseconds longestPause(5000);
     for (std::chrono::microseconds pause(250); !condition();

@@ -40,7 +40,7 @@ class DaemonProcess {
 
     [[nodiscard]] std::vector<LoggedMessage> messages() const;
     [[nodiscard]] std::vector<std::string> logLines() const;
-    /// Blocks until a logged text contains `part`, at most 20 s.
+    /// Blocks until a logged text contains `part`, at most 60 s.
     [[nodiscard]] bool waitForLog(const std::string& part) const;
 
     // What the system knows of it:
@@ -62,7 +62,7 @@ class DaemonProcess {
     std::optional<int> status_;
 };
 
-/// Blocks until `condition` holds, at most 20 s.
+/// Blocks until `condition` holds, at most 60 s.
 bool waitUntil(const std::function<bool()>& condition);
 
 }  // namespace orvane::test

@@ -1,6 +1,6 @@
-// The common ground of tests of long waits in the daemon as it ships. Its clock runs fifty times as
-// fast as ours (libfaketime, preloaded), the HTTP library's with it, so that minutes take seconds
-// and nothing in the binary knows.
+// The common ground of tests of long waits in the daemon as it ships. Its clock runs twenty times
+// as fast as ours (libfaketime, preloaded), the HTTP library's with it, so that minutes take
+// seconds and nothing in the binary knows.
 #pragma once
 
 #include "process/private_root_test.h"
@@ -9,6 +9,8 @@
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 
+#include <chrono>
+#include <cstddef>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -17,7 +19,7 @@ namespace orvane::test {
 
 class FastTimeTest : public PrivateRootTest {
   protected:
-    static constexpr int speed = 50;
+    static constexpr int speed = 20;
 
     [[nodiscard]] DaemonSetup daemon() const {
         DaemonSetup setup = PrivateRootTest::daemon();
@@ -29,6 +31,18 @@ class FastTimeTest : public PrivateRootTest {
     /// Waits for `seconds` of the daemon's time.
     static bool pause(Connection& connection, int seconds) {
         return connection.pause(std::chrono::milliseconds(seconds * 1000 / speed));
+    }
+
+    /// The milliseconds of the daemon's time that lie between two moments of ours.
+    static long passed(std::chrono::steady_clock::time_point from,
+                       std::chrono::steady_clock::time_point to) {
+        return static_cast<long>(
+            std::chrono::floor<std::chrono::milliseconds>(speed * (to - from)).count());
+    }
+
+    /// Blocks until `count` requests have come; false when they do not.
+    [[nodiscard]] bool waitForRequests(std::size_t count) const {
+        return server.waitForRequests(count, std::chrono::seconds(60));
     }
 
     [[nodiscard]] std::vector<nlohmann::json> activity() const {
@@ -56,7 +70,7 @@ class FastTimeTest : public PrivateRootTest {
 
     /// `milliseconds` and what a busy machine may add to it.
     static auto about(long milliseconds) {
-        constexpr long slack = 15'000;
+        constexpr long slack = 20'000;  // a second of ours
         return ::testing::AllOf(::testing::Ge(milliseconds), ::testing::Le(milliseconds + slack));
     }
 
