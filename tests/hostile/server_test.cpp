@@ -1,5 +1,6 @@
 // A server that breaks the rules of HTTP, on every endpoint.
 #include "hostile/hostile_turn.h"
+#include "platform/http_exchange.h"
 #include "support/http_library.h"
 #include "support/virtual_clock.h"
 
