@@ -474,6 +474,10 @@ class HttpSession::Worker {
         }
         initialiseLibraryOnce();
         multi_.reset(curl_multi_init());
+        if (multi_ == nullptr && std::exchange(couldNotStart_, true)) {
+            // OpenSSL does not try again what it once had no memory to set up. A new process does.
+            throw std::bad_alloc();
+        }
         try {
             if (multi_ != nullptr) {
                 thread_ = std::thread([this] { run(); });
@@ -608,9 +612,10 @@ class HttpSession::Worker {
     }
 
     const HttpLimits limits_;
-    std::mutex mutex_;  ///< guards incoming_, stopping_ and the replacing of multi_
+    std::mutex mutex_;  ///< guards incoming_, stopping_, the start and the replacing of multi_
     std::deque<std::unique_ptr<Transfer>> incoming_;
     bool stopping_ = false;
+    bool couldNotStart_ = false;
     OpenSockets openSockets_;  ///< stays longer than the connections of multi_
     MultiHandle multi_;
     std::thread thread_;

@@ -8,8 +8,12 @@
 
 #include "daemon/process_entry.h"
 
+#include <sys/resource.h>
+
+#include <array>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstddef>
 #include <cstdlib>
 #include <ctime>
@@ -22,6 +26,34 @@ std::atomic<long> left = -1;
 std::atomic<bool> counting = false;
 std::atomic<bool> struck = false;
 bool goesOn = false;
+
+const char* stackTop = nullptr;
+std::size_t stackSize = 0;
+
+/// Tells a full stack from any other bad address.
+void noteBadAddress(int signal, siginfo_t* info, void* /*context*/) {
+    constexpr std::size_t vicinity = std::size_t{256} * 1024;
+    const auto depth = static_cast<std::size_t>(stackTop - static_cast<char*>(info->si_addr));
+    if (depth > stackSize - vicinity && depth < stackSize + vicinity) {
+        std::_Exit(orvane::test::stackFull);
+    }
+    (void)std::signal(signal, SIG_DFL);  // it comes again with the instruction
+}
+
+/// The main thread's, from the caller's frame on.
+void watchStack() {
+    static std::array<char, 65536> reserve{};
+    rlimit limit{};
+    (void)::getrlimit(RLIMIT_STACK, &limit);
+    stackTop = static_cast<const char*>(__builtin_frame_address(0));
+    stackSize = limit.rlim_cur;
+    const stack_t stack{reserve.data(), 0, reserve.size()};
+    (void)::sigaltstack(&stack, nullptr);
+    struct sigaction action {};
+    action.sa_sigaction = &noteBadAddress;
+    action.sa_flags = SA_SIGINFO | SA_ONSTACK;
+    (void)::sigaction(SIGSEGV, &action, nullptr);
+}
 
 bool fails() {
     if (!counting) {
@@ -78,6 +110,7 @@ int nanosleep(const timespec* /*wanted*/, timespec* /*left*/) {
 }  // extern "C"
 
 int main() {
+    watchStack();
     goesOn = std::getenv("STARVE_ON") != nullptr;
     if (const char* const number = std::getenv("STARVE_AT")) {
         left = std::atol(number) - 1;

@@ -18,6 +18,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstddef>
+#include <new>
 #include <set>
 #include <string>
 #include <string_view>
@@ -124,6 +125,13 @@ TEST_F(HttpLibraryTest, WithoutAHandleForTheSessionItIsAskedForAgain) {
     const WithHttpLibraryHooks installed(refusing("curl_multi_init", 1));
     HttpSession session(limits);
     expectOneFailure(session);
+}
+
+TEST_F(HttpLibraryTest, WithoutAHandleTwiceInARowTheProcessIsToEnd) {
+    const WithHttpLibraryHooks installed(refusing("curl_multi_init", 2));
+    HttpSession session(limits);
+    EXPECT_TRUE(fetch(session, server.url() + "/p").error);
+    EXPECT_THROW((void)fetch(session, server.url() + "/p"), std::bad_alloc);
 }
 
 TEST_F(HttpLibraryTest, ConnectionsThatCouldNotBeDroppedAtOnceAreDroppedLater) {

@@ -3,6 +3,9 @@
 
 #include <curl/curl.h>
 
+#include <cstdio>
+#include <utility>
+
 namespace orvane::test::http_library {
 
 inline bool isAtLeast(unsigned int major, unsigned int minor, unsigned int patch) {
@@ -22,6 +25,16 @@ inline bool refusesTwoLengths() {
 /// Escapes in a URL's path are sent in upper case ("%7E" for "%7e"), which means the same.
 inline bool sendsEscapesInUpperCase() {
     return isAtLeast(8, 20, 0);
+}
+
+/// Where OpenSSL finds no memory for a thread's first error, it takes that for another error, and
+/// so on until the stack is full (from 3.6 on).
+inline bool recursesWithoutMemory() {
+    const char* const name = curl_version_info(CURLVERSION_NOW)->ssl_version;
+    int major = 0;
+    int minor = 0;
+    return name != nullptr && std::sscanf(name, "OpenSSL/%d.%d", &major, &minor) == 2 &&
+           std::pair(major, minor) >= std::pair(3, 6);
 }
 
 }  // namespace orvane::test::http_library
