@@ -29,7 +29,7 @@ def commands_of(job):
 
 
 def steps_of_ci_run():
-    return re.findall(r"^ *step (.+)$", (SOURCE / ".ci/run").read_text(encoding="utf-8"), re.MULTILINE)
+    return re.findall(r"^ *(?:step|beside) (.+)$", (SOURCE / ".ci/run").read_text(encoding="utf-8"), re.MULTILINE)
 
 
 def steps_of_nightly():
