@@ -3,7 +3,8 @@
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)
 set(CMAKE_LIBRARY_ARCHITECTURE aarch64-linux-gnu)
-set(CMAKE_CXX_COMPILER ${CMAKE_LIBRARY_ARCHITECTURE}-g++)
+# In the cache, where packaging/linux/bill-of-materials looks for it.
+set(CMAKE_CXX_COMPILER /usr/bin/${CMAKE_LIBRARY_ARCHITECTURE}-g++ CACHE FILEPATH "The C++ compiler")
 set(CMAKE_CROSSCOMPILING_EMULATOR /usr/bin/qemu-aarch64)
 
 # Debian keeps each architecture's libraries in a directory of its own and shares the headers.
