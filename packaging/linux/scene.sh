@@ -17,6 +17,32 @@ log_in() {
     eventually systemctl --quiet is-active "user@$2.service"
 }
 
+say() { printf '   %s\n' "$1"; }
+
+# expect WHAT COMMAND...: says it when it is so, calls fail, which is the script's own, when not.
+expect() {
+    local what=$1
+    shift
+    "$@" || fail "$what"
+    say "$what"
+}
+
+refuses() { ! "$@" 2>/dev/null; }
+is() { [[ $1 == "$2" ]]; }
+
+service=orvane-policy-daemon.service
+
+# Of an account: its service manager, one property of the daemon's service, the daemon's messages.
+of() { systemctl --user --machine "$1@" "${@:2}"; }
+property() { of "$1" show --value --property "$2" "$service"; }
+has_logged() {
+    journalctl --quiet --output cat -t OrvanePolicyDaemon _UID="$(id -u "$1")" | grep -F "$2" >/dev/null
+}
+# Its service counts as active before it is known whether the program can be run; so the program has to say so.
+runs() {
+    [[ $(property "$1" ActiveState) == active ]] && has_logged "$1" "starting (pid=$(property "$1" MainPID))"
+}
+
 # Images for containers forbid packages to start services and to install documents; here they may.
 rm -f /usr/sbin/policy-rc.d /etc/dpkg/dpkg.cfg.d/{docker,excludes}
 # The index of man pages takes seconds, and nobody looks anything up in it here.
