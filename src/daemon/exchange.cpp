@@ -31,10 +31,8 @@ ExchangeResult exchange(HttpSession& session, const HttpRequest& request, FillCe
         fill(std::move(result), pending->cells);
         pending->done.signal();
     });
-    auto patience = session.completionLimit();
-    while (!pending->done.waitUntil(clock::monotonicNow() + patience)) {
+    while (!pending->done.waitUntil(clock::monotonicNow() + session.completionLimit())) {
         session.endFlood();
-        patience = HttpSession::grace;
     }
     const std::int64_t ms = millisecondsSince(start);
     ExchangeResult result = std::move(pending->cells);

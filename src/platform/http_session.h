@@ -46,22 +46,31 @@ using HttpCompletion = std::function<void(HttpResult)>;
 
 /// Limits of every exchange of a session, on the clock of clock.h.
 struct HttpLimits {
-    /// Longest time without a byte in either direction; connecting counts as silence.
+    /// Longest time without a byte in either direction. Connecting and the TLS handshake, which
+    /// count as silence, get 30 s at most.
     std::chrono::milliseconds inactivity;
-    /// Longest time from start to end.
+    /// Longest time from start to end. Both count from the start again when a request is sent once
+    /// more.
     std::chrono::milliseconds total;
 };
 
 /// A client with connections of its own, kept alive and reused.
 ///
 /// One worker thread is the callback queue: it starts with the first request and sleeps, without
-/// waking, until there is something to do. Only http and https are spoken, TLS 1.2 or later with
-/// peer and host verified against the machine's trust store, HTTP/2 where the server takes it. The
-/// proxy variables of the environment are honoured, except for loopback hosts. There are no
-/// cookies, no cache and no credentials from files. A decoded body over `bodyLimit` ends the
-/// exchange with an error, and so do more than `headerLimit` bytes of header lines, those of
-/// interim answers and behind a chunked body included. After a failed exchange its connections are
-/// dropped, so that the next one resolves and connects anew.
+/// waking, until there is something to do; only while it connects does it wake once a second. Only
+/// http and https are spoken, TLS 1.2 or later with peer and host verified against the machine's
+/// trust store, HTTP/2 where the server takes it. The proxy variables of the environment are
+/// honoured, except for loopback hosts. There are no cookies, no cache and no credentials from
+/// files. A decoded body over `bodyLimit` ends the exchange with an error, and so do more than
+/// `headerLimit` bytes of header lines, those of interim answers and behind a chunked body
+/// included. After a failed exchange its connections are dropped, so that the next one resolves and
+/// connects again; an address at which TLS was not answered is then passed by, where there is
+/// another.
+///
+/// A connection that has been idle for more than 3 s is not used again. A request that is lost
+/// before any byte of its answer is sent once more, on a new connection, without anybody noticing:
+/// if its connection had served before, if the peer is dead, or if the server stopped taking
+/// requests. A dead peer is noticed within 75 s.
 class HttpSession {
   public:
     static constexpr std::size_t bodyLimit = std::size_t{100} * 1024 * 1024;
@@ -88,7 +97,8 @@ class HttpSession {
     /// `headerValueLimit`. May be called from any thread but not from a completion.
     void send(HttpRequest request, HttpCompletion completion);
 
-    /// How long after `send` a completion has been called at the latest, but for a flood.
+    /// How long after `send` a completion has been called at the latest, but for a flood and for a
+    /// request that is sent once more, which may take as long again.
     [[nodiscard]] std::chrono::milliseconds completionLimit() const;
 
     /// For whoever has waited in vain. A server that floods with HTTP/2 frames that bring nothing

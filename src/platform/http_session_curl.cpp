@@ -1,15 +1,15 @@
 #include "platform/clock.h"
 #include "platform/http_session.h"
+#include "platform/open_sockets.h"
 #include "platform/paths.h"
 #include "platform/text.h"
 
 #include <curl/curl.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cerrno>
 #include <charconv>
 #include <climits>
 #include <deque>
@@ -24,7 +24,6 @@ namespace orvane {
 
 namespace {
 
-using std::chrono::microseconds;
 using std::chrono::milliseconds;
 
 constexpr const char* timedOut = "The request timed out.";
@@ -37,6 +36,18 @@ constexpr const char* valueTooLong = "a header value is longer than 65536 bytes"
 // By number, for the headers of the oldest libraries we take have no name for them.
 constexpr auto protocolsByName = static_cast<CURLoption>(CURLOPTTYPE_STRINGPOINT + 318);
 constexpr auto quickExit = static_cast<CURLoption>(CURLOPTTYPE_LONG + 322);
+
+/// Enough to connect and shake hands over a slow link. Of a name's addresses the library gives the
+/// first one half of it.
+constexpr std::chrono::seconds connectLimit(30);
+
+/// How long, in seconds, a connection may have been idle to be used once more. Common servers close
+/// theirs after 5 s or more, and a request that crosses that is lost; within a turn, and from a
+/// poll to the next one, less goes by.
+constexpr long longestIdle = 3;
+
+/// While a connection is being made: libcurl 7.88 sets no timer to go on to a name's next address.
+constexpr std::chrono::seconds connectingTick(1);
 
 struct EasyDeleter {
     void operator()(CURL* easy) const { curl_easy_cleanup(easy); }
@@ -104,53 +115,6 @@ long statusOf(std::string_view line) {
     return status;
 }
 
-/// The connections that are open, for whoever has to cut them off while the library is busy with
-/// one.
-class OpenSockets {
-  public:
-    /// Has the library tell of every connection that it makes for `easy`, and when it is closed.
-    [[nodiscard]] bool watch(CURL* easy) {
-        const auto set = [=](CURLoption option, auto value) {
-            return curl_easy_setopt(easy, option, value) == CURLE_OK;
-        };
-        return set(CURLOPT_SOCKOPTFUNCTION, &OpenSockets::noteOpened) &&
-               set(CURLOPT_SOCKOPTDATA, static_cast<void*>(this)) &&
-               set(CURLOPT_CLOSESOCKETFUNCTION, &OpenSockets::close) &&
-               set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(this));
-    }
-
-    /// Nothing more comes in by any of them, and the other sides are told so when the library
-    /// closes them. May be called from any thread.
-    void shutDown() {
-        constexpr linger resetAtClose{1, 0};
-        const std::lock_guard lock(mutex_);
-        for (const curl_socket_t socket : sockets_) {
-            (void)::setsockopt(socket, SOL_SOCKET, SO_LINGER, &resetAtClose, sizeof resetAtClose);
-            (void)::shutdown(socket, SHUT_RDWR);
-        }
-    }
-
-  private:
-    // Nothing may be thrown through the library: without memory for a few numbers, the process
-    // ends.
-    static int noteOpened(void* self, curl_socket_t socket, curlsocktype /*purpose*/) noexcept {
-        auto& open = *static_cast<OpenSockets*>(self);
-        const std::lock_guard lock(open.mutex_);
-        open.sockets_.push_back(socket);
-        return CURL_SOCKOPT_OK;
-    }
-
-    static int close(void* self, curl_socket_t socket) noexcept {
-        auto& open = *static_cast<OpenSockets*>(self);
-        const std::lock_guard lock(open.mutex_);
-        std::erase(open.sockets_, socket);
-        return ::close(socket);
-    }
-
-    std::mutex mutex_;
-    std::vector<curl_socket_t> sockets_;
-};
-
 /// One exchange, owned by the worker from `send` until its completion has been called.
 class Transfer {
   public:
@@ -158,9 +122,9 @@ class Transfer {
         : request_(std::move(request)),
           completion_(std::move(completion)),
           inactivityLimit_(request_.inactivityLimit.value_or(limits.inactivity)),
-          start_(clock::monotonicNow()),
-          lastActivity_(start_),
-          end_(start_ + limits.total) {}
+          totalLimit_(limits.total) {
+        startLimits();
+    }
     Transfer(const Transfer&) = delete;
     Transfer& operator=(const Transfer&) = delete;
     ~Transfer() = default;
@@ -185,16 +149,9 @@ class Transfer {
     bool prepare(EasyHandle&& easy, const std::string& certificateDirectory,
                  OpenSockets& openSockets) {
         easy_ = std::move(easy);
-        for (const HttpHeader& header : request_.headers) {
-            // Without a value the library wants a semicolon, or it would take the header out.
-            const bool isBlank = header.value.find_first_not_of(' ') == std::string::npos;
-            headers_.add(isBlank ? header.name + ";" : header.name + ": " + header.value);
-        }
-        const bool asksForAccept =
-            std::any_of(request_.headers.begin(), request_.headers.end(),
-                        [](const HttpHeader& header) { return header.name == "Accept"; });
-        if (!asksForAccept) {
-            headers_.add("Accept:");  // takes the library's own one out
+        openSockets_ = &openSockets;
+        if (headers_.get() == nullptr) {
+            listHeaders();
         }
         return setWhatIsAsked() && setHowItTravels() && setTrust(certificateDirectory) &&
                setCallbacks() && openSockets.watch(easy_.get());
@@ -203,9 +160,13 @@ class Transfer {
     [[nodiscard]] CURL* easy() const { return easy_.get(); }
     EasyHandle releaseEasy() { return std::move(easy_); }
 
+    /// Whether there is no connection yet that the request could be sent on.
+    [[nodiscard]] bool isConnecting() const { return isConnecting_; }
+
     /// When the exchange is overdue unless something happens first.
     [[nodiscard]] clock::TimePoint deadline() const {
-        return std::min(std::max(lastActivity_, lastStageReached()) + inactivityLimit_, end_);
+        const milliseconds limit = isConnecting_ ? longestConnecting() : inactivityLimit_;
+        return std::min(lastActivity_ + limit, end_);
     }
 
     [[nodiscard]] bool isOverdue() const { return deadline() <= clock::monotonicNow(); }
@@ -214,6 +175,28 @@ class Transfer {
     /// within the header is no error.
     [[nodiscard]] CURLcode outcome(CURLcode code) const {
         return code == CURLE_OK && !headerComplete_ ? CURLE_GOT_NOTHING : code;
+    }
+
+    /// Whether the request is to be sent once more, now that it ended with `code`: no byte of an
+    /// answer came, and it is the connection that is to blame, not the server. It had served
+    /// before, its peer is dead, or HTTP/2 broke off as it does when the server stops taking
+    /// requests. The library sends some of these again by itself, which ones depends on its
+    /// version; it is twice in all whoever does it.
+    [[nodiscard]] bool isToBeSentAgain(CURLcode code) const {
+        constexpr std::chrono::seconds atOnce(5);
+        if (timesSent_ != 1 || isConnecting_ || headerBytes_ != 0) {
+            return false;
+        }
+        const bool isLost = code == CURLE_HTTP2 || isLostConnection(code);
+        return (isLost && (wasKept_ || isPeerDead())) ||
+               (code == CURLE_HTTP2 && clock::monotonicNow() - sentAt_ <= atOnce);
+    }
+
+    /// All limits count from here.
+    void startLimits() {
+        isConnecting_ = true;
+        lastActivity_ = clock::monotonicNow();
+        end_ = lastActivity_ + totalLimit_;
     }
 
     /// Ends the exchange as the library says it ended; `ownError` puts a failure in other words.
@@ -237,6 +220,20 @@ class Transfer {
         return curl_easy_setopt(easy_.get(), option, value) == CURLE_OK;
     }
 
+    void listHeaders() {
+        for (const HttpHeader& header : request_.headers) {
+            // Without a value the library wants a semicolon, or it would take the header out.
+            const bool isBlank = header.value.find_first_not_of(' ') == std::string::npos;
+            headers_.add(isBlank ? header.name + ";" : header.name + ": " + header.value);
+        }
+        const bool asksForAccept =
+            std::any_of(request_.headers.begin(), request_.headers.end(),
+                        [](const HttpHeader& header) { return header.name == "Accept"; });
+        if (!asksForAccept) {
+            headers_.add("Accept:");  // takes the library's own one out
+        }
+    }
+
     bool setWhatIsAsked() {
         const std::string url = request_.url.text();
         return set(CURLOPT_URL, url.c_str()) && set(CURLOPT_HTTPHEADER, headers_.get()) &&
@@ -258,10 +255,12 @@ class Transfer {
         (void)set(protocolsByName, "http,https");
         (void)set(quickExit, 1L);
         return set(CURLOPT_NOSIGNAL, 1L) && set(CURLOPT_TCP_KEEPALIVE, 1L) &&
+               set(CURLOPT_TCP_KEEPIDLE, 30L) && set(CURLOPT_TCP_KEEPINTVL, 10L) &&
+               set(CURLOPT_MAXAGE_CONN, longestIdle) &&
+               set(CURLOPT_FRESH_CONNECT, timesSent_ == 0 ? 0L : 1L) &&
                set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) && set(CURLOPT_DNS_CACHE_TIMEOUT, 0L) &&
                set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS)) &&
-               // The library's own limit would be 300 s; ours is kept by deadline().
-               set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(inactivityLimit_.count()));
+               set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(longestConnecting().count()));
     }
 
     bool setTrust(const std::string& certificateDirectory) {
@@ -277,6 +276,10 @@ class Transfer {
     bool setCallbacks() {
         errorBuffer_.front() = '\0';
         return set(CURLOPT_ERRORBUFFER, errorBuffer_.data()) && set(CURLOPT_NOPROGRESS, 0L) &&
+               set(CURLOPT_SOCKOPTFUNCTION, &Transfer::noteConnecting) &&
+               set(CURLOPT_SOCKOPTDATA, static_cast<void*>(this)) &&
+               set(CURLOPT_PREREQFUNCTION, &Transfer::noteSending) &&
+               set(CURLOPT_PREREQDATA, static_cast<void*>(this)) &&
                set(CURLOPT_WRITEFUNCTION, &Transfer::takeBody) &&
                set(CURLOPT_WRITEDATA, static_cast<void*>(this)) &&
                set(CURLOPT_HEADERFUNCTION, &Transfer::takeHeader) &&
@@ -285,17 +288,27 @@ class Transfer {
                set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
     }
 
-    /// When connecting last got a step further, the request's departure included. The library has
-    /// no callback for it.
-    [[nodiscard]] clock::TimePoint lastStageReached() const {
-        curl_off_t furthest = 0;
-        for (const CURLINFO stage :
-             {CURLINFO_CONNECT_TIME_T, CURLINFO_APPCONNECT_TIME_T, CURLINFO_PRETRANSFER_TIME_T}) {
-            curl_off_t reached = 0;
-            (void)curl_easy_getinfo(easy_.get(), stage, &reached);
-            furthest = std::max(furthest, reached);
-        }
-        return start_ + microseconds(furthest);
+    [[nodiscard]] milliseconds longestConnecting() const {
+        return std::min<milliseconds>(inactivityLimit_, connectLimit);
+    }
+
+    static bool isLostConnection(CURLcode code) {
+        return code == CURLE_GOT_NOTHING || code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR ||
+               code == CURLE_PARTIAL_FILE;
+    }
+
+    /// The last error of a system call on the connection; a successful one leaves it as it is.
+    [[nodiscard]] long systemError() const {
+        long error = 0;
+        (void)curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &error);
+        return error;
+    }
+
+    /// Whether the system gave the connection up since the request was sent.
+    [[nodiscard]] bool isPeerDead() const {
+        const long error = systemError();
+        return error != systemErrorBefore_ &&
+               (error == ETIMEDOUT || error == EHOSTUNREACH || error == ENETUNREACH);
     }
 
     std::string errorText(CURLcode code) const {
@@ -321,6 +334,7 @@ class Transfer {
                 return "A server with the specified hostname could not be found.";
             case CURLE_COULDNT_CONNECT:
                 return "Could not connect to the server.";
+            case CURLE_ABORTED_BY_CALLBACK:  // by noteSending
             case CURLE_GOT_NOTHING:
             case CURLE_SEND_ERROR:
             case CURLE_RECV_ERROR:
@@ -398,6 +412,38 @@ class Transfer {
 
     [[nodiscard]] bool hasMalformedStatus() const { return status_ == 0 && !atStatusLine_; }
 
+    /// When the library sends the request again by itself, it may open a new connection for that.
+    static int noteConnecting(void* self, curl_socket_t /*socket*/,
+                              curlsocktype /*purpose*/) noexcept {
+        auto& transfer = *static_cast<Transfer*>(self);
+        if (!transfer.isConnecting_) {
+            transfer.startLimits();
+        }
+        return CURL_SOCKOPT_OK;
+    }
+
+    static int noteSending(void* self, char* /*peer*/, char* /*own*/, int /*peersPort*/,
+                           int /*ownPort*/) noexcept {
+        auto& transfer = *static_cast<Transfer*>(self);
+        constexpr int timesAtMost = 2;
+        if (transfer.timesSent_ == timesAtMost) {
+            return CURL_PREREQFUNC_ABORT;
+        }
+        if (!transfer.isConnecting_) {
+            transfer.startLimits();  // the library has found another connection to send it again on
+        }
+        long connectionsMade = 0;
+        (void)curl_easy_getinfo(transfer.easy_.get(), CURLINFO_NUM_CONNECTS, &connectionsMade);
+        transfer.wasKept_ = connectionsMade == 0;
+        transfer.systemErrorBefore_ = transfer.systemError();
+        transfer.openSockets_->noteSending();
+        ++transfer.timesSent_;
+        transfer.isConnecting_ = false;
+        transfer.touch();
+        transfer.sentAt_ = transfer.lastActivity_;
+        return CURL_PREREQFUNC_OK;
+    }
+
     /// Sees bytes that have not come out of decompression yet.
     static int noteProgress(void* self, curl_off_t /*downloadTotal*/, curl_off_t downloaded,
                             curl_off_t /*uploadTotal*/, curl_off_t uploaded) {
@@ -411,9 +457,15 @@ class Transfer {
     HttpRequest request_;
     HttpCompletion completion_;
     milliseconds inactivityLimit_;
-    clock::TimePoint start_;
+    milliseconds totalLimit_;
     clock::TimePoint lastActivity_;
     clock::TimePoint end_;
+    bool isConnecting_ = true;
+    int timesSent_ = 0;
+    clock::TimePoint sentAt_;  ///< and the two below: of the last time
+    bool wasKept_ = false;     ///< the connection had served before
+    long systemErrorBefore_ = 0;
+    OpenSockets* openSockets_ = nullptr;
     HeaderList headers_;
     std::array<char, CURL_ERROR_SIZE> errorBuffer_{};
     std::string body_;
@@ -544,14 +596,38 @@ class HttpSession::Worker {
             transfer->complete(CURLE_URL_MALFORMAT, refusal);
             return;
         }
-        EasyHandle easy = spareEasy_ ? std::move(spareEasy_) : EasyHandle(curl_easy_init());
-        if (easy == nullptr ||
-            !transfer->prepare(std::move(easy), certificateDirectory(), openSockets_) ||
-            curl_multi_add_handle(multi_.get(), transfer->easy()) != CURLM_OK) {
+        openSockets_.noteStart(std::exchange(connectingTookTooLong_, false));
+        if (!start(*transfer)) {
             transfer->complete(CURLE_FAILED_INIT, nullptr);
             return;
         }
         active_.push_back(std::move(transfer));
+    }
+
+    /// Hands `transfer` to the library. False when that does not take it.
+    bool start(Transfer& transfer) {
+        EasyHandle easy = spareEasy_ ? std::move(spareEasy_) : EasyHandle(curl_easy_init());
+        return easy != nullptr &&
+               transfer.prepare(std::move(easy), certificateDirectory(), openSockets_) &&
+               curl_multi_add_handle(multi_.get(), transfer.easy()) == CURLM_OK;
+    }
+
+    /// Starts `transfer`, which ended with `code`, once more if that is worthwhile.
+    bool startAgain(Transfer& transfer, CURLcode code) {
+        if (transfer.isOverdue()) {
+            return false;
+        }
+        const bool isLost = transfer.isToBeSentAgain(code);
+        const bool isToTryAllAddresses =
+            code == CURLE_COULDNT_CONNECT && transfer.isConnecting() && openSockets_.forgetSilent();
+        if (!isLost && !isToTryAllAddresses) {
+            return false;
+        }
+        if (isLost) {
+            transfer.startLimits();
+        }
+        (void)curl_multi_remove_handle(multi_.get(), transfer.easy());
+        return start(transfer);
     }
 
     /// The directory to look certificates up in; empty for the library's own bundle.
@@ -571,9 +647,11 @@ class HttpSession::Worker {
                 void* owner = nullptr;
                 (void)curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &owner);
                 auto* const transfer = static_cast<Transfer*>(owner);
-                // What `endFlood` cut off looks like a connection that was lost.
-                finish(transfer, transfer->outcome(message->data.result),
-                       transfer->isOverdue() ? timedOut : nullptr);
+                const CURLcode code = transfer->outcome(message->data.result);
+                if (!startAgain(*transfer, code)) {
+                    // What `endFlood` cut off looks like a connection that was lost.
+                    finish(transfer, code, transfer->isOverdue() ? timedOut : nullptr);
+                }
             }
         }
     }
@@ -597,16 +675,23 @@ class HttpSession::Worker {
         const std::unique_ptr<Transfer> transfer = std::move(*place);
         active_.erase(place);
         (void)curl_multi_remove_handle(multi_.get(), transfer->easy());
-        dropConnections_ = dropConnections_ || code != CURLE_OK;
         transfer->complete(code, ownError);
-        spareEasy_ = transfer->releaseEasy();
-        curl_easy_reset(spareEasy_.get());
+        if (code == CURLE_OK) {
+            spareEasy_ = transfer->releaseEasy();
+            curl_easy_reset(spareEasy_.get());
+        } else {
+            dropConnections_ = true;
+            connectingTookTooLong_ = transfer->isConnecting() && code == CURLE_OPERATION_TIMEDOUT;
+        }
     }
 
     [[nodiscard]] int waitLimit() const {
         milliseconds limit(INT_MAX);
         for (const auto& transfer : active_) {
             limit = std::min(limit, clock::blockLimit(transfer->deadline()));
+            if (transfer->isConnecting()) {
+                limit = std::min<milliseconds>(limit, connectingTick);
+            }
         }
         return static_cast<int>(limit.count());
     }
@@ -625,6 +710,7 @@ class HttpSession::Worker {
     EasyHandle spareEasy_;
     std::optional<std::string> certificateDirectory_;
     bool dropConnections_ = false;
+    bool connectingTookTooLong_ = false;  ///< of the exchange that ended last
 };
 
 HttpSession::HttpSession(HttpLimits limits) : worker_(std::make_unique<Worker>(limits)) {}

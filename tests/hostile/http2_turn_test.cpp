@@ -3,6 +3,7 @@
 #include "platform/http_exchange.h"
 #include "platform/paths.h"
 #include "platform/semaphore.h"
+#include "support/h2_frames.h"
 #include "support/test_ca.h"
 #include "support/virtual_clock.h"
 
@@ -42,35 +43,7 @@ TEST_P(HostileHttp2Test, IsEndured) {
 
 // --- Frames
 
-enum class Type : std::uint8_t {
-    data = 0,
-    headers = 1,
-    priority = 2,
-    resetStream = 3,
-    settings = 4,
-    pushPromise = 5,
-    ping = 6,
-    goAway = 7,
-    windowUpdate = 8,
-    continuation = 9,
-    unknown = 99
-};
-
-constexpr unsigned endStream = 1;
-constexpr unsigned endHeaders = 4;
-
-std::string bigEndian(std::uint32_t number, int bytes) {
-    std::string text;
-    for (int i = bytes - 1; i >= 0; --i) {
-        text += static_cast<char>(number >> (8U * static_cast<unsigned>(i)));
-    }
-    return text;
-}
-
-std::string frame(Type type, unsigned flags, std::uint32_t stream, const std::string& payload) {
-    return bigEndian(static_cast<std::uint32_t>(payload.size()), 3) + static_cast<char>(type) +
-           static_cast<char>(flags) + bigEndian(stream, 4) + payload;
-}
+using Type = FrameType;
 
 // The daemon's request is always on stream 1. The header fields are from the static table of HPACK
 // (RFC 7541, appendix A).
@@ -89,33 +62,6 @@ std::string reset(std::uint32_t code) {
     return frame(Type::resetStream, 0, ours, bigEndian(code, 4));
 }
 
-std::string goAway(std::uint32_t lastStream, std::uint32_t code) {
-    return frame(Type::goAway, 0, 0, bigEndian(lastStream, 4) + bigEndian(code, 4));
-}
-
-/// Reads frames behind the preface, of which `received` has come already, up to the request's
-/// header. False when the peer has gone before.
-bool awaitRequest(Connection& connection, std::string received) {
-    constexpr std::size_t prefaceLength = 24;
-    constexpr std::size_t headLength = 9;
-    for (std::size_t at = prefaceLength;;) {
-        while (received.size() < at + headLength) {
-            const std::string part = connection.receive(4096);
-            if (part.empty()) {
-                return false;
-            }
-            received += part;
-        }
-        const auto byte = [&](std::size_t i) {
-            return static_cast<std::size_t>(static_cast<unsigned char>(received[at + i]));
-        };
-        if (byte(3) == static_cast<std::size_t>(Type::headers)) {
-            return true;
-        }
-        at += headLength + (byte(0) << 16U) + (byte(1) << 8U) + byte(2);
-    }
-}
-
 /// Has the server choose HTTP/2 and do `step` when the request has come; `step` may be needed again
 /// when the daemon's library repeats the request.
 Misdeed onStream(std::string name, Ending ending, StepFor step) {
@@ -123,8 +69,8 @@ Misdeed onStream(std::string name, Ending ending, StepFor step) {
             [step = std::move(step)](const Scene& scene) {
                 const Step whenAsked = [act = step(scene)](Connection& connection,
                                                            const ReceivedRequest& request) {
-                    return connection.send(settings) && awaitRequest(connection, request.raw) &&
-                           act(connection, request);
+                    return connection.send(settings) &&
+                           H2Requests(connection, request.raw).await() && act(connection, request);
                 };
                 scene.server.on("*", std::vector<Step>(8, whenAsked));
                 scene.server.show(identity(true));
@@ -171,8 +117,8 @@ const std::vector<Misdeed> streamResets{
     says("ResetWithACodeNobodyKnows", failed(), reset(0xFFFFFFFF)),
     says("ResetBehindTheHeader", failed(200), okHeader + reset(2)),
     says("ResetWithinTheBody", failed(200), okHeader + halfABody + reset(8)),
-    says("GoAwayWithoutTheRequest", failed(), goAway(0, 0)),
-    says("GoAwayWithAnError", failed(), goAway(0, 2)),
+    says("GoAwayWithoutTheRequest", failed(), goAwayFrame(0, 0)),
+    says("GoAwayWithAnError", failed(), goAwayFrame(0, 2)),
     onStream("CloseAfterTheRequest", failed(), [](const Scene&) { return closeAtOnce(); }),
     onStream("CloseBehindTheHeader", failed(200),
              [](const Scene&) { return sendAndClose(okHeader); }),
@@ -248,7 +194,8 @@ TEST_F(FloodedSessionTest, ItIsFreeForTheNextRequestWhenTheFloodIsCutOff) {
     Semaphore over(0);
     const std::string frames = repeated(frame(Type::unknown, 0, 0, "what?"), 1000);
     flooding.on("*", {[&](Connection& connection, const ReceivedRequest& request) {
-                    bool going = connection.send(settings) && awaitRequest(connection, request.raw);
+                    bool going =
+                        connection.send(settings) && H2Requests(connection, request.raw).await();
                     while (going) {
                         going = connection.send(frames);
                     }

@@ -65,11 +65,14 @@ bool isConnecting() {
     });
 }
 
+/// How long connecting may take at most.
+constexpr std::chrono::seconds connectLimit = 30s;
+
 /// Lets a little more time pass than the daemon bears, from when it has begun to connect.
 class WhileConnecting {
   public:
     explicit WhileConnecting(const Scene& scene)
-        : passing_([this, &session = scene.session, limit = scene.silence] {
+        : passing_([this, &session = scene.session, limit = std::min(scene.silence, connectLimit)] {
               while (!over_ && !isConnecting()) {
                   std::this_thread::sleep_for(1ms);
               }
@@ -123,7 +126,6 @@ StepFor drip(std::string head, std::string part) {
 const std::vector<Misdeed> longSilences{
     onRequest("NeverAnswers", timedOut(), stall()),
     onConnect("NeverReads", timedOut(), stall("", neverRead())),
-    dropsPackets(),
     onRequest("StallsWithinTheStatusLine", timedOut(), stall("HTTP/1.1 2")),
     onRequest("StallsWithinTheHeader", timedOut(), stall("HTTP/1.1 200 OK\r\nContent-Le")),
     onRequest("StallsBehindAnInterimAnswer", timedOut(), stall("HTTP/1.1 100 Continue\r\n\r\n")),
@@ -139,6 +141,17 @@ const std::vector<Misdeed> longSilences{
               stall("HTTP/1.1 200 OK\r\n\r\n{\"etag\":\"x\"}")),
 };
 INSTANTIATE_TEST_SUITE_P(, HostileSilenceTest, onEveryEndpoint(longSilences), nameOf);
+
+class HostileConnectTest : public HostileTurnTest {};
+
+TEST_P(HostileConnectTest, IsBorneForHalfAMinuteAtMost) {
+    expectEndured(GetParam());
+    EXPECT_GE(turnTime, std::min(sceneAt(std::get<Endpoint>(GetParam())).silence, connectLimit));
+    EXPECT_LT(turnTime, 60s);
+}
+
+INSTANTIATE_TEST_SUITE_P(, HostileConnectTest,
+                         onEveryEndpoint(std::vector<Misdeed>{dropsPackets()}), nameOf);
 
 // --- One byte after another, for ever
 

@@ -9,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 
@@ -255,17 +256,28 @@ std::vector<int> socketsTo(std::uint16_t port) {
     return found;
 }
 
-TEST_F(HttpSessionTest, AWaitingConnectionIsProbed) {
+TEST_F(HttpSessionTest, ADeadPeerIsNoticedWithinAMinute) {
     HttpSession session(limits);
     server.on("/p", {staySilent()});
     const Exchange exchange(session, requestFor(server.url() + "/p"));
     ASSERT_TRUE(server.waitForRequests(1));
     const auto sockets = socketsTo(server.port());
     ASSERT_EQ(sockets.size(), 1U);
-    int probed = 0;
-    socklen_t size = sizeof probed;
-    ASSERT_EQ(::getsockopt(sockets[0], SOL_SOCKET, SO_KEEPALIVE, &probed, &size), 0);
-    EXPECT_NE(probed, 0);
+    const auto numberOf = [&](int level, int option) {
+        int number = 0;
+        socklen_t size = sizeof number;
+        EXPECT_EQ(::getsockopt(sockets[0], level, option, &number, &size), 0);
+        return number;
+    };
+    EXPECT_NE(numberOf(SOL_SOCKET, SO_KEEPALIVE), 0);
+    EXPECT_EQ(numberOf(IPPROTO_TCP, TCP_KEEPINTVL), 10);
+    EXPECT_EQ(numberOf(IPPROTO_TCP, TCP_KEEPCNT), 3);
+#ifdef __linux__
+    EXPECT_EQ(numberOf(IPPROTO_TCP, TCP_KEEPIDLE), 30);
+    EXPECT_EQ(numberOf(IPPROTO_TCP, TCP_USER_TIMEOUT), 60'000);
+#else
+    EXPECT_EQ(numberOf(IPPROTO_TCP, TCP_KEEPALIVE), 30);
+#endif
 }
 
 TEST_F(HttpSessionTest, AFinishedSessionLeavesNoSocket) {

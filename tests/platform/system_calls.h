@@ -28,8 +28,8 @@ struct SystemCallHooks {
     std::function<std::optional<int>()> waitpid;
     /// Called before the socket is shut down.
     std::function<void(int socket)> shutdown;
-    /// The address to take for a host name (Linux only), on any thread of the HTTP library's. An
-    /// absent one lets the system find it.
+    /// The addresses to take for a host name, with spaces between them (Linux only), on any thread
+    /// of the HTTP library's. An absent result lets the system find them.
     std::function<std::optional<std::string>(const std::string& host)> resolve;
     /// For calls without a hook of their own (Linux only): the error that the one of this name
     /// fails with, or 0.

@@ -10,6 +10,8 @@
 
 #include <cstdarg>
 #include <filesystem>
+#include <sstream>
+#include <string>
 
 namespace orvane::test {
 
@@ -62,8 +64,10 @@ extern "C" int fsync(int descriptor) {
 extern "C" {
 
 using orvane::test::errorUnlessAccepted;
+using orvane::test::failWith;
 using orvane::test::hooks;
 using orvane::test::realCall;
+using orvane::test::refusalOf;
 using orvane::test::unlessRefused;
 
 int fchmod(int descriptor, mode_t mode) noexcept {
@@ -102,6 +106,13 @@ int socket(int family, int type, int protocol) noexcept {
     return unlessRefused<int(int, int, int)>("socket", family, type, protocol);
 }
 
+ssize_t recv(int socket, void* buffer, std::size_t size, int flags) {
+    const int error = refusalOf("recv");
+    return error != 0 ? failWith(error)
+                      : realCall<ssize_t(int, void*, std::size_t, int)>("recv")(socket, buffer,
+                                                                                size, flags);
+}
+
 int shutdown(int socket, int how) noexcept {
     if (hooks != nullptr && hooks->shutdown) {
         hooks->shutdown(socket);
@@ -110,10 +121,22 @@ int shutdown(int socket, int how) noexcept {
 }
 
 int getaddrinfo(const char* host, const char* service, const addrinfo* wanted, addrinfo** found) {
-    const auto address =
+    auto* const real = realCall<decltype(getaddrinfo)>("getaddrinfo");
+    const auto addresses =
         hooks != nullptr && hooks->resolve && host != nullptr ? hooks->resolve(host) : std::nullopt;
-    return realCall<decltype(getaddrinfo)>("getaddrinfo")(address ? address->c_str() : host,
-                                                          service, wanted, found);
+    if (!addresses) {
+        return real(host, service, wanted, found);
+    }
+    int error = 0;
+    addrinfo** next = found;
+    std::istringstream list(*addresses);
+    for (std::string address; error == 0 && list >> address;) {
+        error = real(address.c_str(), service, wanted, next);
+        while (error == 0 && *next != nullptr) {
+            next = &(*next)->ai_next;
+        }
+    }
+    return error;
 }
 
 int posix_spawn(pid_t* pid, const char* path, const posix_spawn_file_actions_t* actions,

@@ -5,7 +5,9 @@
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
 
+#include <arpa/inet.h>
 #include <gmock/gmock.h>
+#include <netinet/in.h>
 #include <nlohmann/json.hpp>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -14,6 +16,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <string>
 #include <thread>
 
 namespace orvane::test {
@@ -45,6 +49,56 @@ class RealBinaryTest : public PrivateRootTest {
     }
 #endif
 };
+
+/// Listens on another loopback address, whose system drops every packet.
+class PacketDropper {
+  public:
+    PacketDropper(const char* address, std::uint16_t port) {
+        address_.sin_family = AF_INET;
+        address_.sin_port = htons(port);
+        isReady_ = ::inet_pton(AF_INET, address, &address_.sin_addr) == 1 &&
+                   ::bind(listener_, generic(), sizeof address_) == 0 &&
+                   ::listen(listener_, 0) == 0 &&
+                   ::connect(filler_, generic(), sizeof address_) == 0;
+    }
+    PacketDropper(const PacketDropper&) = delete;
+    PacketDropper& operator=(const PacketDropper&) = delete;
+    ~PacketDropper() {
+        ::close(filler_);
+        ::close(listener_);
+    }
+
+    [[nodiscard]] bool isReady() const { return isReady_; }
+
+  private:
+    [[nodiscard]] const sockaddr* generic() const {
+        return reinterpret_cast<const sockaddr*>(&address_);
+    }
+
+    sockaddr_in address_{};
+    int listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    int filler_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    bool isReady_ = false;
+};
+
+// The library gives the first address half of the lookup's 12 s, but not every version wakes up
+// then to try the next one.
+TEST_F(RealBinaryTest, AnIdentityLookupGetsToTheSecondAddressOfAName) {
+    ScriptedServer server;
+    const PacketDropper first("127.0.0.2", server.port());
+    ASSERT_TRUE(first.isReady());
+    writeFile(root.path() / "etc/host.conf", "multi on\n");
+    // The machine would put its own address first.
+    writeFile(root.path() / "etc/gai.conf", "precedence ::ffff:127.0.0.2/128 100\n");
+    writeFile(root.path() / "etc/hosts", "127.0.0.2 two.test\n127.0.0.1 two.test\n");
+    writeFile(root.setup() / "device-identity.json",
+              nlohmann::json{{"device_token", "t"},
+                             {"tenant_slug", "s"},
+                             {"api_url", "http://two.test:" + std::to_string(server.port())}}
+                  .dump());
+    const DaemonProcess process(daemon());
+    EXPECT_TRUE(server.waitForRequests(1));  // within 20 s; the next lookup would be later
+}
 
 TEST_F(RealBinaryTest, AWholeTurnWithTheFixedPaths) {
     ScriptedServer server;

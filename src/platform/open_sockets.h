@@ -1,0 +1,51 @@
+// The TCP connections of an HTTP session, as its library opens and closes them.
+#pragma once
+
+#include <curl/curl.h>
+
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace orvane {
+
+/// Knows every open connection: to cut them off while the library is busy with one, to have a dead
+/// peer noticed, and to pass by an address that takes connections but lets no TLS handshake end.
+/// Safe on any thread.
+class OpenSockets {
+  public:
+    /// Has the library open and close the connections for `easy` here.
+    [[nodiscard]] bool watch(CURL* easy);
+
+    /// Nothing more comes in by any of them, and their peers learn that when the library closes
+    /// them.
+    void shutDown();
+
+    /// A request goes out: what is open by now has been connected and handshaken.
+    void noteSending();
+
+    /// A new exchange starts. If connecting took the last one too long, the addresses that had
+    /// taken its connections are passed by from now on.
+    void noteStart(bool connectingTookTooLong);
+
+    /// Passes no address by any more. Whether any was since `noteStart`: then it is worth trying
+    /// again.
+    [[nodiscard]] bool forgetSilent();
+
+  private:
+    struct Connection {
+        curl_socket_t socket;
+        bool hasServed;
+    };
+
+    static curl_socket_t open(void* self, curlsocktype purpose, curl_sockaddr* address) noexcept;
+    static int close(void* self, curl_socket_t socket) noexcept;
+
+    std::mutex mutex_;  ///< guards all below
+    std::vector<Connection> connections_;
+    std::vector<std::string> fellSilent_;  ///< closed since `noteStart`: connected, never used
+    std::vector<std::string> passedBy_;    ///< addresses to open no connection to
+    bool hasPassedBy_ = false;             ///< whether that happened since `noteStart`
+};
+
+}  // namespace orvane

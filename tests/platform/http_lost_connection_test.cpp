@@ -1,0 +1,307 @@
+// Connections that end while a request is on them, lead nowhere, or have been idle.
+#include "platform/http_exchange.h"
+#include "platform/http_session.h"
+#include "platform/paths.h"
+#include "platform/system_calls.h"
+#include "support/h2_frames.h"
+#include "support/scripted_server.h"
+#include "support/sockets.h"
+#include "support/test_ca.h"
+#include "support/virtual_clock.h"
+
+#include <arpa/inet.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace orvane::test {
+
+namespace {
+
+using ::testing::Optional;
+using ::testing::SizeIs;
+using namespace std::chrono_literals;
+using namespace std::string_literals;
+
+const std::string lostText = "The network connection was lost.";
+const std::string timeoutText = "The request timed out.";
+constexpr const char* shortAnswer = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody";
+
+class LostConnectionTest : public HttpTest {
+  protected:
+    HttpResult ask() { return fetch(session, server.url() + "/p"); }
+
+    ScriptedServer server;
+    HttpSession session{limits};
+};
+
+TEST_F(LostConnectionTest, ARequestLostOnAKeptConnectionIsSentAgain) {
+    for (const Step& losing : {closeAtOnce(), resetAtOnce()}) {
+        server.on("/p", {answer(200, "first"), losing, answer(200, "second")});
+        EXPECT_THAT(ask().response.value().body, Optional("first"s));
+        const auto result = ask();
+        EXPECT_EQ(result.error, std::nullopt);
+        EXPECT_THAT(result.response.value().body, Optional("second"s));
+    }
+    EXPECT_THAT(server.requests(), SizeIs(6));
+}
+
+TEST_F(LostConnectionTest, ButNotAThirdTime) {
+    server.on("/p", {answer(200), closeAtOnce(), closeAtOnce(), answer(200)});
+    EXPECT_EQ(ask().error, std::nullopt);
+    EXPECT_THAT(ask().error, Optional(lostText));
+    EXPECT_THAT(server.requests(), SizeIs(3));
+}
+
+TEST_F(LostConnectionTest, NorOnOneKeptConnectionAfterTheOther) {
+    std::vector<Puppet> puppets(4);
+    std::vector<Exchange> exchanges;
+    for (std::size_t i = 0; i < puppets.size(); ++i) {
+        const std::string path = "/" + std::to_string(i);
+        server.on(path, {[step = puppets[i].step()](Connection& connection,
+                                                    const ReceivedRequest& request) {
+                      (void)step(connection, request);
+                      return true;
+                  }});
+        exchanges.emplace_back(session, requestFor(server.url() + path));
+        puppets[i].waitForRequest();
+    }
+    for (std::size_t i = 0; i < puppets.size(); ++i) {
+        puppets[i].send(shortAnswer);
+        puppets[i].close();
+        EXPECT_EQ(exchanges[i].result().error, std::nullopt);
+    }
+    server.always("/p", closeAtOnce());
+    EXPECT_THAT(ask().error, Optional(lostText));
+    EXPECT_THAT(server.requestsTo("/p"), SizeIs(2));
+}
+
+TEST_F(LostConnectionTest, OnANewConnectionItIsAnError) {
+    server.always("/p", closeAtOnce());
+    EXPECT_THAT(ask().error, Optional(lostText));
+    EXPECT_THAT(server.requests(), SizeIs(1));
+}
+
+TEST_F(LostConnectionTest, AfterTheFirstLineOfTheAnswerItIsAnError) {
+    server.on("/p", {answer(200), sendAndClose("HTTP/1.1 200 OK\r\n"), answer(200)});
+    EXPECT_EQ(ask().error, std::nullopt);
+    EXPECT_THAT(ask().error, Optional(lostText));
+    EXPECT_THAT(server.requests(), SizeIs(2));
+}
+
+TEST_F(LostConnectionTest, AnAnswerOfTheNewConnectionHasTheWholeTimeAgain) {
+    const Puppet first;
+    const Puppet second;
+    server.on("/p", {answer(200), first.step(), second.step()});
+    EXPECT_EQ(ask().error, std::nullopt);
+    Exchange exchange(session, requestFor(server.url() + "/p"));
+    first.waitForRequest();
+    letWorkerTurn(session);
+    virtual_clock::advance(300s);
+    letWorkerTurn(session);
+    first.close();
+    second.waitForRequest();
+    letWorkerTurn(session);
+    virtual_clock::advance(300s);
+    letWorkerTurn(session);
+    EXPECT_FALSE(exchange.isComplete());
+    virtual_clock::advance(30s);
+    EXPECT_THAT(exchange.result().error, Optional(timeoutText));
+}
+
+TEST_F(LostConnectionTest, AConnectionIsNotUsedAgainWhenItHasBeenIdleForSomeSeconds) {
+    EXPECT_EQ(ask().response.value().status, 404);
+    EXPECT_EQ(ask().response.value().status, 404);
+    EXPECT_EQ(server.connectionCount(), 1U);
+    std::this_thread::sleep_for(4100ms);  // the library has a clock of its own
+    EXPECT_EQ(ask().response.value().status, 404);
+    EXPECT_EQ(server.connectionCount(), 2U);
+}
+
+#ifdef __linux__
+TEST_F(LostConnectionTest, ADeadPeerIsNoReasonForAnErrorOnANewConnectionEither) {
+    Exchange refused(session, requestFor("refused:"));
+    (void)refused.result();
+    std::atomic<bool> isDead = false;
+    SystemCallHooks systemCalls;
+    systemCalls.refuse = [&, worker = refused.thread()](std::string_view name) {
+        const bool isRead = name == "recv" && std::this_thread::get_id() == worker;
+        return isRead && isDead.exchange(false) ? ETIMEDOUT : 0;
+    };
+    const WithSystemCallHooks installed(systemCalls);
+    const Puppet puppet;
+    server.on("/p", {puppet.step(), answer(200, "body")});
+    Exchange exchange(session, requestFor(server.url() + "/p"));
+    puppet.waitForRequest();
+    letWorkerTurn(session);
+    isDead = true;
+    puppet.close();
+    const auto result = exchange.result();
+    EXPECT_EQ(result.error, std::nullopt);
+    EXPECT_THAT(result.response.value().body, Optional("body"s));
+}
+#endif
+
+// --- HTTP/2
+
+/// Answers the first request of a connection, then does `next` when another has come.
+Step answerThen(Step next) {
+    return [next = std::move(next)](Connection& connection, const ReceivedRequest& request) {
+        H2Requests requests(connection, request.raw);
+        return connection.send(frame(FrameType::settings, 0, 0, "")) && requests.await() &&
+               connection.send(frame(FrameType::headers, endHeaders | endStream, 1, "\x88")) &&
+               requests.await() && next(connection, request);
+    };
+}
+
+/// Does `next` when the first request of a connection has come.
+Step onFirst(Step next) {
+    return [next = std::move(next)](Connection& connection, const ReceivedRequest& request) {
+        return connection.send(frame(FrameType::settings, 0, 0, "")) &&
+               H2Requests(connection, request.raw).await() && next(connection, request);
+    };
+}
+
+class LostHttp2ConnectionTest : public HttpTest {
+  protected:
+    LostHttp2ConnectionTest() { ca.trustIn(paths::certificateDirectory()); }
+
+    static TlsIdentity http2(TlsIdentity identity) {
+        identity.choosesHttp2 = true;
+        return identity;
+    }
+    HttpResult ask() { return fetch(session, server.url() + "/p"); }
+
+    TestCa ca;
+    ScriptedServer server{http2(ca.issueForLoopback())};
+    HttpSession session{limits};
+};
+
+TEST_F(LostHttp2ConnectionTest, ARequestLostOnAKeptConnectionIsSentAgain) {
+    for (const Step& losing : {closeAtOnce(), resetAtOnce()}) {
+        server.on("*", {answerThen(losing), answerThen(closeAtOnce())});
+        EXPECT_EQ(ask().error, std::nullopt);
+        const auto result = ask();
+        EXPECT_EQ(result.error, std::nullopt);
+        EXPECT_EQ(result.response.value().status, 200);
+        EXPECT_TRUE(fetch(session, "http://127.0.0.1:1/").error);  // drops the connections
+    }
+    EXPECT_EQ(server.connectionCount(), 4U);
+}
+
+TEST_F(LostHttp2ConnectionTest, ARequestThatAGoAwayLeavesOutIsSentAgain) {
+    server.on("*", {answerThen(sendAndStall(goAwayFrame(1, 0))), answerThen(closeAtOnce())});
+    EXPECT_EQ(ask().error, std::nullopt);
+    EXPECT_EQ(ask().error, std::nullopt);
+    EXPECT_EQ(server.connectionCount(), 2U);
+}
+
+TEST_F(LostHttp2ConnectionTest, OnANewConnectionToo) {
+    server.on("*", {onFirst(sendAndStall(goAwayFrame(0, 0))), answerThen(closeAtOnce())});
+    EXPECT_EQ(ask().error, std::nullopt);
+    EXPECT_EQ(server.connectionCount(), 2U);
+}
+
+TEST_F(LostHttp2ConnectionTest, ButNotAThirdTime) {
+    server.always("*", onFirst(sendAndStall(goAwayFrame(0, 0))));
+    const auto result = ask();
+    EXPECT_TRUE(result.error);
+    EXPECT_FALSE(result.response);
+    EXPECT_EQ(server.connectionCount(), 2U);
+}
+
+TEST_F(LostHttp2ConnectionTest, OnANewConnectionTheEndOfTheConnectionIsAnError) {
+    server.always("*", onFirst(resetAtOnce()));
+    EXPECT_TRUE(ask().error);
+    EXPECT_EQ(server.connectionCount(), 1U);
+}
+
+// --- Addresses
+
+#ifdef __linux__
+/// Listens on another loopback address. Connections are made, but nobody serves them.
+class SilentNeighbor {
+  public:
+    SilentNeighbor(const char* address, std::uint16_t port) {
+        sockaddr_in name{};
+        name.sin_family = AF_INET;
+        name.sin_port = htons(port);
+        if (::inet_pton(AF_INET, address, &name.sin_addr) != 1 ||
+            ::bind(socket_, reinterpret_cast<const sockaddr*>(&name), sizeof name) != 0 ||
+            ::listen(socket_, 8) != 0) {
+            throw std::runtime_error("no neighbor");
+        }
+    }
+    SilentNeighbor(const SilentNeighbor&) = delete;
+    SilentNeighbor& operator=(const SilentNeighbor&) = delete;
+    ~SilentNeighbor() { ::close(socket_); }
+
+    /// Blocks until somebody has connected; false when nobody does.
+    [[nodiscard]] bool isConnectedTo() const {
+        pollfd waited{socket_, POLLIN, 0};
+        return ::poll(&waited, 1, 20'000) == 1;
+    }
+
+  private:
+    int socket_ = tcpSocket();
+};
+#endif
+
+class SilentAddressTest : public HttpTest {
+  protected:
+    SilentAddressTest() { ca.trustIn(paths::certificateDirectory()); }
+
+    TestCa ca;
+    ScriptedServer server{ca.issueForLoopback()};
+    HttpSession session{limits};
+};
+
+#ifdef __linux__
+TEST_F(SilentAddressTest, AnAddressThatLetsNoHandshakeEndIsPassedByTheNextTime) {
+    SystemCallHooks systemCalls;
+    systemCalls.resolve = [](const std::string&) { return "127.0.0.2 127.0.0.1"; };
+    const WithSystemCallHooks installed(systemCalls);
+    server.show(ca.issue("DNS:two.test"));
+    const SilentNeighbor neighbor("127.0.0.2", server.port());
+    const std::string url = "https://two.test:" + std::to_string(server.port()) + "/p";
+    Exchange first(session, requestFor(url));
+    ASSERT_TRUE(neighbor.isConnectedTo());
+    letWorkerTurn(session);
+    virtual_clock::advance(31s);
+    EXPECT_THAT(first.result().error, Optional(timeoutText));
+    const auto second = fetch(session, url);
+    EXPECT_EQ(second.error, std::nullopt);
+    EXPECT_EQ(server.requests().size(), 1U);
+}
+#endif
+
+TEST_F(SilentAddressTest, TheOnlyAddressIsTriedAgainAtOnce) {
+    const Puppet stall;
+    server.onConnect(stall.step());
+    Exchange first(session, requestFor(server.url() + "/p"));
+    stall.waitForRequest();
+    letWorkerTurn(session);
+    virtual_clock::advance(31s);
+    EXPECT_THAT(first.result().error, Optional(timeoutText));
+    server.onConnect([](Connection&, const ReceivedRequest&) { return true; });
+    EXPECT_EQ(fetch(session, server.url() + "/p").error, std::nullopt);
+}
+
+}  // namespace
+
+}  // namespace orvane::test
