@@ -8,6 +8,7 @@
 #include <condition_variable>
 #include <mutex>
 #include <optional>
+#include <random>
 #include <set>
 #include <stdexcept>
 #include <thread>
@@ -30,6 +31,8 @@ struct Pending {
     Request request;
     Exchange exchange;
     bool headersRead = false;
+    bool counted = false;                           // Among the polls.
+    std::optional<std::chrono::milliseconds> hold;  // How long at most, once that is decided.
 };
 
 std::string headerOf(MHD_Connection* connection, const char* name) {
@@ -117,16 +120,20 @@ class ControlPlane::Server {
     MHD_Daemon* listen();
     MHD_Result answer(MHD_Connection* connection, Pending& pending);
     std::optional<Reply> replyOrHold(MHD_Connection* connection, Pending& pending);
+    bool isToBeRefused(Pending& pending);
+    std::chrono::milliseconds holdFor(std::chrono::milliseconds atMost);
     void replacePolicy(Policy policy);
     void releaseUntil(Clock::time_point deadline);
     void endHolds();
 
     Options options_;
-    mutable std::mutex mutex_;  // Guards the four members below.
+    mutable std::mutex mutex_;  // Guards the members below, down to daemon_.
     std::condition_variable holdsChanged_;
     std::optional<Policy> policy_;
     std::set<std::pair<Clock::time_point, MHD_Connection*>> held_;  // By the end of their time.
     bool stopping_ = false;
+    unsigned polls_ = 0;
+    std::mt19937 random_{std::random_device{}()};
     MHD_Daemon* daemon_ = nullptr;
     std::thread holdsEnder_;
 };
@@ -241,6 +248,9 @@ MHD_Result ControlPlane::Server::answer(MHD_Connection* connection, Pending& pen
 std::optional<Reply> ControlPlane::Server::replyOrHold(MHD_Connection* connection,
                                                        Pending& pending) {
     const std::scoped_lock lock(mutex_);
+    if (isToBeRefused(pending)) {
+        return Reply{options_.behavior.failStatus, {}, {}};
+    }
     Decision decision = decide(pending.request, options_.account, policy_);
     if (auto* const reply = std::get_if<Reply>(&decision)) {
         return std::move(*reply);
@@ -249,7 +259,10 @@ std::optional<Reply> ControlPlane::Server::replyOrHold(MHD_Connection* connectio
         replacePolicy(std::move(accepted->policy));
         return Reply{204, {}, {}};
     }
-    const auto deadline = pending.arrived + std::get<Hold>(decision).atMost;
+    if (!pending.hold) {
+        pending.hold = holdFor(std::get<Hold>(decision).atMost);
+    }
+    const auto deadline = pending.arrived + *pending.hold;
     if (stopping_ || Clock::now() >= deadline) {
         return Reply{304, {}, {}};
     }
@@ -259,7 +272,24 @@ std::optional<Reply> ControlPlane::Server::replyOrHold(MHD_Connection* connectio
     return std::nullopt;
 }
 
-/// Expects the mutex to be held, as does releaseUntil.
+/// Expects the mutex to be held, as do the next three.
+bool ControlPlane::Server::isToBeRefused(Pending& pending) {
+    if (options_.behavior.failEvery == 0 || !isPoll(pending.request) ||
+        std::exchange(pending.counted, true)) {
+        return false;
+    }
+    return ++polls_ % options_.behavior.failEvery == 0;
+}
+
+std::chrono::milliseconds ControlPlane::Server::holdFor(std::chrono::milliseconds atMost) {
+    if (!options_.behavior.jitter) {
+        return atMost;
+    }
+    std::uniform_int_distribution<std::chrono::milliseconds::rep> length(atMost.count() * 4 / 5,
+                                                                         atMost.count());
+    return std::chrono::milliseconds(length(random_));
+}
+
 void ControlPlane::Server::replacePolicy(Policy policy) {
     policy_ = std::move(policy);
     releaseUntil(Clock::time_point::max());

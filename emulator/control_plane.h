@@ -24,8 +24,9 @@ struct Exchange {
 
 /// How to run a control plane.
 struct Options {
-    std::uint16_t port = 0;      ///< TCP port on the loopback interface; 0 for any free one.
-    Account account;             ///< An empty `apiUrl` stands for the server's own address.
+    std::uint16_t port = 0;  ///< TCP port on the loopback interface; 0 for any free one.
+    Account account;         ///< An empty `apiUrl` stands for the server's own address.
+    Behavior behavior;
     std::string certificatePem;  ///< With a certificate and its key the server speaks HTTPS only;
     std::string privateKeyPem;   ///< with both empty, HTTP only.
 

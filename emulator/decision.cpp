@@ -111,6 +111,8 @@ Decision policyWritten(const Request& request, const Account& /*account*/,
     return Accept{std::move(*policy)};
 }
 
+constexpr std::string_view pollPath = "/api/orvane/v1/connect/guard-config/";
+
 struct Route {
     std::string_view path;
     std::string_view method;
@@ -118,7 +120,7 @@ struct Route {
 };
 
 constexpr std::array<Route, 5> routes{{
-    {"/api/orvane/v1/connect/guard-config/", "GET", pollAnswer},
+    {pollPath, "GET", pollAnswer},
     {"/api/orvane/v1/guard/effective/", "GET", effectiveAnswer},
     {"/api/orvane/v1/endpoint/agent-config/", "GET", agentConfigAnswer},
     {"/policy", "GET", policyRead},
@@ -126,6 +128,10 @@ constexpr std::array<Route, 5> routes{{
 }};
 
 }  // namespace
+
+bool isPoll(const Request& request) {
+    return request.method == "GET" && request.path == pollPath;
+}
 
 Decision decide(const Request& request, const Account& account,
                 const std::optional<Policy>& policy) {

@@ -20,6 +20,13 @@ struct Account {
     std::string apiUrl;       ///< The base URL a device is told to use.
 };
 
+/// What a control plane does beyond answering.
+struct Behavior {
+    bool jitter = false;        ///< Polls are held for 80 to 100 % of the time that they ask for.
+    unsigned failEvery = 0;     ///< Each poll whose number is a multiple is refused; 0 for none.
+    unsigned failStatus = 503;  ///< With this status.
+};
+
 /// The parts of an HTTP request that an answer can depend on; texts are empty when absent.
 struct Request {
     std::string method;
@@ -51,6 +58,9 @@ struct Accept {
 };
 
 using Decision = std::variant<Reply, Hold, Accept>;
+
+/// Whether `request` asks for the policy, as agents do.
+bool isPoll(const Request& request);
 
 /// What to do about `request`, given whom we serve and the policy in force (if any).
 /// A pure function: it keeps nothing, changes nothing and may be called on any thread.

@@ -7,6 +7,7 @@
 #include <curl/curl.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -244,10 +245,31 @@ std::optional<Flags> flagsOf(const std::vector<const char*>& arguments) {
 }
 
 TEST(Flags, AllAreRead) {
-    const auto flags = flagsOf({"--key",        "k", "--port",   "65535", "--policy",      "p",
-                                "--device",     "d", "--tenant", "t",     "--agent-slug",  "s",
-                                "--agent-type", "y", "--cert",   "c",     "--private-key", "q",
-                                "--port-file",  "f"});
+    const auto flags = flagsOf({"--key",
+                                "k",
+                                "--port",
+                                "65535",
+                                "--policy",
+                                "p",
+                                "--device",
+                                "d",
+                                "--tenant",
+                                "t",
+                                "--agent-slug",
+                                "s",
+                                "--agent-type",
+                                "y",
+                                "--cert",
+                                "c",
+                                "--private-key",
+                                "q",
+                                "--port-file",
+                                "f",
+                                "--jitter",
+                                "--fail-every",
+                                "3",
+                                "--with",
+                                "429"});
     ASSERT_TRUE(flags);
     EXPECT_EQ(flags->port, 65535);
     EXPECT_EQ(flags->account.apiKey, "k");
@@ -259,6 +281,9 @@ TEST(Flags, AllAreRead) {
     EXPECT_EQ(flags->certificate, "c");
     EXPECT_EQ(flags->privateKey, "q");
     EXPECT_EQ(flags->portFile, "f");
+    EXPECT_TRUE(flags->behavior.jitter);
+    EXPECT_EQ(flags->behavior.failEvery, 3U);
+    EXPECT_EQ(flags->behavior.failStatus, 429U);
 }
 
 TEST(Flags, WhatMakesNoSenseIsRefused) {
@@ -268,6 +293,12 @@ TEST(Flags, WhatMakesNoSenseIsRefused) {
     EXPECT_FALSE(flagsOf({"--key", "k", "--nonsense", "1"}));
     EXPECT_FALSE(flagsOf({"--key", "k", "stray"}));
     EXPECT_FALSE(flagsOf({"--key", "k", "--cert", "c"}));
+    for (const char* count : {"0", "-1", "x", "1000001"}) {
+        EXPECT_FALSE(flagsOf({"--key", "k", "--fail-every", count})) << count;
+    }
+    for (const char* status : {"399", "600", "x"}) {
+        EXPECT_FALSE(flagsOf({"--key", "k", "--fail-every", "2", "--with", status})) << status;
+    }
     for (const char* port : {"65536", "-1", "x", "80x", ""}) {
         EXPECT_FALSE(flagsOf({"--key", "k", "--port", port})) << port;
     }
@@ -503,6 +534,51 @@ TEST_F(AServer, AShortPollDoesNotWaitForALongOne) {
     EXPECT_EQ(poll("1").status, 304);
     plane_->setPolicy(firstText);
     EXPECT_EQ(longer.get().status, 200);
+}
+
+TEST_F(AServer, RefusesEveryNthPollAndNothingElse) {
+    Options options = optionsFor(*this);
+    options.behavior.failEvery = 3;
+    options.behavior.failStatus = 429;
+    plane_ = std::make_unique<ControlPlane>(options);
+    plane_->setPolicy(firstText);
+    std::vector<long> statuses;
+    for (int i = 0; i < 6; ++i) {
+        statuses.push_back(poll("0").status);
+        EXPECT_EQ(Call(url("/policy")).send().status, 200);
+    }
+    EXPECT_EQ(statuses, (std::vector<long>{200, 200, 429, 200, 200, 429}));
+}
+
+TEST_F(AServer, CountsAPollThatIsHeldOnce) {
+    Options options = optionsFor(*this);
+    options.behavior.failEvery = 2;
+    plane_ = std::make_unique<ControlPlane>(options);
+    plane_->setPolicy(firstText);
+    auto answer = pollInBackground("300", "\"a/1\"");
+    untilHeld(1);
+    plane_->setPolicy(secondText);
+    EXPECT_EQ(answer.get().status, 200);
+    EXPECT_EQ(poll("0").status, 503);
+}
+
+TEST_F(AServer, JittersItsHoldsWhenAskedTo) {
+    Options options = optionsFor(*this);
+    options.behavior.jitter = true;
+    plane_ = std::make_unique<ControlPlane>(options);
+    plane_->setPolicy(firstText);
+    std::vector<std::future<Answer>> polls;
+    for (int i = 0; i < 20; ++i) {
+        polls.push_back(pollInBackground("2", "\"a/1\""));
+    }
+    for (auto& held : polls) {
+        EXPECT_EQ(held.get().status, 304);
+    }
+    const std::scoped_lock lock(mutex_);
+    ASSERT_EQ(exchanges_.size(), 20U);
+    const auto byHold = [](const Exchange& a, const Exchange& b) { return a.held < b.held; };
+    EXPECT_GE(std::min_element(exchanges_.begin(), exchanges_.end(), byHold)->held, 1600ms);
+    EXPECT_LT(std::min_element(exchanges_.begin(), exchanges_.end(), byHold)->held, 2000ms);
 }
 
 TEST_F(AServer, ManyHeldPollsAreAnsweredTogether) {

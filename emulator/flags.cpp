@@ -19,15 +19,17 @@ Reader into(Text& field) {
     };
 }
 
-Reader intoPort(std::uint16_t& port) {
-    return [&port](std::string_view value) {
-        const auto [rest, error] = std::from_chars(value.data(), value.data() + value.size(), port);
-        return error == std::errc() && rest == value.data() + value.size();
+template <typename Number>
+Reader intoNumber(Number& number, Number least, Number most) {
+    return [&number, least, most](std::string_view value) {
+        const char* const end = value.data() + value.size();
+        const auto [rest, error] = std::from_chars(value.data(), end, number);
+        return error == std::errc() && rest == end && number >= least && number <= most;
     };
 }
 
 std::map<std::string_view, Reader> readersInto(Flags& flags) {
-    return {{"--port", intoPort(flags.port)},
+    return {{"--port", intoNumber<std::uint16_t>(flags.port, 0, 65535)},
             {"--policy", into(flags.policy)},
             {"--key", into(flags.account.apiKey)},
             {"--device", into(flags.account.deviceToken)},
@@ -36,7 +38,9 @@ std::map<std::string_view, Reader> readersInto(Flags& flags) {
             {"--agent-type", into(flags.account.agentType)},
             {"--cert", into(flags.certificate)},
             {"--private-key", into(flags.privateKey)},
-            {"--port-file", into(flags.portFile)}};
+            {"--port-file", into(flags.portFile)},
+            {"--fail-every", intoNumber(flags.behavior.failEvery, 1U, 1'000'000U)},
+            {"--with", intoNumber(flags.behavior.failStatus, 400U, 599U)}};
 }
 
 bool areUsable(const Flags& flags) {
@@ -50,11 +54,12 @@ std::optional<Flags> readFlags(std::span<const char* const> arguments) {
     Flags flags;
     const auto readers = readersInto(flags);
     for (std::size_t i = 0; i < arguments.size(); ++i) {
-        if (std::string_view(arguments[i]) == "--help") {
-            flags.help = true;
+        const std::string_view name = arguments[i];
+        if (name == "--help" || name == "--jitter") {
+            (name == "--help" ? flags.help : flags.behavior.jitter) = true;
             continue;
         }
-        const auto reader = readers.find(arguments[i]);
+        const auto reader = readers.find(name);
         if (reader == readers.end() || ++i == arguments.size() || !reader->second(arguments[i])) {
             return std::nullopt;
         }
@@ -78,6 +83,9 @@ agents, holds their polls until the policy changes, and prints a line for every 
   --agent-type TYPE    that agent's type
   --cert FILE          speak HTTPS, with the certificate ...
   --private-key FILE   ... and the private key (both PEM) in these files
+  --jitter             hold each poll for a random time, 80 to 100 % of what it asks for
+  --fail-every N       refuse every Nth poll ...
+  --with STATUS        ... with this status, 400 to 599 (503)
   --help               print this and end
 
 While it runs, the policy can also be set with:  curl -T FILE http://127.0.0.1:PORT/policy

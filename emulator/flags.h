@@ -15,6 +15,7 @@ struct Flags {
     bool help = false;
     std::uint16_t port = 0;
     Account account;
+    Behavior behavior;
     std::filesystem::path policy;  ///< Empty: none, as with the paths below.
     std::filesystem::path portFile;
     std::filesystem::path certificate;

@@ -112,6 +112,7 @@ Options optionsOf(const Flags& flags) {
     Options options;
     options.port = flags.port;
     options.account = flags.account;
+    options.behavior = flags.behavior;
     options.certificatePem = readPem(flags.certificate);
     options.privateKeyPem = readPem(flags.privateKey);
     options.onHeld = printHeld;
