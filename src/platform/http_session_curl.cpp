@@ -5,6 +5,7 @@
 #include "platform/text.h"
 
 #include <curl/curl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -28,6 +29,7 @@ using std::chrono::milliseconds;
 
 constexpr const char* timedOut = "The request timed out.";
 constexpr const char* unsupportedUrl = "unsupported URL";
+constexpr long proxyAuthenticationRequired = 407;
 constexpr const char* noStatusLine = "the response does not start with a valid HTTP status line";
 
 static_assert(HttpSession::headerValueLimit == 65'536);
@@ -115,6 +117,15 @@ long statusOf(std::string_view line) {
     return status;
 }
 
+curl_socket_t openSocket(void* sockets, curlsocktype /*purpose*/, curl_sockaddr* address) noexcept {
+    return static_cast<OpenSockets*>(sockets)->open(
+        address->family, address->socktype, address->protocol, &address->addr, address->addrlen);
+}
+
+int closeSocket(void* sockets, curl_socket_t socket) noexcept {
+    return static_cast<OpenSockets*>(sockets)->close(socket);
+}
+
 /// One exchange, owned by the worker from `send` until its completion has been called.
 class Transfer {
   public:
@@ -146,15 +157,15 @@ class Transfer {
     }
 
     /// Takes `easy` and prepares it for the request. False when the library refused an option.
-    bool prepare(EasyHandle&& easy, const std::string& certificateDirectory,
+    bool prepare(EasyHandle&& easy, const std::string& certificateDirectory, bool readsBundle,
                  OpenSockets& openSockets) {
         easy_ = std::move(easy);
         openSockets_ = &openSockets;
         if (headers_.get() == nullptr) {
             listHeaders();
         }
-        return setWhatIsAsked() && setHowItTravels() && setTrust(certificateDirectory) &&
-               setCallbacks() && openSockets.watch(easy_.get());
+        return setWhatIsAsked() && setHowItTravels() &&
+               setTrust(certificateDirectory, readsBundle) && setCallbacks();
     }
 
     [[nodiscard]] CURL* easy() const { return easy_.get(); }
@@ -263,10 +274,16 @@ class Transfer {
                set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(longestConnecting().count()));
     }
 
-    bool setTrust(const std::string& certificateDirectory) {
+    /// The library's own bundle counts unless it is taken out.
+    bool setTrust(const std::string& certificateDirectory, bool readsBundle) {
+        const auto setForBoth = [&](CURLoption option, CURLoption forProxies, const char* path) {
+            return set(option, path) && set(forProxies, path);
+        };
         if (!certificateDirectory.empty() &&
-            (!set(CURLOPT_CAPATH, certificateDirectory.c_str()) ||
-             !set(CURLOPT_CAINFO, static_cast<const char*>(nullptr)))) {
+            !setForBoth(CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH, certificateDirectory.c_str())) {
+            return false;
+        }
+        if (!readsBundle && !setForBoth(CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO, nullptr)) {
             return false;
         }
         return set(CURLOPT_SSL_VERIFYPEER, 1L) && set(CURLOPT_SSL_VERIFYHOST, 2L) &&
@@ -276,6 +293,10 @@ class Transfer {
     bool setCallbacks() {
         errorBuffer_.front() = '\0';
         return set(CURLOPT_ERRORBUFFER, errorBuffer_.data()) && set(CURLOPT_NOPROGRESS, 0L) &&
+               set(CURLOPT_OPENSOCKETFUNCTION, &openSocket) &&
+               set(CURLOPT_OPENSOCKETDATA, static_cast<void*>(openSockets_)) &&
+               set(CURLOPT_CLOSESOCKETFUNCTION, &closeSocket) &&
+               set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(openSockets_)) &&
                set(CURLOPT_SOCKOPTFUNCTION, &Transfer::noteConnecting) &&
                set(CURLOPT_SOCKOPTDATA, static_cast<void*>(this)) &&
                set(CURLOPT_PREREQFUNCTION, &Transfer::noteSending) &&
@@ -327,6 +348,21 @@ class Transfer {
             (code == CURLE_WEIRD_SERVER_REPLY && atStatusLine_)) {
             return noStatusLine;
         }
+        if (const long status = proxyRefusal()) {
+            return (status == proxyAuthenticationRequired
+                        ? "The proxy requires a user name and password (HTTP "
+                        : "The proxy refused to connect to the server (HTTP ") +
+                   std::to_string(status) + ").";
+        }
+        // Since TLS 1.3 the server's alerts may come behind the handshake.
+        const std::string_view reason = errorBuffer_.data();
+        if (reason.find("alert certificate required") != std::string_view::npos) {
+            return "The server requires a client certificate, and none is ever sent (TLS alert "
+                   "116).";
+        }
+        if (code == CURLE_RECV_ERROR && reason.find(" alert ") != std::string_view::npos) {
+            code = CURLE_SSL_CONNECT_ERROR;
+        }
         switch (code) {
             case CURLE_OPERATION_TIMEDOUT:
                 return timedOut;
@@ -342,17 +378,33 @@ class Transfer {
                 return "The network connection was lost.";
             case CURLE_SSL_CONNECT_ERROR:
                 return "An SSL error has occurred and a secure connection to the server cannot be "
-                       "made.";
+                       "made." +
+                       reasonInParentheses();
             case CURLE_PEER_FAILED_VERIFICATION:
                 return "The certificate for this server is invalid. You might be connecting to a "
                        "server "
                        "that is pretending to be “" +
                        request_.url.host() +
-                       "” which could put your confidential information at risk.";
+                       "” which could put your confidential information at risk." +
+                       reasonInParentheses();
             default:
                 return errorBuffer_.front() != '\0' ? errorBuffer_.data()
                                                     : curl_easy_strerror(code);
         }
+    }
+
+    /// The status by which a proxy refused a tunnel; 0 when none did.
+    [[nodiscard]] long proxyRefusal() const {
+        constexpr long firstRefusal = 300;
+        long status = 0;
+        (void)curl_easy_getinfo(easy_.get(), CURLINFO_HTTP_CONNECTCODE, &status);
+        return isConnecting_ && status >= firstRefusal ? status : 0;
+    }
+
+    /// What the library says of the failure, if it says anything.
+    [[nodiscard]] std::string reasonInParentheses() const {
+        const std::string reason = errorBuffer_.data();
+        return reason.empty() ? reason : " (" + reason + ")";
     }
 
     void touch() { lastActivity_ = clock::monotonicNow(); }
@@ -587,6 +639,7 @@ class HttpSession::Worker {
         const std::lock_guard lock(mutex_);  // `send` wakes the handle up from other threads
         multi_ = std::move(fresh);
         certificateDirectory_.reset();
+        bundleIsWanted_ = false;
         dropConnections_ = false;
         return true;
     }
@@ -608,7 +661,8 @@ class HttpSession::Worker {
     bool start(Transfer& transfer) {
         EasyHandle easy = spareEasy_ ? std::move(spareEasy_) : EasyHandle(curl_easy_init());
         return easy != nullptr &&
-               transfer.prepare(std::move(easy), certificateDirectory(), openSockets_) &&
+               transfer.prepare(std::move(easy), certificateDirectory(), readsBundle(),
+                                openSockets_) &&
                curl_multi_add_handle(multi_.get(), transfer.easy()) == CURLM_OK;
     }
 
@@ -620,9 +674,13 @@ class HttpSession::Worker {
         const bool isLost = transfer.isToBeSentAgain(code);
         const bool isToTryAllAddresses =
             code == CURLE_COULDNT_CONNECT && transfer.isConnecting() && openSockets_.forgetSilent();
-        if (!isLost && !isToTryAllAddresses) {
+        const bool isToReadBundle = code == CURLE_PEER_FAILED_VERIFICATION &&
+                                    transfer.isConnecting() && !readsBundle() &&
+                                    hasBundle(transfer);
+        if (!isLost && !isToTryAllAddresses && !isToReadBundle) {
             return false;
         }
+        bundleIsWanted_ = bundleIsWanted_ || isToReadBundle;
         if (isLost) {
             transfer.startLimits();
         }
@@ -638,6 +696,17 @@ class HttpSession::Worker {
                 hasHashedCertificates(directory) ? directory.string() : std::string();
         }
         return *certificateDirectory_;
+    }
+
+    /// Whether the library's bundle is read, certificate by certificate. Mostly
+    /// the directory, in which the one that is needed is looked up, will do.
+    bool readsBundle() { return bundleIsWanted_ || certificateDirectory().empty(); }
+
+    /// Whether the library has a bundle that can be read.
+    static bool hasBundle(const Transfer& transfer) {
+        const char* path = nullptr;
+        (void)curl_easy_getinfo(transfer.easy(), CURLINFO_CAINFO, &path);
+        return path != nullptr && ::access(path, R_OK) == 0;
     }
 
     void completeFinished() {
@@ -709,6 +778,7 @@ class HttpSession::Worker {
     std::vector<std::unique_ptr<Transfer>> active_;
     EasyHandle spareEasy_;
     std::optional<std::string> certificateDirectory_;
+    bool bundleIsWanted_ = false;  ///< the directory alone did not do
     bool dropConnections_ = false;
     bool connectingTookTooLong_ = false;  ///< of the exchange that ended last
 };

@@ -1,7 +1,7 @@
 // The TCP connections of an HTTP session, as its library opens and closes them.
 #pragma once
 
-#include <curl/curl.h>
+#include <sys/socket.h>
 
 #include <mutex>
 #include <string>
@@ -14,8 +14,11 @@ namespace orvane {
 /// Safe on any thread.
 class OpenSockets {
   public:
-    /// Has the library open and close the connections for `easy` here.
-    [[nodiscard]] bool watch(CURL* easy);
+    /// A socket for a connection to `address`, to be closed by `close`; -1 when that is to be
+    /// passed by, or none can be had. Without memory for a few bytes the process ends: nothing may
+    /// be thrown through the library.
+    int open(int family, int type, int protocol, const sockaddr* address, socklen_t size) noexcept;
+    int close(int socket) noexcept;
 
     /// Nothing more comes in by any of them, and their peers learn that when the library closes
     /// them.
@@ -34,12 +37,9 @@ class OpenSockets {
 
   private:
     struct Connection {
-        curl_socket_t socket;
+        int socket;
         bool hasServed;
     };
-
-    static curl_socket_t open(void* self, curlsocktype purpose, curl_sockaddr* address) noexcept;
-    static int close(void* self, curl_socket_t socket) noexcept;
 
     std::mutex mutex_;  ///< guards all below
     std::vector<Connection> connections_;

@@ -38,7 +38,8 @@ struct Scene {
 struct Ending {
     int status = 0;                                   ///< 0 when no header came
     std::int64_t bytes = 0;                           ///< of a body that came to its end
-    std::optional<std::string> error = std::nullopt;  ///< absent for a whole answer; any when empty
+    std::optional<std::string> error = std::nullopt;  ///< absent for a whole answer; only its start
+                                                      ///< when that is empty or ends with "("
 };
 
 /// A connection that is lost behind a header with `status`, or before there was one.

@@ -57,7 +57,7 @@ Misdeed shows(std::string name, std::function<TlsIdentity()> identity) {
             {0, 0,
              "The certificate for this server is invalid. You might be connecting to a server that "
              "is pretending to be “localhost” which could put your confidential information at "
-             "risk."},
+             "risk. ("},
             [identity = std::move(identity)](const Scene& scene) { scene.server.show(identity()); },
             [](const Scene& scene) { scene.server.show(authority().issueForLoopback()); }};
 }
@@ -93,7 +93,7 @@ const std::vector<Misdeed> certificates{
 INSTANTIATE_TEST_SUITE_P(Certificates, HostileTlsTest, onEveryEndpoint(certificates), nameOf);
 
 const Ending noSecureConnection{
-    0, 0, "An SSL error has occurred and a secure connection to the server cannot be made."};
+    0, 0, "An SSL error has occurred and a secure connection to the server cannot be made. ("};
 
 Misdeed speaksTls11Only() {
     Misdeed misdeed = shows("SpeaksTls11Only", [] {

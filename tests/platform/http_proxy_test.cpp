@@ -1,7 +1,9 @@
 // Proxies from the environment: honoured, but never on the way to this very machine.
 #include "platform/http_exchange.h"
 #include "platform/http_session.h"
+#include "platform/paths.h"
 #include "support/scripted_server.h"
+#include "support/test_ca.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -97,6 +99,28 @@ TEST_F(HttpProxyTest, WhatTheProxySaysToTheTunnelIsNotTheResponse) {
         EXPECT_THAT(result.error, Optional(Not(IsEmpty())));
     }
     EXPECT_EQ(proxy.requests().size(), 3U);
+}
+
+TEST_F(HttpProxyTest, ARefusedTunnelIsToldWithItsStatus) {
+    proxy.on("example.invalid:443", {answer(403, "no"), answer(407, "who?"), answer(503)});
+    for (const char* error : {"The proxy refused to connect to the server (HTTP 403).",
+                              "The proxy requires a user name and password (HTTP 407).",
+                              "The proxy refused to connect to the server (HTTP 503)."}) {
+        const auto result = fetch(session, "https://example.invalid/p");
+        EXPECT_FALSE(result.response);
+        EXPECT_THAT(result.error, Optional(std::string(error)));
+    }
+}
+
+TEST_F(HttpProxyTest, AnHttpsProxyIsTrustedLikeAServer) {
+    const TestCa ca;
+    ca.trustIn(paths::certificateDirectory());
+    ScriptedServer secure(ca.issueForLoopback());
+    ::setenv("https_proxy", secure.url().c_str(), 1);
+    secure.on("example.invalid:443", {answer(403)});
+    EXPECT_THAT(fetch(session, "https://example.invalid/p").error,
+                Optional("The proxy refused to connect to the server (HTTP 403)."s));
+    EXPECT_EQ(secure.requests().size(), 1U);
 }
 
 TEST_F(HttpProxyTest, AProxyThatIsGoneIsAnError) {

@@ -53,14 +53,14 @@ TEST_F(TlsBundleTest, WithoutHashedNamesInTheTrustStoreTheLibrarysBundleCounts) 
     }
 }
 
-TEST_F(TlsBundleTest, WithHashedNamesItDoesNot) {
+TEST_F(TlsBundleTest, WithHashedNamesOfOthersItCountsToo) {
     for (const char* name : {"01234567.0", "89abcdef.9"}) {
         SCOPED_TRACE(name);
         const std::string answer = isTrustedBeside(name);
         if (answer.starts_with("skip: ")) {
             GTEST_SKIP() << answer.substr(6);
         }
-        EXPECT_EQ(answer, invalidCertificate("localhost"));
+        EXPECT_EQ(answer, "yes");
     }
 }
 

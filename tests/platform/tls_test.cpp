@@ -12,6 +12,7 @@ namespace {
 
 using ::testing::IsEmpty;
 using ::testing::Optional;
+using ::testing::StartsWith;
 using namespace std::string_literals;
 
 // The protocol's own version numbers.
@@ -19,7 +20,7 @@ constexpr int tls11 = 0x0302;
 constexpr int tls12 = 0x0303;
 
 constexpr const char* noSecureConnection =
-    "An SSL error has occurred and a secure connection to the server cannot be made.";
+    "An SSL error has occurred and a secure connection to the server cannot be made. (";
 
 TEST_F(TlsTest, AServerWithATrustedCertificateGetsTheRequest) {
     ScriptedServer server(ca.issueForLoopback());
@@ -38,7 +39,7 @@ TEST_F(TlsTest, AnAddressIsCheckedLikeAName) {
     const ScriptedServer nameOnly(ca.issue("DNS:localhost"));
     const auto refused =
         fetch(session, "https://127.0.0.1:" + std::to_string(nameOnly.port()) + "/p");
-    EXPECT_THAT(refused.error, Optional(invalidCertificate("127.0.0.1")));
+    EXPECT_THAT(refused.error, Optional(StartsWith(invalidCertificate("127.0.0.1"))));
     EXPECT_THAT(nameOnly.requests(), IsEmpty());
 }
 
@@ -81,7 +82,7 @@ TEST_F(TlsTest, TheCheckIsRepeatedForEveryRequest) {
     const TestCa other;
     const ScriptedServer server(other.issueForLoopback());
     for (int i = 0; i < 3; ++i) {
-        EXPECT_THAT(ask(server).error, Optional(invalidCertificate("localhost")));
+        EXPECT_THAT(ask(server).error, Optional(StartsWith(invalidCertificate("localhost"))));
     }
     EXPECT_THAT(server.requests(), IsEmpty());
 }
@@ -130,7 +131,7 @@ TEST_F(TlsTest, NothingOlderIsSpokenWhateverTheLibrarysConfigurationAllows) {
     const auto result = ask(server);
     ::unsetenv("OPENSSL_CONF");
     EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional(std::string(noSecureConnection)));
+    EXPECT_THAT(result.error, Optional(StartsWith(noSecureConnection)));
     EXPECT_THAT(server.requests(), IsEmpty());
 }
 
@@ -146,7 +147,7 @@ TEST_F(TlsTest, AServerThatSpeaksNoTlsLearnsNothing) {
         fetch(session, requestFor("https://localhost:" + std::to_string(server.port()) + "/p",
                                   {{"X-Orv-Key", "key-1"}}));
     EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional(std::string(noSecureConnection)));
+    EXPECT_THAT(result.error, Optional(StartsWith(noSecureConnection)));
     EXPECT_EQ(heard.find("key-1"), std::string::npos);
 }
 
@@ -155,7 +156,7 @@ TEST_F(TlsTest, AConnectionLostInTheHandshakeIsAnSslError) {
     server.onConnect(closeAtOnce());
     const auto result = ask(server);
     EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional(std::string(noSecureConnection)));
+    EXPECT_THAT(result.error, Optional(StartsWith(noSecureConnection)));
 }
 
 TEST_F(TlsTest, AConnectionLostWithinTheBodyKeepsTheStatusOnly) {

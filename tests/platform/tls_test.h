@@ -14,12 +14,12 @@
 
 namespace orvane::test {
 
-/// The error for a certificate that does not speak for `host`.
+/// The error for a certificate that does not speak for `host`, up to the library's reason.
 inline std::string invalidCertificate(const std::string& host) {
     return "The certificate for this server is invalid. You might be connecting to a server that "
            "is "
            "pretending to be “" +
-           host + "” which could put your confidential information at risk.";
+           host + "” which could put your confidential information at risk. (";
 }
 
 class TlsTest : public HttpTest {
@@ -36,7 +36,8 @@ class TlsTest : public HttpTest {
         const ScriptedServer server(identity);
         const auto result = ask(server);
         EXPECT_FALSE(result.response);
-        EXPECT_THAT(result.error, ::testing::Optional(invalidCertificate("localhost")));
+        EXPECT_THAT(result.error,
+                    ::testing::Optional(::testing::StartsWith(invalidCertificate("localhost"))));
         EXPECT_THAT(server.requests(), ::testing::IsEmpty());
     }
 

@@ -25,7 +25,7 @@ std::string textOf(const sockaddr* address, socklen_t size) {
 }
 
 /// The peer of a connected socket; empty while it is being connected.
-std::string peerOf(curl_socket_t socket) {
+std::string peerOf(int socket) {
     sockaddr_storage storage{};
     socklen_t size = sizeof storage;
     auto* const address = reinterpret_cast<sockaddr*>(&storage);
@@ -49,16 +49,6 @@ void noticeDeadPeer(int socket) {
 }
 
 }  // namespace
-
-bool OpenSockets::watch(CURL* easy) {
-    const auto set = [=](CURLoption option, auto value) {
-        return curl_easy_setopt(easy, option, value) == CURLE_OK;
-    };
-    return set(CURLOPT_OPENSOCKETFUNCTION, &OpenSockets::open) &&
-           set(CURLOPT_OPENSOCKETDATA, static_cast<void*>(this)) &&
-           set(CURLOPT_CLOSESOCKETFUNCTION, &OpenSockets::close) &&
-           set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(this));
-}
 
 void OpenSockets::shutDown() {
     constexpr linger resetAtClose{1, 0};
@@ -92,41 +82,37 @@ bool OpenSockets::forgetSilent() {
     return std::exchange(hasPassedBy_, false);
 }
 
-// Nothing may be thrown through the library: without memory for a few bytes, the process ends.
-curl_socket_t OpenSockets::open(void* self, curlsocktype /*purpose*/,
-                                curl_sockaddr* address) noexcept {
-    auto& sockets = *static_cast<OpenSockets*>(self);
-    const std::lock_guard lock(sockets.mutex_);
-    if (!sockets.passedBy_.empty()) {
-        const std::string wanted = textOf(&address->addr, address->addrlen);
-        if (std::find(sockets.passedBy_.begin(), sockets.passedBy_.end(), wanted) !=
-            sockets.passedBy_.end()) {
-            sockets.hasPassedBy_ = true;
-            return CURL_SOCKET_BAD;
+int OpenSockets::open(int family, int type, int protocol, const sockaddr* address,
+                      socklen_t size) noexcept {
+    const std::lock_guard lock(mutex_);
+    if (!passedBy_.empty()) {
+        const std::string wanted = textOf(address, size);
+        if (std::find(passedBy_.begin(), passedBy_.end(), wanted) != passedBy_.end()) {
+            hasPassedBy_ = true;
+            return -1;
         }
     }
-    const int socket = ::socket(address->family, address->socktype, address->protocol);
+    const int socket = ::socket(family, type, protocol);
     if (socket >= 0) {
         (void)::fcntl(socket, F_SETFD, FD_CLOEXEC);
         noticeDeadPeer(socket);
-        sockets.connections_.push_back({socket, false});
+        connections_.push_back({socket, false});
     }
     return socket;
 }
 
-int OpenSockets::close(void* self, curl_socket_t socket) noexcept {
-    auto& sockets = *static_cast<OpenSockets*>(self);
-    const std::lock_guard lock(sockets.mutex_);
+int OpenSockets::close(int socket) noexcept {
+    const std::lock_guard lock(mutex_);
     const auto place =
-        std::find_if(sockets.connections_.begin(), sockets.connections_.end(),
+        std::find_if(connections_.begin(), connections_.end(),
                      [=](const Connection& connection) { return connection.socket == socket; });
-    if (place != sockets.connections_.end()) {
+    if (place != connections_.end()) {
         if (!place->hasServed) {
             if (std::string peer = peerOf(socket); !peer.empty()) {
-                sockets.fellSilent_.push_back(std::move(peer));
+                fellSilent_.push_back(std::move(peer));
             }
         }
-        sockets.connections_.erase(place);
+        connections_.erase(place);
     }
     return ::close(socket);
 }
