@@ -1,9 +1,7 @@
 #include "platform/open_sockets.h"
+#include "platform/tcp_socket.h"
 
-#include <fcntl.h>
 #include <netdb.h>
-#include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -30,22 +28,6 @@ std::string peerOf(int socket) {
     socklen_t size = sizeof storage;
     auto* const address = reinterpret_cast<sockaddr*>(&storage);
     return ::getpeername(socket, address, &size) == 0 ? textOf(address, size) : std::string();
-}
-
-void setNumber(int socket, int level, int option, int value) {
-    (void)::setsockopt(socket, level, option, &value, sizeof value);
-}
-
-/// Gives up a peer from which nothing has been heard for a minute: neither what was sent nor the
-/// probes (`CURLOPT_TCP_KEEPIDLE`, `CURLOPT_TCP_KEEPINTVL`) were acknowledged. The system does it
-/// without waking this process.
-void noticeDeadPeer(int socket) {
-    constexpr int probes = 3;
-    setNumber(socket, IPPROTO_TCP, TCP_KEEPCNT, probes);
-#ifdef TCP_USER_TIMEOUT
-    constexpr int milliseconds = 60'000;
-    setNumber(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, milliseconds);
-#endif
 }
 
 }  // namespace
@@ -92,10 +74,8 @@ int OpenSockets::open(int family, int type, int protocol, const sockaddr* addres
             return -1;
         }
     }
-    const int socket = ::socket(family, type, protocol);
+    const int socket = openTcpSocket(family, type, protocol);
     if (socket >= 0) {
-        (void)::fcntl(socket, F_SETFD, FD_CLOEXEC);
-        noticeDeadPeer(socket);
         connections_.push_back({socket, false});
     }
     return socket;
