@@ -36,11 +36,15 @@ void runProcess() noexcept {
     keepHeapSmall();
     occupyStandardDescriptors();
     ignoreBrokenPipes();
-    logger = std::make_unique<const Logger>(daemonLogger());
-    logger->log("OrvanePolicyDaemon starting (pid=%{public}d)", processId());
-    ActivityLog::removeRemains();
-    runner = std::make_unique<PolicyRunner>();
-    runner->run();
+    try {
+        logger = std::make_unique<const Logger>(daemonLogger());
+        logger->log("OrvanePolicyDaemon starting (pid=%{public}d)", processId());
+        ActivityLog::removeRemains();
+        runner = std::make_unique<PolicyRunner>();
+        runner->run();
+    } catch (...) {  // NOLINT(bugprone-empty-catch): the end is the same
+        // Not left to `noexcept`: GCC 16.2 hands on a bad address there, which ends it by a signal.
+    }
     endProcess();
 }
 

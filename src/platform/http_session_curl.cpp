@@ -38,6 +38,7 @@ constexpr const char* valueTooLong = "a header value is longer than 65536 bytes"
 // By number, for the headers of the oldest libraries we take have no name for them.
 constexpr auto protocolsByName = static_cast<CURLoption>(CURLOPTTYPE_STRINGPOINT + 318);
 constexpr auto quickExit = static_cast<CURLoption>(CURLOPTTYPE_LONG + 322);
+constexpr auto quickExitOfAll = static_cast<CURLMoption>(CURLOPTTYPE_LONG + 21);
 
 /// Enough to connect and shake hands over a slow link. Of a name's addresses the library gives the
 /// first one half of it.
@@ -60,6 +61,17 @@ struct MultiDeleter {
     void operator()(CURLM* multi) const { (void)curl_multi_cleanup(multi); }
 };
 using MultiHandle = std::unique_ptr<CURLM, MultiDeleter>;
+
+/// Empty when there is no memory for it.
+MultiHandle makeMulti() {
+    MultiHandle multi(curl_multi_init());
+    if (multi != nullptr) {
+        // From 8.20 on, its name lookups have threads of their own, and its end waits for a name
+        // server that hangs. Older ones do not know the option.
+        (void)curl_multi_setopt(multi.get(), quickExitOfAll, 1L);
+    }
+    return multi;
+}
 
 /// A curl_slist(3) of request headers.
 class HeaderList {
@@ -577,7 +589,7 @@ class HttpSession::Worker {
             return true;
         }
         initialiseLibraryOnce();
-        multi_.reset(curl_multi_init());
+        multi_ = makeMulti();
         if (multi_ == nullptr && std::exchange(couldNotStart_, true)) {
             // OpenSSL does not try again what it once had no memory to set up. A new process does.
             throw std::bad_alloc();
@@ -632,7 +644,7 @@ class HttpSession::Worker {
 
     /// Closes every connection. False when there is no memory for it now.
     bool replaceMulti() {
-        MultiHandle fresh(curl_multi_init());
+        MultiHandle fresh = makeMulti();
         if (fresh == nullptr) {
             return false;
         }

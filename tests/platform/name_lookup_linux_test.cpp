@@ -35,18 +35,22 @@ SystemCallHooks resolvingBy(Resolve resolve) {
 class NameLookupTest : public HttpTest {};
 
 TEST_F(NameLookupTest, ANewConnectionGoesWhereTheNameLeadsNow) {
+    std::atomic<bool> hasMoved = false;
     std::atomic<int> lookups = 0;
     const WithSystemCallHooks installed(resolvingBy([&](const std::string& host) {
         EXPECT_EQ(host, "server.test");
-        return ++lookups == 1 ? "127.0.0.1" : "127.0.0.2";
+        ++lookups;
+        return hasMoved ? "127.0.0.2" : "127.0.0.1";
     }));
     ScriptedServer server;
     server.on("/p", {sendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"), answer(200)});
     HttpSession session(limits);
     const std::string url = "http://server.test:" + std::to_string(server.port()) + "/p";
     EXPECT_FALSE(fetch(session, url).error);
+    const int once = lookups;  // newer libraries ask for each family of addresses by itself
+    hasMoved = true;
     EXPECT_THAT(fetch(session, url).error, Optional("Could not connect to the server."s));
-    EXPECT_EQ(lookups, 2);
+    EXPECT_EQ(lookups, 2 * once);
 }
 
 TEST_F(NameLookupTest, ANameServerThatHangsDoesNotHoldUpTheEndOfTheExchange) {

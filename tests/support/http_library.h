@@ -27,6 +27,12 @@ inline bool sendsEscapesInUpperCase() {
     return isAtLeast(8, 20, 0);
 }
 
+/// nghttp2 ends a connection with more oddities than it takes per second, such as frames of unknown
+/// types, unless the exchange times out first. 1.64 does not, 1.70 does.
+inline bool endsOddFloods() {
+    return curl_version_info(CURLVERSION_NOW)->nghttp2_ver_num > 0x014000;
+}
+
 /// Where OpenSSL finds no memory for a thread's first error, it takes that for another error, and
 /// so on until the stack is full (from 3.6 on).
 inline bool recursesWithoutMemory() {
