@@ -128,7 +128,7 @@ class DemoTest(RunTest):
         process.kill()
         process.wait()
         self.start()
-        self.wait_for_the_daemon()
+        wait_until(lambda: set(self.programs()) - left, "the programs of the next demo")
         self.assertEqual(left & set(self.programs()), set())
 
     def test_there_is_one_at_a_time(self):
