@@ -125,6 +125,8 @@ class DemoTest(RunTest):
         process = self.start()
         self.wait_for_the_daemon()
         left = set(self.programs())
+        for program in left:
+            os.kill(program, signal.SIGSTOP)  # it takes its time to end
         process.kill()
         process.wait()
         self.start()
