@@ -115,13 +115,13 @@ bool hasHashedCertificates(const std::filesystem::path& directory) {
     return false;
 }
 
-/// The status in a status line: three digits behind the version, then a space or the end of the
-/// line. 0 for any other line; libraries read "2000" as 200, as 2000 or not at all.
+/// The status in a status line: three digits behind the version, then a space or the line end.
+/// 0 for any other line; libraries read "2000" as 200, as 2000 or not at all.
 long statusOf(std::string_view line) {
     constexpr std::size_t digits = 3;
     const std::size_t start = line.find(' ') + 1;
     const std::size_t end = std::min(line.find_first_not_of("0123456789", start), line.size());
-    const bool isNumber = end == line.size() || line.find_first_of(" \r\n", end) == end;
+    const bool isNumber = line.find_first_of(" \r\n", end) == end;
     long status = 0;
     if (isNumber && end - start == digits) {
         (void)std::from_chars(line.data() + start, line.data() + end, status);
@@ -206,13 +206,10 @@ class Transfer {
     /// requests. The library sends some of these again by itself, which ones depends on its
     /// version; it is twice in all whoever does it.
     [[nodiscard]] bool isToBeSentAgain(CURLcode code) const {
-        constexpr std::chrono::seconds atOnce(5);
-        if (timesSent_ != 1 || isConnecting_ || headerBytes_ != 0) {
+        if (timesSent_ != 1 || headerBytes_ != 0) {
             return false;
         }
-        const bool isLost = code == CURLE_HTTP2 || isLostConnection(code);
-        return (isLost && (wasKept_ || isPeerDead())) ||
-               (code == CURLE_HTTP2 && clock::monotonicNow() - sentAt_ <= atOnce);
+        return code == CURLE_HTTP2 || (isLostConnection(code) && (wasKept_ || isPeerDead()));
     }
 
     /// All limits count from here.
@@ -326,8 +323,9 @@ class Transfer {
     }
 
     static bool isLostConnection(CURLcode code) {
-        return code == CURLE_GOT_NOTHING || code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR ||
-               code == CURLE_PARTIAL_FILE;
+        constexpr std::array lost{CURLE_GOT_NOTHING, CURLE_SEND_ERROR, CURLE_RECV_ERROR,
+                                  CURLE_PARTIAL_FILE};
+        return std::find(lost.begin(), lost.end(), code) != lost.end();
     }
 
     /// The last error of a system call on the connection; a successful one leaves it as it is.
@@ -339,9 +337,10 @@ class Transfer {
 
     /// Whether the system gave the connection up since the request was sent.
     [[nodiscard]] bool isPeerDead() const {
+        constexpr std::array dead{ETIMEDOUT, EHOSTUNREACH, ENETUNREACH};
         const long error = systemError();
         return error != systemErrorBefore_ &&
-               (error == ETIMEDOUT || error == EHOSTUNREACH || error == ENETUNREACH);
+               std::find(dead.begin(), dead.end(), error) != dead.end();
     }
 
     std::string errorText(CURLcode code) const {
@@ -366,14 +365,11 @@ class Transfer {
                         : "The proxy refused to connect to the server (HTTP ") +
                    std::to_string(status) + ").";
         }
-        // Since TLS 1.3 the server's alerts may come behind the handshake.
+        // Since TLS 1.3 this alert comes after the handshake.
         const std::string_view reason = errorBuffer_.data();
         if (reason.find("alert certificate required") != std::string_view::npos) {
             return "The server requires a client certificate, and none is ever sent (TLS alert "
                    "116).";
-        }
-        if (code == CURLE_RECV_ERROR && reason.find(" alert ") != std::string_view::npos) {
-            code = CURLE_SSL_CONNECT_ERROR;
         }
         switch (code) {
             case CURLE_OPERATION_TIMEDOUT:
@@ -390,18 +386,17 @@ class Transfer {
                 return "The network connection was lost.";
             case CURLE_SSL_CONNECT_ERROR:
                 return "An SSL error has occurred and a secure connection to the server cannot be "
-                       "made." +
-                       reasonInParentheses();
+                       "made. (" +
+                       libraryText(code) + ")";
             case CURLE_PEER_FAILED_VERIFICATION:
                 return "The certificate for this server is invalid. You might be connecting to a "
                        "server "
                        "that is pretending to be “" +
                        request_.url.host() +
-                       "” which could put your confidential information at risk." +
-                       reasonInParentheses();
+                       "” which could put your confidential information at risk. (" +
+                       libraryText(code) + ")";
             default:
-                return errorBuffer_.front() != '\0' ? errorBuffer_.data()
-                                                    : curl_easy_strerror(code);
+                return libraryText(code);
         }
     }
 
@@ -413,10 +408,9 @@ class Transfer {
         return isConnecting_ && status >= firstRefusal ? status : 0;
     }
 
-    /// What the library says of the failure, if it says anything.
-    [[nodiscard]] std::string reasonInParentheses() const {
-        const std::string reason = errorBuffer_.data();
-        return reason.empty() ? reason : " (" + reason + ")";
+    /// What the library says of the failure, in its own words.
+    [[nodiscard]] std::string libraryText(CURLcode code) const {
+        return errorBuffer_.front() != '\0' ? errorBuffer_.data() : curl_easy_strerror(code);
     }
 
     void touch() { lastActivity_ = clock::monotonicNow(); }
@@ -504,7 +498,6 @@ class Transfer {
         ++transfer.timesSent_;
         transfer.isConnecting_ = false;
         transfer.touch();
-        transfer.sentAt_ = transfer.lastActivity_;
         return CURL_PREREQFUNC_OK;
     }
 
@@ -526,9 +519,8 @@ class Transfer {
     clock::TimePoint end_;
     bool isConnecting_ = true;
     int timesSent_ = 0;
-    clock::TimePoint sentAt_;  ///< and the two below: of the last time
-    bool wasKept_ = false;     ///< the connection had served before
-    long systemErrorBefore_ = 0;
+    bool wasKept_ = false;        ///< the connection that was used last had served before
+    long systemErrorBefore_ = 0;  ///< and the last error when the request was handed to it
     OpenSockets* openSockets_ = nullptr;
     HeaderList headers_;
     std::array<char, CURL_ERROR_SIZE> errorBuffer_{};
@@ -685,14 +677,15 @@ class HttpSession::Worker {
         }
         const bool isLost = transfer.isToBeSentAgain(code);
         const bool isToTryAllAddresses =
-            code == CURLE_COULDNT_CONNECT && transfer.isConnecting() && openSockets_.forgetSilent();
-        const bool isToReadBundle = code == CURLE_PEER_FAILED_VERIFICATION &&
-                                    transfer.isConnecting() && !readsBundle() &&
-                                    hasBundle(transfer);
+            code == CURLE_COULDNT_CONNECT && openSockets_.forgetSilent();
+        const bool isToReadBundle =
+            code == CURLE_PEER_FAILED_VERIFICATION && !readsBundle() && hasBundle(transfer);
         if (!isLost && !isToTryAllAddresses && !isToReadBundle) {
             return false;
         }
-        bundleIsWanted_ = bundleIsWanted_ || isToReadBundle;
+        if (isToReadBundle) {
+            bundleIsWanted_ = true;
+        }
         if (isLost) {
             transfer.startLimits();
         }

@@ -41,6 +41,9 @@ class OpenSockets {
         bool hasServed;
     };
 
+    /// Notes the peer of a connection that is about to be closed without having served.
+    void noteSilent(int socket);
+
     std::mutex mutex_;  ///< guards all below
     std::vector<Connection> connections_;
     std::vector<std::string> fellSilent_;  ///< closed since `noteStart`: connected, never used

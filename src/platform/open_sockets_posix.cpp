@@ -13,13 +13,13 @@ namespace orvane {
 
 namespace {
 
-/// Address and port as text; empty when there is none.
+/// Address and port as text.
 std::string textOf(const sockaddr* address, socklen_t size) {
     std::array<char, NI_MAXHOST> host{};
     std::array<char, NI_MAXSERV> port{};
-    const bool known = ::getnameinfo(address, size, host.data(), host.size(), port.data(),
-                                     port.size(), NI_NUMERICHOST | NI_NUMERICSERV) == 0;
-    return known ? std::string(host.data()) + ' ' + port.data() : std::string();
+    (void)::getnameinfo(address, size, host.data(), host.size(), port.data(), port.size(),
+                        NI_NUMERICHOST | NI_NUMERICSERV);
+    return std::string(host.data()) + ' ' + port.data();
 }
 
 /// The peer of a connected socket; empty while it is being connected.
@@ -81,19 +81,23 @@ int OpenSockets::open(int family, int type, int protocol, const sockaddr* addres
     return socket;
 }
 
+void OpenSockets::noteSilent(int socket) {
+    if (std::string peer = peerOf(socket); !peer.empty()) {
+        fellSilent_.push_back(std::move(peer));
+    }
+}
+
 int OpenSockets::close(int socket) noexcept {
     const std::lock_guard lock(mutex_);
-    const auto place =
-        std::find_if(connections_.begin(), connections_.end(),
-                     [=](const Connection& connection) { return connection.socket == socket; });
-    if (place != connections_.end()) {
-        if (!place->hasServed) {
-            if (std::string peer = peerOf(socket); !peer.empty()) {
-                fellSilent_.push_back(std::move(peer));
-            }
+    std::erase_if(connections_, [&](const Connection& connection) {
+        if (connection.socket != socket) {
+            return false;
         }
-        connections_.erase(place);
-    }
+        if (!connection.hasServed) {
+            noteSilent(socket);
+        }
+        return true;
+    });
     return ::close(socket);
 }
 

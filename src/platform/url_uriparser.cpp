@@ -6,6 +6,7 @@
 #include <uriparser/Uri.h>
 
 #include <algorithm>
+#include <array>
 #include <cctype>
 #include <cstdint>
 #include <cstring>
@@ -80,10 +81,14 @@ bool leadsHere(in_addr address) {
 }
 
 bool leadsHere(const in6_addr& address) {
+    // ::ffff:0:0/96, before an IPv4 address; RFC 4291, 2.5.5.2.
+    constexpr std::array<std::uint8_t, 12> mappedPrefix{0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff};
     in_addr mapped{};
-    std::memcpy(&mapped, &address.s6_addr[sizeof address - sizeof mapped], sizeof mapped);
-    return IN6_IS_ADDR_LOOPBACK(&address) || IN6_IS_ADDR_UNSPECIFIED(&address) ||
-           (IN6_IS_ADDR_V4MAPPED(&address) && leadsHere(mapped));
+    std::memcpy(&mapped, &address.s6_addr[mappedPrefix.size()], sizeof mapped);
+    return std::memcmp(&address, &in6addr_loopback, sizeof address) == 0 ||
+           std::memcmp(&address, &in6addr_any, sizeof address) == 0 ||
+           (std::memcmp(&address, mappedPrefix.data(), mappedPrefix.size()) == 0 &&
+            leadsHere(mapped));
 }
 
 }  // namespace

@@ -55,6 +55,15 @@ TEST_F(TlsTest, ACertificateOfAnUnknownAuthorityIsNotTrusted) {
     expectUntrusted(other.issueForLoopback());
 }
 
+TEST_F(TlsTest, AServerThatRequiresAClientCertificateIsNamed) {
+    auto identity = ca.issueForLoopback();
+    identity.wantsClientCertificate = true;
+    const ScriptedServer server(identity);
+    EXPECT_THAT(ask(server).error, Optional("The server requires a client certificate, and none is "
+                                            "ever sent (TLS alert 116)."s));
+    EXPECT_THAT(server.requests(), IsEmpty());
+}
+
 TEST_F(TlsTest, AnExpiredCertificateIsNotTrusted) {
     expectUntrusted(ca.issue("DNS:localhost", -3, -1));
 }

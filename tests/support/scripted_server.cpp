@@ -389,6 +389,9 @@ class ScriptedServer::Engine {
         if (identity.choosesHttp2) {
             SSL_CTX_set_alpn_select_cb(tls, &chooseHttp2, nullptr);
         }
+        if (identity.wantsClientCertificate) {
+            SSL_CTX_set_verify(tls, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+        }
         if (SSL_CTX_use_certificate_chain_file(tls, identity.certificate.c_str()) != 1 ||
             SSL_CTX_use_PrivateKey_file(tls, identity.privateKey.c_str(), SSL_FILETYPE_PEM) != 1) {
             throw std::runtime_error("cannot use the certificate");

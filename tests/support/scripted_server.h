@@ -71,6 +71,7 @@ struct TlsIdentity {
     std::filesystem::path privateKey;
     int highestVersion = 0;  ///< a TLS1_x_VERSION of OpenSSL; 0 for no limit
     bool choosesHttp2 = false;
+    bool wantsClientCertificate = false;
 };
 
 /// Listens from construction to destruction, one thread per connection. Requests to a path are
