@@ -124,7 +124,11 @@ class SocketConnection : public Connection {
         SSL_set_fd(ssl_, socket_);
         BIO_set_callback_ex(SSL_get_rbio(ssl_), &recordEncrypted);
         BIO_set_callback_arg(SSL_get_rbio(ssl_), reinterpret_cast<char*>(&received_));
-        return waitReadable() && SSL_accept(ssl_) == 1;
+        const bool accepted = waitReadable() && SSL_accept(ssl_) == 1;
+        if (!accepted && SSL_get_verify_mode(ssl_) != SSL_VERIFY_NONE) {
+            letItReadTheAlert();
+        }
+        return accepted;
     }
 
     bool send(std::string_view bytes) override {
@@ -178,6 +182,14 @@ class SocketConnection : public Connection {
     }
 
     /// False when the server ends first.
+    /// Closing with something unread would reset the connection, and take the alert away.
+    void letItReadTheAlert() {
+        std::array<char, 4096> unread{};
+        (void)::shutdown(socket_, SHUT_WR);
+        while (waitReadable() && ::recv(socket_, unread.data(), unread.size(), 0) > 0) {
+        }
+    }
+
     bool waitReadable() {
         constexpr int slice = 20;
         while (!stop_.isSet()) {
