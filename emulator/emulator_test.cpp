@@ -567,9 +567,9 @@ TEST_F(AServer, JittersItsHoldsWhenAskedTo) {
     options.behavior.jitter = true;
     plane_ = std::make_unique<ControlPlane>(options);
     plane_->setPolicy(firstText);
-    std::vector<std::future<Answer>> polls;
-    for (int i = 0; i < 20; ++i) {
-        polls.push_back(pollInBackground("2", "\"a/1\""));
+    std::vector<std::future<Answer>> polls(20);
+    for (auto& held : polls) {
+        held = pollInBackground("2", "\"a/1\"");
     }
     for (auto& held : polls) {
         EXPECT_EQ(held.get().status, 304);
