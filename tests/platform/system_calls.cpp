@@ -5,20 +5,33 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
+#include <list>
 #include <utility>
 
 namespace orvane::test {
 
-SystemCallHooks* hooks = nullptr;
+namespace {
+
+std::atomic<SystemCallHooks*> inPlace = nullptr;
+
+}  // namespace
+
+SystemCallHooks* hooksInPlace() {
+    return inPlace;
+}
 
 WithSystemCallHooks::WithSystemCallHooks(SystemCallHooks wanted) {
-    hooks = new SystemCallHooks(std::move(wanted));
+    // Kept to the end of the process, for the thread that is in one of them when they are taken
+    // away.
+    static std::list<SystemCallHooks> all;
+    inPlace = &all.emplace_back(std::move(wanted));
 }
 
 WithSystemCallHooks::~WithSystemCallHooks() {
-    delete std::exchange(hooks, nullptr);
+    inPlace = nullptr;
 }
 
 int failWith(int error) {
@@ -31,7 +44,7 @@ int failWith(int error) {
 // These take the place of the C library's in this program alone.
 extern "C" {
 
-using orvane::test::hooks;
+using orvane::test::hooksInPlace;
 using orvane::test::realCall;
 
 int open(const char* path, int flags, ...) {
@@ -42,7 +55,7 @@ int open(const char* path, int flags, ...) {
         mode = static_cast<mode_t>(va_arg(rest, int));
         va_end(rest);
     }
-    if (hooks != nullptr && hooks->open) {
+    if (auto* const hooks = hooksInPlace(); hooks != nullptr && hooks->open) {
         if (const auto result = hooks->open(path)) {
             return *result;
         }
@@ -52,7 +65,7 @@ int open(const char* path, int flags, ...) {
 }
 
 ssize_t read(int descriptor, void* buffer, std::size_t size) {
-    if (hooks != nullptr && hooks->read) {
+    if (auto* const hooks = hooksInPlace(); hooks != nullptr && hooks->read) {
         if (const auto result = hooks->read(descriptor, size)) {
             return *result;
         }
@@ -62,7 +75,7 @@ ssize_t read(int descriptor, void* buffer, std::size_t size) {
 }
 
 ssize_t write(int descriptor, const void* buffer, std::size_t size) {
-    if (hooks != nullptr && hooks->write) {
+    if (auto* const hooks = hooksInPlace(); hooks != nullptr && hooks->write) {
         if (const auto result = hooks->write(descriptor, size)) {
             return *result;
         }
@@ -72,7 +85,7 @@ ssize_t write(int descriptor, const void* buffer, std::size_t size) {
 }
 
 ssize_t send(int descriptor, const void* buffer, std::size_t size, int flags) {
-    if (hooks != nullptr && hooks->send) {
+    if (auto* const hooks = hooksInPlace(); hooks != nullptr && hooks->send) {
         if (const auto result = hooks->send(descriptor)) {
             return *result;
         }
@@ -83,7 +96,7 @@ ssize_t send(int descriptor, const void* buffer, std::size_t size, int flags) {
 
 int close(int descriptor) {
     std::optional<int> result;
-    if (hooks != nullptr && hooks->close) {
+    if (auto* const hooks = hooksInPlace(); hooks != nullptr && hooks->close) {
         result = hooks->close(descriptor);
     }
     const int error = errno;
@@ -96,7 +109,7 @@ int close(int descriptor) {
 }
 
 pid_t waitpid(pid_t pid, int* status, int options) {
-    if (hooks != nullptr && hooks->waitpid) {
+    if (auto* const hooks = hooksInPlace(); hooks != nullptr && hooks->waitpid) {
         if (const auto result = hooks->waitpid()) {
             return *result;
         }

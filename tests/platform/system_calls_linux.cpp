@@ -18,6 +18,7 @@ namespace orvane::test {
 namespace {
 
 int refusalOf(const char* name) {
+    auto* const hooks = hooksInPlace();
     return hooks != nullptr && hooks->refuse ? hooks->refuse(name) : 0;
 }
 
@@ -51,8 +52,8 @@ std::string pathOf(int descriptor) {
 }  // namespace orvane::test
 
 extern "C" int fsync(int descriptor) {
-    using orvane::test::hooks;
-    if (hooks != nullptr && hooks->flush) {
+    using orvane::test::hooksInPlace;
+    if (auto* const hooks = hooksInPlace(); hooks != nullptr && hooks->flush) {
         if (const auto result = hooks->flush(descriptor)) {
             return *result;
         }
@@ -65,7 +66,7 @@ extern "C" {
 
 using orvane::test::errorUnlessAccepted;
 using orvane::test::failWith;
-using orvane::test::hooks;
+using orvane::test::hooksInPlace;
 using orvane::test::realCall;
 using orvane::test::refusalOf;
 using orvane::test::unlessRefused;
@@ -114,7 +115,7 @@ ssize_t recv(int socket, void* buffer, std::size_t size, int flags) {
 }
 
 int shutdown(int socket, int how) noexcept {
-    if (hooks != nullptr && hooks->shutdown) {
+    if (auto* const hooks = hooksInPlace(); hooks != nullptr && hooks->shutdown) {
         hooks->shutdown(socket);
     }
     return realCall<int(int, int)>("shutdown")(socket, how);
@@ -122,6 +123,7 @@ int shutdown(int socket, int how) noexcept {
 
 int getaddrinfo(const char* host, const char* service, const addrinfo* wanted, addrinfo** found) {
     auto* const real = realCall<decltype(getaddrinfo)>("getaddrinfo");
+    auto* const hooks = hooksInPlace();
     const auto addresses =
         hooks != nullptr && hooks->resolve && host != nullptr ? hooks->resolve(host) : std::nullopt;
     if (!addresses) {

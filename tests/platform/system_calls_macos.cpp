@@ -17,7 +17,8 @@ std::string pathOf(int descriptor) {
 }  // namespace orvane::test
 
 extern "C" int fcntl(int descriptor, int command, ...) {
-    using orvane::test::hooks;
+    using orvane::test::hooksInPlace;
+    auto* const hooks = hooksInPlace();
     if (command == F_FULLFSYNC && hooks != nullptr && hooks->flush) {
         if (const auto result = hooks->flush(descriptor)) {
             return *result;
@@ -33,8 +34,8 @@ extern "C" int fcntl(int descriptor, int command, ...) {
 }
 
 extern "C" int shutdown(int socket, int how) {
-    using orvane::test::hooks;
-    if (hooks != nullptr && hooks->shutdown) {
+    using orvane::test::hooksInPlace;
+    if (auto* const hooks = hooksInPlace(); hooks != nullptr && hooks->shutdown) {
         hooks->shutdown(socket);
     }
     static auto* const real = orvane::test::realCall<int(int, int)>("shutdown");
