@@ -101,10 +101,10 @@ class HttpSession {
     /// request that is sent once more, which may take as long again.
     [[nodiscard]] std::chrono::milliseconds completionLimit() const;
 
-    /// For whoever has waited in vain. A server that floods with HTTP/2 frames that bring nothing
-    /// keeps the library from returning, and this session's thread from looking at the clock. If
-    /// that has lasted for `grace`, all connections are cut off: what is overdue ends as timed out,
-    /// the rest as lost. May be called from any thread.
+    /// For the caller whose wait has timed out. A server that floods with HTTP/2 frames that carry
+    /// nothing keeps the library from returning, and this session's thread from looking at the
+    /// clock. If that has lasted for `grace`, all connections are cut off: what is overdue ends as
+    /// timed out, the rest as lost. May be called from any thread.
     void endFlood();
 
     /// The process-wide session for requests that bring their own limit. Never destroyed.

@@ -51,8 +51,8 @@ std::function<int(std::string_view)> refuseNth(std::string_view name, int number
 /// -1 with errno set to `error`.
 int failWith(int error);
 
-/// The hooks in place, or null. Any thread may make a call while a test puts hooks in place or takes
-/// them away, so a call asks once.
+/// The hooks in place, or null. Any thread may make a call while a test puts hooks in place or
+/// takes them away, so a call asks once.
 SystemCallHooks* hooksInPlace();
 
 /// The definition of a call that ours stands in front of.
