@@ -62,9 +62,13 @@ struct MultiDeleter {
 };
 using MultiHandle = std::unique_ptr<CURLM, MultiDeleter>;
 
-/// Empty when there is no memory for it.
+/// Empty when there is no memory for it, or no descriptors.
 MultiHandle makeMulti() {
     MultiHandle multi(curl_multi_init());
+    // Without descriptors to wake it up by, older libraries make one that sleeps through `send`.
+    if (multi != nullptr && curl_multi_wakeup(multi.get()) != CURLM_OK) {
+        multi.reset();
+    }
     if (multi != nullptr) {
         // From 8.20 on, its name lookups have threads of their own, and its end waits for a name
         // server that hangs. Older ones do not know the option.
@@ -344,6 +348,12 @@ class Transfer {
     }
 
     std::string errorText(CURLcode code) const {
+        // To the library that may look like a name that does not exist, or a certificate that
+        // nobody has signed.
+        if (const std::string shortage = isConnecting_ ? descriptorShortage() : "";
+            !shortage.empty()) {
+            return "No file descriptor is left. (" + shortage + ")";
+        }
         if (tooLarge_) {
             return "the response is larger than " + std::to_string(HttpSession::bodyLimit) +
                    " bytes";

@@ -51,4 +51,8 @@ class OpenSockets {
     bool hasPassedBy_ = false;             ///< whether that happened since `noteStart`
 };
 
+/// Why there are fewer descriptors left than it takes to look up a name and connect; empty when
+/// there are enough. Safe on any thread.
+std::string descriptorShortage();
+
 }  // namespace orvane

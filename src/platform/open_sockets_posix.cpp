@@ -1,3 +1,4 @@
+#include "platform/descriptor.h"
 #include "platform/open_sockets.h"
 #include "platform/tcp_socket.h"
 
@@ -7,6 +8,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
+#include <system_error>
 #include <utility>
 
 namespace orvane {
@@ -99,6 +102,18 @@ int OpenSockets::close(int socket) noexcept {
         return true;
     });
     return ::close(socket);
+}
+
+std::string descriptorShortage() {
+    constexpr std::size_t enough = 4;
+    std::vector<Descriptor> probes;
+    while (probes.size() < enough) {
+        probes.emplace_back(openTcpSocket(AF_INET, SOCK_STREAM, 0));
+        if (!probes.back().isOpen()) {
+            return std::generic_category().message(errno);
+        }
+    }
+    return "";
 }
 
 }  // namespace orvane

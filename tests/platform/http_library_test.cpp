@@ -10,9 +10,12 @@
 #include "support/test_ca.h"
 #include "support/virtual_clock.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
@@ -167,6 +170,63 @@ TEST_F(HttpLibraryTest, ASessionWithoutARequestDoesNotCallTheLibrary) {
     const WithHttpLibraryHooks installed(hooks);
     { const HttpSession session(limits); }
     EXPECT_EQ(calls, 0);
+}
+
+/// While it is there, nobody in this process can open anything.
+class NoDescriptors {
+  public:
+    NoDescriptors() {
+        (void)::getrlimit(RLIMIT_NOFILE, &original_);
+        const rlimit few{200, original_.rlim_max};
+        (void)::setrlimit(RLIMIT_NOFILE, &few);
+        for (int taken = ::open("/", O_RDONLY); taken >= 0; taken = ::open("/", O_RDONLY)) {
+            taken_.push_back(taken);
+        }
+    }
+    NoDescriptors(const NoDescriptors&) = delete;
+    NoDescriptors& operator=(const NoDescriptors&) = delete;
+    ~NoDescriptors() {
+        for (const int taken : taken_) {
+            (void)::close(taken);
+        }
+        (void)::setrlimit(RLIMIT_NOFILE, &original_);
+    }
+
+  private:
+    rlimit original_{};
+    std::vector<int> taken_;
+};
+
+class DescriptorTest : public HttpLibraryTest {
+  protected:
+    static void expectToldAsSuch(HttpSession& session, const std::string& url) {
+        const auto result = fetch(session, url);
+        EXPECT_FALSE(result.response);
+        EXPECT_THAT(result.error,
+                    Optional(std::string("No file descriptor is left. (Too many open files)")));
+    }
+};
+
+TEST_F(DescriptorTest, WithoutAnyExchangesFailAndTheNextOneIsAsEver) {
+    HttpSession session(limits);
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    for (const char* url : {"http://127.0.0.1:1/", "http://server.test/", "https://127.0.0.1:1/"}) {
+        {
+            const NoDescriptors exhausted;
+            expectToldAsSuch(session, url);
+            expectToldAsSuch(session, url);
+        }
+        EXPECT_FALSE(fetch(session, server.url() + "/p").error) << url;
+    }
+}
+
+TEST_F(DescriptorTest, WithoutAnyNoSessionStarts) {
+    HttpSession session(limits);
+    {
+        const NoDescriptors exhausted;
+        expectToldAsSuch(session, server.url() + "/p");
+    }
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
 }
 
 /// A session whose library does not return from a call while `/held` is being answered.

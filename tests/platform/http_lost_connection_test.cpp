@@ -204,6 +204,26 @@ TEST_F(LostHttp2ConnectionTest, ARequestLostOnAKeptConnectionIsSentAgain) {
     EXPECT_EQ(server.connectionCount(), 4U);
 }
 
+TEST_F(LostHttp2ConnectionTest, HoweverLongItHasBeenHeldAndWithTheWholeTimeAgain) {
+    const Puppet first;
+    const Puppet second;
+    server.on("*", {answerThen(first.step()), onFirst(second.step())});
+    EXPECT_EQ(ask().error, std::nullopt);
+    Exchange exchange(session, requestFor(server.url() + "/p"));
+    for (const Puppet* lost : {&first, &second}) {
+        lost->waitForRequest();
+        letWorkerTurn(session);
+        virtual_clock::advance(300s);
+        letWorkerTurn(session);
+        EXPECT_FALSE(exchange.isComplete());
+        if (lost == &first) {
+            lost->close();
+        }
+    }
+    virtual_clock::advance(30s);
+    EXPECT_THAT(exchange.result().error, Optional(timeoutText));
+}
+
 TEST_F(LostHttp2ConnectionTest, ARequestThatAGoAwayLeavesOutIsSentAgain) {
     server.on("*", {answerThen(sendAndStall(goAwayFrame(1, 0))), answerThen(closeAtOnce())});
     EXPECT_EQ(ask().error, std::nullopt);
@@ -226,9 +246,12 @@ TEST_F(LostHttp2ConnectionTest, ButNotAThirdTime) {
 }
 
 TEST_F(LostHttp2ConnectionTest, OnANewConnectionTheEndOfTheConnectionIsAnError) {
-    server.always("*", onFirst(resetAtOnce()));
-    EXPECT_TRUE(ask().error);
-    EXPECT_EQ(server.connectionCount(), 1U);
+    for (const Step& losing : {closeAtOnce(), resetAtOnce()}) {
+        const std::size_t before = server.connectionCount();
+        server.always("*", onFirst(losing));
+        EXPECT_TRUE(ask().error);
+        EXPECT_EQ(server.connectionCount(), before + 1);
+    }
 }
 
 // --- Addresses
