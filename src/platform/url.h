@@ -54,8 +54,9 @@ class Url {
 std::string joinedToApiBase(std::string_view apiUrl, std::string_view absolutePath);
 
 /// Whether `host` is this very machine in any spelling that the system takes: localhost and names
-/// below it, with or without a final dot, 127.0.0.0/8, ::1, and the unspecified addresses, which
-/// lead here too. IPv4 addresses count as inet_aton(3) reads them and as mapped into IPv6.
+/// below it, ip6-localhost and ip6-loopback, each with or without a final dot, 127.0.0.0/8, ::1,
+/// and the unspecified addresses, which lead here too. IPv4 addresses count as inet_aton(3) reads
+/// them and as mapped into IPv6. Other names are not looked up, whatever hosts(5) says of them.
 bool isLoopbackHost(std::string_view host);
 
 }  // namespace orvane

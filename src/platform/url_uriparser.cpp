@@ -149,6 +149,9 @@ bool isLoopbackHost(std::string_view host) {
     if (name.ends_with('.')) {
         name.pop_back();
     }
+    if (name == "ip6-localhost" || name == "ip6-loopback") {  // Debian's hosts(5), for ::1
+        return true;
+    }
     in_addr ipv4{};
     in6_addr ipv6{};
     return name == "localhost" || name.ends_with(".localhost") ||
