@@ -10,9 +10,11 @@ eventually() {
     done
 }
 
-# log_in ACCOUNT ID: makes the account; it is as if it were logged in.
+# log_in ACCOUNT ID [HOME]: makes the account; it is as if it were logged in. Its home is only made if it can be.
 log_in() {
-    useradd --uid "$2" --create-home --shell /bin/bash "$1" 2>/dev/null
+    local home=${3:-/home/$1} create=--create-home
+    [[ -d ${home%/*} ]] || create=--no-create-home
+    useradd --uid "$2" --home-dir "$home" "$create" --shell /bin/bash "$1" 2>/dev/null
     loginctl enable-linger "$1"
     eventually systemctl --quiet is-active "user@$2.service"
 }
