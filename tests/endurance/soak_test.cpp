@@ -99,9 +99,8 @@ class SoakTest : public DaemonTest {
             EXPECT_EQ(sample.threads, samples.front().threads);
         }
 #ifndef ORVANE_SANITIZED  // sanitizers keep freed memory back
-        constexpr std::size_t slackKiB = 128;
         const Band memory = bandOf(samples);
-        EXPECT_LE(memory.most - memory.least, slackKiB);
+        EXPECT_LE(memory.most - memory.least, DaemonProcess::slackKiB);
 #endif
     }
 

@@ -138,15 +138,20 @@ bool isDirectory(Thing thing) {
 }
 
 void makeSocket(const fs::path& path) {
+    const std::string name = path.filename();
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
-    if (path.string().size() >= sizeof address.sun_path) {
-        throw std::runtime_error("too long for a socket: " + path.string());
+    if (name.size() >= sizeof address.sun_path) {
+        throw std::runtime_error("too long for a socket: " + name);
     }
-    std::strcpy(address.sun_path, path.c_str());
+    std::strcpy(address.sun_path, name.c_str());
+    // From within the directory: a whole path does not fit where temporary files are deep down.
+    const fs::path before = fs::current_path();
+    fs::current_path(path.parent_path());
     const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
     (void)::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
     ::close(socket);
+    fs::current_path(before);
 }
 
 /// The number of /dev/null.

@@ -741,7 +741,11 @@ TEST_F(FilesAppendLineTest, AFileWithoutPermissionCannotBeOpened) {
 }
 
 TEST_F(FilesAppendLineTest, AFullDiskIsNotReported) {
-    EXPECT_TRUE(files::appendLine("/dev/full", "one"));
+    writeFile(at("f"), "");
+    SystemCallHooks hooks;
+    hooks.write = [](int, std::size_t&) -> std::optional<ssize_t> { return failWith(ENOSPC); };
+    const WithSystemCallHooks installed(hooks);
+    EXPECT_TRUE(files::appendLine(at("f"), "one"));
 }
 
 TEST_F(FilesAppendLineTest, WhatAnotherWriterAppendsMeanwhileIsKept) {

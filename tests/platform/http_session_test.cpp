@@ -2,7 +2,6 @@
 #include "platform/http_session.h"
 
 #include "platform/http_exchange.h"
-#include "support/in_child.h"
 #include "support/scripted_server.h"
 #include "support/virtual_clock.h"
 
@@ -10,7 +9,6 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <cstddef>
@@ -217,29 +215,6 @@ TEST_F(HttpSessionTest, TheSharedSessionIsAlwaysTheSame) {
     EXPECT_FALSE(fetch(shared, server.url() + "/p").error);
     EXPECT_FALSE(fetch(HttpSession::shared(), server.url() + "/p").error);
     EXPECT_EQ(server.connectionCount(), 1U);
-}
-
-/// Without a server, whose threads a forked child would miss.
-class HttpSessionAloneTest : public HttpTest {};
-
-TEST_F(HttpSessionAloneTest,
-       WithoutAThreadToBeHadTheCompletionComesAtOnceAndTheNextRequestTriesAgain) {
-    EXPECT_EQ(inUnprivilegedChild([] {
-                  rlimit original{};
-                  (void)::getrlimit(RLIMIT_NPROC, &original);
-                  const rlimit none{0, original.rlim_max};
-                  (void)::setrlimit(RLIMIT_NPROC, &none);
-                  HttpSession session(limits);
-                  Exchange exchange(session, requestFor("refused:"));
-                  std::string outcome = std::to_string(exchange.completions());
-                  outcome +=
-                      exchange.thread() == std::this_thread::get_id() ? " here" : " elsewhere";
-                  const auto result = exchange.result();
-                  outcome += result.error && !result.response ? " failed" : " did not fail";
-                  (void)::setrlimit(RLIMIT_NPROC, &original);
-                  return outcome + ", " + fetch(session, "refused:").error.value_or("nothing");
-              }),
-              "1 here failed, unsupported URL");
 }
 
 /// This process's sockets that are connected to `port`.

@@ -47,6 +47,8 @@ class DaemonProcess {
     [[nodiscard]] std::size_t descriptorCount() const;
     [[nodiscard]] std::size_t threadCount() const;
     [[nodiscard]] std::size_t residentKiB() const;
+    /// How much that goes up and down in a process that keeps nothing.
+    static const std::size_t slackKiB;
     /// The most that was ever resident.
     [[nodiscard]] std::size_t peakKiB() const;
     /// Context switches of all threads since their start: each wake-up is one.

@@ -40,6 +40,8 @@ std::size_t DaemonProcess::threadCount() const {
     return entriesIn(procOf(pid_) / "task");
 }
 
+const std::size_t DaemonProcess::slackKiB = 128;
+
 std::size_t DaemonProcess::residentKiB() const {
     return statusField(procOf(pid_) / "status", "VmRSS");
 }

@@ -22,6 +22,15 @@ proc_taskinfo taskOf(pid_t pid) {
     return task;
 }
 
+rusage_info_v4 usageOf(pid_t pid) {
+    rusage_info_v4 usage{};
+    auto* const generic = reinterpret_cast<rusage_info_t*>(&usage);
+    if (::proc_pid_rusage(pid, RUSAGE_INFO_V4, generic) != 0) {
+        throw std::runtime_error("no such process");
+    }
+    return usage;
+}
+
 /// What `call` puts into a buffer; it returns how many bytes that is.
 template <typename Entry, typename Call>
 std::vector<Entry> listed(Call call) {
@@ -44,17 +53,16 @@ std::size_t DaemonProcess::threadCount() const {
     return static_cast<std::size_t>(taskOf(pid_).pti_threadnum);
 }
 
+// Pages of 16 KiB, and an allocator that keeps some of them back for each thread.
+const std::size_t DaemonProcess::slackKiB = 1024;
+
+// Not what is resident, which counts pages of the system's libraries that every process shares.
 std::size_t DaemonProcess::residentKiB() const {
-    return taskOf(pid_).pti_resident_size / 1024;
+    return usageOf(pid_).ri_phys_footprint / 1024;
 }
 
 std::size_t DaemonProcess::peakKiB() const {
-    rusage_info_v4 usage{};
-    auto* const generic = reinterpret_cast<rusage_info_t*>(&usage);
-    if (::proc_pid_rusage(pid_, RUSAGE_INFO_V4, generic) != 0) {
-        throw std::runtime_error("no such process");
-    }
-    return usage.ri_lifetime_max_phys_footprint / 1024;
+    return usageOf(pid_).ri_lifetime_max_phys_footprint / 1024;
 }
 
 std::size_t DaemonProcess::contextSwitches() const {

@@ -114,6 +114,34 @@ class TestTest(unittest.TestCase):
                                     "FAILED Some/ValueTest.OfNumber/31"])
         self.assertEqual(lines[2], ["", "31 of 31, 1 failed", "What failed, and its output:"])
 
+    def test_a_mac_is_told_what_takes_linux(self):
+        self.let_ctest_find("passed")
+        self.stand_in("bin/uname", "echo Darwin")
+        for preset in ("libcxx", "asan", "unsanitized"):
+            result = self.run_it(preset)
+            self.assertEqual((result.returncode, result.stdout, result.stderr), (2, "", f"test: {preset} takes Linux\n"))
+        self.assertFalse((self.checkout / "calls").exists())
+        shutil.copy(SOURCE / "ci/install-packages", self.checkout / "real-install-packages")
+        for word in ("libcxx", "bench", "roots", "macos"):
+            result = subprocess.run([self.checkout / "real-install-packages", "build", word], env=self.environment(),
+                                    capture_output=True, text=True)
+            self.assertEqual((result.returncode, result.stderr), (2, f"install-packages: {word} takes Linux\n"))
+
+    def test_on_a_mac_homebrews_openssl_comes_before_the_systems(self):
+        self.let_ctest_find("passed")
+        self.stand_in("bin/uname", "echo Darwin")
+        self.stand_in("bin/ctest", 'echo "$PATH" >>calls; cp report build/dev/tests.xml')
+        self.assertEqual(self.run_it().returncode, 0)
+        first, second, *_ = (self.checkout / "calls").read_text().split(":")
+        self.assertEqual([first, second], ["/opt/homebrew/opt/openssl@3/bin", "/usr/local/opt/openssl@3/bin"])
+
+    def test_on_linux_the_path_stays_as_it_is(self):
+        self.let_ctest_find("passed")
+        self.stand_in("bin/uname", "echo Linux")
+        self.stand_in("bin/ctest", 'echo "$PATH" >>calls; cp report build/dev/tests.xml')
+        self.assertEqual(self.run_it().returncode, 0)
+        self.assertEqual((self.checkout / "calls").read_text().strip(), self.environment()["PATH"])
+
     def test_help_and_unknown_options(self):
         self.let_ctest_find("passed")
         self.assertTrue(self.run_it("--help").stdout.startswith("usage: ./test"))

@@ -1,4 +1,4 @@
-// The log of tests on macOS: standard error, where they can read it back.
+// The log of tests and of the demo on macOS: standard error, where it can be read back.
 #include "platform/logger.h"
 #include "platform/message_line.h"
 
