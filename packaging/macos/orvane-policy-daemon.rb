@@ -17,9 +17,14 @@ class OrvanePolicyDaemon < Formula
   uses_from_macos "curl"
 
   def install
-    system "cmake", "--preset", "release"
+    system "cmake", "--preset", "release", "-DORVANE_MACOS_PLACE=#{opt_libexec}"
     system "cmake", "--build", "--preset", "release"
     libexec.install "build/release/OrvanePolicyDaemon"
+    libexec.install "packaging/macos/rotate-activity-log"
+    man8.install "build/release/packaging/OrvanePolicyDaemon.8"
+    # Homebrew starts one service for each formula; this one is for launchd itself.
+    inreplace "packaging/macos/dev.orvane.policy-daemon.rotation.plist", "/Library/Application Support/Orvane", opt_libexec
+    prefix.install "packaging/macos/dev.orvane.policy-daemon.rotation.plist"
   end
 
   service do
@@ -27,6 +32,14 @@ class OrvanePolicyDaemon < Formula
     run_at_load true
     keep_alive true
     process_type :background
+  end
+
+  def caveats
+    <<~EOS
+      The activity log grows until it is rotated. To have that done every hour:
+        cp #{opt_prefix}/dev.orvane.policy-daemon.rotation.plist ~/Library/LaunchAgents/
+        launchctl bootstrap gui/$(id -u) ~/Library/LaunchAgents/dev.orvane.policy-daemon.rotation.plist
+    EOS
   end
 
   test do
