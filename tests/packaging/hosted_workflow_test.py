@@ -52,8 +52,8 @@ class HostedWorkflowTest(unittest.TestCase):
             self.assertTrue(job["steps"][1:])
 
     def test_every_command_is_a_step_of_ci_run(self):
-        ours = [*steps_of_ci_run(), ".ci/run"]
-        for job in self.jobs.values():
+        for name, job in self.jobs.items():
+            ours = [*steps_of_ci_run(), ".ci/run", *(["ci/macos/try-installed"] if name == "macos" else [])]
             for words in commands_of(job):
                 self.assertTrue(os.access(SOURCE / words[0], os.X_OK), words[0])
                 if words[0] == "ci/in-fresh-root":
@@ -64,6 +64,20 @@ class HostedWorkflowTest(unittest.TestCase):
         self.assertEqual([*commands_of(self.jobs["debian-12"])], [["ci/in-fresh-root", "bookworm", ".ci/run"]])
         self.assertEqual([*commands_of(self.jobs["debian-13"])],
                          [["ci/in-fresh-root", "--user", "trixie", "./test"]])
+
+
+    def test_every_machine_is_one_that_there_is(self):
+        # Hosted until at least 2027, by actions/runner-images; macos-13 and macos-14 are gone.
+        known = {"ubuntu-24.04", "macos-15", "macos-15-intel", "macos-26"}
+        for job in self.jobs.values():
+            system = job["runs-on"]
+            systems = job["strategy"]["matrix"]["system"] if "matrix" in system else [system]
+            self.assertLessEqual({*systems}, known)
+
+    def test_the_macos_job_runs_on_both_processors_and_on_the_newest_system(self):
+        self.assertEqual(self.jobs["macos"]["strategy"]["matrix"]["system"], ["macos-15", "macos-15-intel", "macos-26"])
+        self.assertEqual([*commands_of(self.jobs["macos"])],
+                         [["./test"], ["ci/check-release"], ["ci/macos/try-installed"]])
 
 
 class NightlyTest(unittest.TestCase):
