@@ -1,5 +1,7 @@
 #include "emulator/control_plane.h"
 
+#include "emulator/pending.h"
+
 #include <arpa/inet.h>
 #include <microhttpd.h>
 #include <netinet/in.h>
@@ -18,74 +20,7 @@
 namespace orvane::emulator {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-constexpr std::size_t maxBodyBytes = std::size_t{64} << 20;
 constexpr unsigned maxConnections = 10'000;
-
-/// A request on its way to an answer. The HTTP library carries it along with the connection.
-struct Pending {
-    explicit Pending(std::string target) { exchange.target = std::move(target); }
-
-    const Clock::time_point arrived = Clock::now();
-    Request request;
-    Exchange exchange;
-    bool headersRead = false;
-    bool counted = false;                           // Among the polls.
-    std::optional<std::chrono::milliseconds> hold;  // How long at most, once that is decided.
-};
-
-std::string headerOf(MHD_Connection* connection, const char* name) {
-    const char* const value = MHD_lookup_connection_value(connection, MHD_HEADER_KIND, name);
-    return value == nullptr ? "" : value;
-}
-
-MHD_Result addQueryItem(void* query, MHD_ValueKind, const char* name, size_t nameSize,
-                        const char* value, size_t valueSize) {
-    auto& items = *static_cast<std::map<std::string, std::string>*>(query);
-    items.try_emplace(std::string(name, nameSize),
-                      value == nullptr ? std::string() : std::string(value, valueSize));
-    return MHD_YES;
-}
-
-void readHeaders(MHD_Connection* connection, const char* method, const char* path,
-                 Pending& pending) {
-    Request& request = pending.request;
-    request.method = method;
-    request.path = path;
-    MHD_get_connection_values_n(connection, MHD_GET_ARGUMENT_KIND, addQueryItem, &request.query);
-    request.apiKey = headerOf(connection, "X-Orv-Key");
-    request.device = headerOf(connection, "X-Orv-Device");
-    request.tenant = headerOf(connection, "X-Orv-Tenant");
-    request.ifNoneMatch = headerOf(connection, "If-None-Match");
-    pending.exchange.method = request.method;
-    pending.exchange.ifNoneMatch = request.ifNoneMatch;
-    pending.headersRead = true;
-}
-
-void readBody(std::string_view bytes, Request& request) {
-    request.bodyTooLong |= bytes.size() > maxBodyBytes - request.body.size();
-    if (!request.bodyTooLong) {
-        request.body += bytes;
-    }
-}
-
-MHD_Result send(MHD_Connection* connection, Reply reply) {
-    MHD_Response* const response = MHD_create_response_from_buffer(
-        reply.body.size(), reply.body.data(), MHD_RESPMEM_MUST_COPY);
-    if (response == nullptr) {
-        return MHD_NO;
-    }
-    if (!reply.body.empty()) {
-        MHD_add_response_header(response, "Content-Type", "application/json");
-    }
-    if (!reply.allow.empty()) {
-        MHD_add_response_header(response, "Allow", reply.allow.c_str());
-    }
-    const MHD_Result queued = MHD_queue_response(connection, reply.status, response);
-    MHD_destroy_response(response);
-    return queued;
-}
 
 void tell(const std::function<void(const Exchange&)>& watcher, const Exchange& exchange) {
     if (watcher) {
