@@ -1,8 +1,6 @@
 #include "config/device_identity.h"
 
-#include "platform/files.h"
 #include "platform/json.h"
-#include "platform/paths.h"
 #include "platform/semaphore.h"
 
 #include <memory>
@@ -13,7 +11,6 @@ namespace orvane {
 
 namespace {
 
-constexpr std::chrono::seconds inactivityLimit(12);
 constexpr std::chrono::seconds waitLimit(15);
 
 /// Where the answer waits for the caller. Shared with the completion, which may come after the
@@ -46,33 +43,6 @@ class ResultSlot {
 
 }  // namespace
 
-std::optional<DeviceIdentity::Enrollment> DeviceIdentity::readEnrollment(std::string_view content) {
-    const auto members = json::readObject(content, {"device_token", "tenant_slug", "api_url"});
-    if (!members) {
-        return std::nullopt;
-    }
-    auto deviceToken = members->nonEmptyString("device_token");
-    auto tenantSlug = members->nonEmptyString("tenant_slug");
-    auto apiUrl = members->string("api_url");
-    if (!deviceToken || !tenantSlug || !apiUrl) {
-        return std::nullopt;
-    }
-    return Enrollment{std::move(*deviceToken), std::move(*tenantSlug), std::move(*apiUrl)};
-}
-
-std::optional<HttpRequest> DeviceIdentity::requestFor(const Enrollment& enrollment,
-                                                      std::string_view process) {
-    const auto base = enrollment.apiUrl.empty() ? std::nullopt : Url::parse(enrollment.apiUrl);
-    if (!base) {
-        return std::nullopt;
-    }
-    const QueryItem item{"process", std::string(process)};
-    return HttpRequest{
-        base->appendingPath("api/orvane/v1/endpoint/agent-config/").withQuery({&item, 1}),
-        {{"X-Orv-Device", enrollment.deviceToken}, {"X-Orv-Tenant", enrollment.tenantSlug}},
-        inactivityLimit};
-}
-
 std::optional<DeviceIdentity::Resolved> DeviceIdentity::readAnswer(
     const std::optional<HttpResponse>& response, const std::string& fallbackApiUrl) {
     if (!response || response->status != 200 || !response->body) {
@@ -90,8 +60,7 @@ std::optional<DeviceIdentity::Resolved> DeviceIdentity::readAnswer(
 }
 
 std::optional<DeviceIdentity::Resolved> DeviceIdentity::resolve(std::string_view process) {
-    const auto content = files::read(paths::setupDirectory() / "device-identity.json");
-    const auto enrollment = content ? readEnrollment(*content) : std::nullopt;
+    const auto enrollment = storedEnrollment();
     auto request = enrollment ? requestFor(*enrollment, process) : std::nullopt;
     if (!request) {
         return std::nullopt;

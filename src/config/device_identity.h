@@ -39,6 +39,9 @@ struct DeviceIdentity {
         std::string apiUrl;
     };
 
+    /// What the device-identity file in the setup directory says; absent if it is not usable.
+    static std::optional<Enrollment> storedEnrollment();
+
     /// Reads the content of the device-identity file; absent when the token or the tenant is
     /// missing or empty, or there is no text "api_url". Pure.
     static std::optional<Enrollment> readEnrollment(std::string_view content);

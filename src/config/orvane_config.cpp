@@ -1,8 +1,6 @@
 #include "config/orvane_config.h"
 
 #include "config/config_file.h"
-#include "config/device_identity.h"
-#include "platform/environment.h"
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "platform/text.h"
@@ -10,18 +8,6 @@
 namespace orvane {
 
 namespace {
-
-/// The agent process that the device identity is asked for.
-constexpr const char* processName = "claude";
-
-std::optional<OrvaneConfig::Profile> deviceProfile() {
-    const auto resolved = DeviceIdentity::resolve(processName);
-    if (!resolved || resolved->uploadKey.empty() || resolved->agentSlug.empty()) {
-        return std::nullopt;
-    }
-    return OrvaneConfig::Profile{"device", resolved->apiUrl, resolved->uploadKey,
-                                 resolved->agentSlug, std::nullopt};
-}
 
 std::optional<OrvaneConfig::Profile> configFileProfile(const std::vector<std::string>& preferred) {
     const auto content = files::read(OrvaneConfig::configPath());
@@ -48,14 +34,17 @@ const std::filesystem::path& OrvaneConfig::configPath() {
     return path;
 }
 
+std::optional<OrvaneConfig::Profile> OrvaneConfig::currentProfile(const DeviceLookup& device) {
+    if (auto managed = managedProfile()) {
+        return managed;
+    }
+    return loadFirstProfile({"claude-code", "claude-cowork", "connect", "default"}, device);
+}
+
 std::optional<OrvaneConfig::Profile> OrvaneConfig::loadFirstProfile(
-    const std::vector<std::string>& preferred) {
-    // Only a switch: a key in the environment sends the daemon straight to the config file, and is
-    // itself never used.
-    if (environmentValue("ORVANE_API_KEY").empty()) {
-        if (auto profile = deviceProfile()) {
-            return profile;
-        }
+    const std::vector<std::string>& preferred, const DeviceLookup& device) {
+    if (auto profile = device()) {
+        return profile;
     }
     return configFileProfile(preferred);
 }

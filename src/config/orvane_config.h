@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -36,10 +37,21 @@ struct OrvaneConfig {
     /// May be called from any thread.
     static std::optional<Profile> managedProfile();
 
-    /// The device identity's profile unless ORVANE_API_KEY is set and not empty, else the first of
-    /// `preferred` that names a section of the config file with a non-empty "api_url" and
-    /// "api_key". May block for as long as `DeviceIdentity::resolve` does.
-    static std::optional<Profile> loadFirstProfile(const std::vector<std::string>& preferred);
+    /// Gets the device identity's profile, if there is one.
+    using DeviceLookup = std::function<std::optional<Profile>()>;
+
+    /// The device identity's profile unless ORVANE_API_KEY is set and not empty. Asks the control
+    /// plane, and may block for as long as `DeviceIdentity::resolve` does.
+    static std::optional<Profile> deviceProfile();
+
+    /// The profile for one turn: the managed one, else `loadFirstProfile` with the sections
+    /// "claude-code", "claude-cowork", "connect" and "default".
+    static std::optional<Profile> currentProfile(const DeviceLookup& device = deviceProfile);
+
+    /// The profile that `device` returns, else the first of `preferred` that names a section of the
+    /// config file with a non-empty "api_url" and "api_key".
+    static std::optional<Profile> loadFirstProfile(const std::vector<std::string>& preferred,
+                                                   const DeviceLookup& device = deviceProfile);
 };
 
 }  // namespace orvane

@@ -2,6 +2,7 @@
 
 #include "config/hardware_uuid.h"
 #include "daemon/daemon_logger.h"
+#include "daemon/poll_request.h"
 #include "guard/capture_policy.h"
 #include "platform/clock.h"
 #include "platform/paths.h"
@@ -10,20 +11,12 @@ namespace orvane {
 
 namespace {
 
-constexpr std::int64_t longPollSeconds = 300;
 constexpr double backOffSeconds = 60.0;
 constexpr double noProfileSeconds = 30.0;
 
 /// Longer than the server holds a poll, so that a held one is never cut off from this side.
 constexpr HttpLimits sessionLimits{std::chrono::seconds(longPollSeconds + 30),
                                    std::chrono::seconds(longPollSeconds + 60)};
-
-std::optional<OrvaneConfig::Profile> currentProfile() {
-    if (auto managed = OrvaneConfig::managedProfile()) {
-        return managed;
-    }
-    return OrvaneConfig::loadFirstProfile({"claude-code", "claude-cowork", "connect", "default"});
-}
 
 }  // namespace
 
@@ -42,7 +35,7 @@ void PolicyRunner::run() {
     logger.log("Resolving credentials from ~/.orvane/config…");
     std::optional<std::string> lastProfileName;
     for (;;) {
-        const auto profile = currentProfile();
+        const auto profile = OrvaneConfig::currentProfile();
         if (!profile) {
             logger.log("No usable profile — sleeping 30s and retrying");
             clock::sleep(noProfileSeconds);

@@ -10,8 +10,7 @@ namespace orvane {
 std::optional<HttpRequest> pollRequest(const OrvaneConfig::Profile& profile,
                                        const std::optional<std::string>& etag,
                                        std::int64_t waitSeconds) {
-    const auto url =
-        Url::parse(joinedToApiBase(profile.apiUrl, "/api/orvane/v1/connect/guard-config/"));
+    const auto url = Url::parse(joinedToApiBase(profile.apiUrl, pollEndpoint));
     if (!url) {
         return std::nullopt;
     }

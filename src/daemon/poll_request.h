@@ -7,8 +7,15 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace orvane {
+
+/// The endpoint's path on the API.
+inline constexpr std::string_view pollEndpoint = "/api/orvane/v1/connect/guard-config/";
+
+/// How long the server is asked to hold a poll.
+inline constexpr std::int64_t longPollSeconds = 300;
 
 /// The conditional long-poll for `profile`, to be held up to `waitSeconds`; absent when the
 /// profile's `apiUrl` is not a URL. `etag` is sent in double quotes (RFC 9110, 13.1.2) unless it

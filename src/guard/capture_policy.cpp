@@ -24,12 +24,12 @@ std::optional<CapturePolicy> storedCapturePolicy(const std::filesystem::path& fi
     return policy ? deriveCapturePolicy(*policy) : std::nullopt;
 }
 
+}  // namespace
+
 bool isUpToDate(const std::filesystem::path& file, const CapturePolicy& wanted) {
     const auto existing = files::read(file);
     return existing && saysTheSame(*existing, wanted);
 }
-
-}  // namespace
 
 std::optional<CapturePolicy> deriveCapturePolicy(std::string_view guardPolicy) {
     auto policy = json::readObject(guardPolicy,

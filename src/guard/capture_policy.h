@@ -30,6 +30,9 @@ std::optional<CapturePolicy> deriveCapturePolicy(std::string_view guardPolicy);
 /// "intercept_hosts" have to be there; a missing "suppress_ech" counts as false. Pure.
 bool saysTheSame(std::string_view existing, const CapturePolicy& wanted);
 
+/// Whether the capture-policy file at `file` can be read and already says `wanted`.
+bool isUpToDate(const std::filesystem::path& file, const CapturePolicy& wanted);
+
 /// The capture-policy file's text. Pure.
 std::string captureFileText(const CapturePolicy& policy);
 

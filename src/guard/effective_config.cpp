@@ -13,7 +13,7 @@ constexpr std::chrono::seconds inactivityLimit(30);
 }  // namespace
 
 std::optional<Url> effectiveUrl(std::string_view apiUrl) {
-    return Url::parse(joinedToApiBase(apiUrl, "/api/orvane/v1/guard/effective/"));
+    return Url::parse(joinedToApiBase(apiUrl, effectiveEndpoint));
 }
 
 HttpRequest effectiveRequest(const Url& url, const std::string& apiKey,

@@ -11,6 +11,9 @@
 
 namespace orvane::guard {
 
+/// The endpoint's path on the API.
+inline constexpr std::string_view effectiveEndpoint = "/api/orvane/v1/guard/effective/";
+
 /// The endpoint's address on the API at `apiUrl`; absent when that is not a URL.
 std::optional<Url> effectiveUrl(std::string_view apiUrl);
 

@@ -17,6 +17,10 @@ std::string environmentValue(const char* name) {
     return value == nullptr ? "" : value;
 }
 
+bool isTerminal() {
+    return ::isatty(STDOUT_FILENO) == 1;
+}
+
 void ignoreBrokenPipes() {
     (void)std::signal(SIGPIPE, SIG_IGN);
 }

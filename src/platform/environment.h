@@ -12,6 +12,9 @@ std::int32_t processId();
 /// The value of an environment variable; empty when it is unset or empty.
 std::string environmentValue(const char* name);
 
+/// Whether standard output is a terminal.
+bool isTerminal();
+
 /// Makes a write to a closed pipe or socket fail with an error instead of ending the process.
 void ignoreBrokenPipes();
 

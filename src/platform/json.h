@@ -37,6 +37,8 @@ class Members {
     /// The member's value if it is there and of that type, else absent. A number is not a boolean.
     [[nodiscard]] std::optional<std::string> string(std::string_view path) const;
     [[nodiscard]] std::optional<bool> boolean(std::string_view path) const;
+    /// Only numbers that are written as integers and fit.
+    [[nodiscard]] std::optional<std::int64_t> integer(std::string_view path) const;
     /// The strings of an array; absent as well when any element of it is not a string. They are
     /// handed over, not copied: there may be very many.
     [[nodiscard]] std::optional<TextList> takeStrings(std::string_view path);
@@ -63,8 +65,9 @@ class Members {
         std::size_t equalTexts = 0;          ///< of the expected ones, from the first on
         std::size_t comparedTexts = 0;
     };
-    struct Other {};  ///< null or a number
-    using Value = std::variant<std::monostate, Object, Array, Other, bool, std::string>;
+    struct Other {};  ///< null or any other number
+    using Value =
+        std::variant<std::monostate, Object, Array, Other, bool, std::int64_t, std::string>;
 
     /// A wanted member or an object on the way to one.
     struct Node {

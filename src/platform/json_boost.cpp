@@ -80,8 +80,8 @@ class Picker {
     }
 
     static bool on_number_part(std::string_view /*part*/, error_code& /*error*/) { return true; }
-    bool on_int64(std::int64_t /*value*/, std::string_view /*end*/, error_code& error) {
-        return keepOther(error);
+    bool on_int64(std::int64_t value, std::string_view /*end*/, error_code& error) {
+        return keep([=] { return value; }, error);
     }
     bool on_uint64(std::uint64_t /*value*/, std::string_view /*end*/, error_code& error) {
         return keepOther(error);
@@ -225,6 +225,11 @@ std::optional<std::string> Members::nonEmptyString(std::string_view path) const 
 
 std::optional<bool> Members::boolean(std::string_view path) const {
     const auto* value = valueAt<bool>(path);
+    return value == nullptr ? std::nullopt : std::optional(*value);
+}
+
+std::optional<std::int64_t> Members::integer(std::string_view path) const {
+    const auto* value = valueAt<std::int64_t>(path);
     return value == nullptr ? std::nullopt : std::optional(*value);
 }
 

@@ -13,6 +13,9 @@ std::filesystem::path homeDirectory();
 /// The machine-wide directory shared with enrollment and with the interception component.
 std::filesystem::path setupDirectory();
 
+/// The root of the file system, for programs and state of the system itself.
+std::filesystem::path systemRoot();
+
 /// The tool that lists the hardware registry (on macOS; elsewhere there is none).
 std::filesystem::path registryTool();
 

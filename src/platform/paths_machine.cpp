@@ -41,6 +41,10 @@ std::filesystem::path setupDirectory() {
     return "/private/tmp/dev.orvane.setup";
 }
 
+std::filesystem::path systemRoot() {
+    return "/";
+}
+
 std::filesystem::path registryTool() {
     return "/usr/sbin/ioreg";
 }

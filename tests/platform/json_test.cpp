@@ -331,6 +331,24 @@ TEST(JsonMembersTest, EachMemberHasItsType) {
     }
 }
 
+TEST(JsonMembersTest, AnIntegerIsANumberThatIsWrittenAsOneAndFits) {
+    const auto members = json::readObject(
+        R"({"one":1,"least":-9223372036854775808,"most":9223372036854775807,
+            "beyond":9223372036854775808,"half":0.5,"whole":1.0,"exponent":1e3,"text":"1",
+            "true":true,"null":null,"twice":1,"twice":2,"array":[1]})",
+        {"one", "least", "most", "beyond", "half", "whole", "exponent", "text", "true", "null",
+         "twice", "array"});
+    ASSERT_TRUE(members);
+    EXPECT_EQ(members->integer("one"), 1);
+    EXPECT_EQ(members->integer("least"), INT64_MIN);
+    EXPECT_EQ(members->integer("most"), INT64_MAX);
+    EXPECT_EQ(members->integer("twice"), 1);
+    for (const char* path :
+         {"beyond", "half", "whole", "exponent", "text", "true", "null", "array", "missing", ""}) {
+        EXPECT_EQ(members->integer(path), std::nullopt) << path;
+    }
+}
+
 TEST(JsonMembersTest, AnArrayOfTextsHoldsNothingElse) {
     const char* const table[] = {
         R"(["x",1])",   R"([1,"x"])",         R"(["x",null])",  R"(["x",true])",

@@ -1,5 +1,7 @@
 // What becomes of each operation when the system refuses one of its steps.
+#include "platform/accounts.h"
 #include "platform/child_process.h"
+#include "platform/file_pieces.h"
 #include "platform/files.h"
 #include "platform/http_exchange.h"
 #include "platform/http_session.h"
@@ -78,6 +80,24 @@ TEST_F(RefusalTest, AFileWhoseStatusCannotBeHadIsAbsent) {
     const WithSystemCallHooks installed(refusing("fstat", 1, EIO));
     EXPECT_EQ(files::read(at("f")), std::nullopt);
     EXPECT_EQ(files::read(at("f")), "text");
+}
+
+TEST_F(RefusalTest, AFileWhoseStatusCannotBeHadIsNotReadInPieces) {
+    writeFile(at("f"), "text");
+    const WithSystemCallHooks installed(refusing("fstat", 1, EIO));
+    EXPECT_FALSE(FilePieces::open(at("f")));
+    EXPECT_TRUE(FilePieces::open(at("f")));
+}
+
+TEST_F(RefusalTest, WithoutAPipeOrAProcessNothingIsDoneAsAnotherAccount) {
+    const Account own{accountName(::geteuid()), ::geteuid(), ::getegid(), "/"};
+    for (const char* call : {"pipe", "fork", "poll"}) {
+        const WithSystemCallHooks installed(refusing(call, 1, EAGAIN));
+        EXPECT_EQ(resultAs(
+                      own, [] { return "done"; }, std::chrono::seconds(30)),
+                  std::nullopt)
+            << call;
+    }
 }
 
 TEST_F(RefusalTest, WithoutTheModeOfTheOldFileItStaysAsItIs) {

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <netdb.h>
+#include <poll.h>
 #include <pthread.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -101,6 +102,14 @@ int fstat(int descriptor, struct stat* status) noexcept {
 
 int pipe(int* ends) noexcept {
     return unlessRefused<int(int*)>("pipe", ends);
+}
+
+pid_t fork() noexcept {
+    return unlessRefused<pid_t()>("fork");
+}
+
+int poll(struct pollfd* waiting, nfds_t count, int limit) {
+    return unlessRefused<int(struct pollfd*, nfds_t, int)>("poll", waiting, count, limit);
 }
 
 int socket(int family, int type, int protocol) noexcept {

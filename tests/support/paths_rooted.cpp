@@ -38,6 +38,10 @@ std::filesystem::path setupDirectory() {
     return root() / "private/tmp/dev.orvane.setup";
 }
 
+std::filesystem::path systemRoot() {
+    return root();
+}
+
 std::filesystem::path registryTool() {
     return root() / "usr/sbin/ioreg";
 }

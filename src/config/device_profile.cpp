@@ -1,0 +1,28 @@
+#include "config/device_identity.h"
+#include "config/orvane_config.h"
+#include "platform/environment.h"
+
+namespace orvane {
+
+namespace {
+
+/// The agent process that the device identity is asked for.
+constexpr const char* processName = "claude";
+
+}  // namespace
+
+std::optional<OrvaneConfig::Profile> OrvaneConfig::deviceProfile() {
+    // Only a switch: a key in the environment sends the daemon straight to the config file, and is
+    // itself never used.
+    if (!environmentValue("ORVANE_API_KEY").empty()) {
+        return std::nullopt;
+    }
+    const auto resolved = DeviceIdentity::resolve(processName);
+    if (!resolved || resolved->uploadKey.empty() || resolved->agentSlug.empty()) {
+        return std::nullopt;
+    }
+    return Profile{"device", resolved->apiUrl, resolved->uploadKey, resolved->agentSlug,
+                   std::nullopt};
+}
+
+}  // namespace orvane
