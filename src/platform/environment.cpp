@@ -1,6 +1,7 @@
 #include "platform/environment.h"
 
 #include <fcntl.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -17,8 +18,13 @@ std::string environmentValue(const char* name) {
     return value == nullptr ? "" : value;
 }
 
-bool isTerminal() {
-    return ::isatty(STDOUT_FILENO) == 1;
+std::size_t terminalWidth() {
+    constexpr std::size_t usual = 80;
+    winsize size{};
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0) {
+        return 0;
+    }
+    return size.ws_col == 0 ? usual : size.ws_col;
 }
 
 void ignoreBrokenPipes() {

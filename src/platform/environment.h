@@ -1,6 +1,7 @@
 // The process's own surroundings.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -12,8 +13,8 @@ std::int32_t processId();
 /// The value of an environment variable; empty when it is unset or empty.
 std::string environmentValue(const char* name);
 
-/// Whether standard output is a terminal.
-bool isTerminal();
+/// The columns of the terminal that standard output is; 0 if it is none, 80 if it does not say.
+std::size_t terminalWidth();
 
 /// Makes a write to a closed pipe or socket fail with an error instead of ending the process.
 void ignoreBrokenPipes();

@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -24,6 +25,33 @@ namespace {
 TEST(EnvironmentTest, TheProcessIdIsThisProcesss) {
     EXPECT_EQ(processId(), ::getpid());
     EXPECT_EQ(inChild([] { return std::to_string(processId() - ::getpid()); }), "0");
+}
+
+/// The width that a child sees on a terminal of its own with so many columns.
+std::string widthOnTerminal(unsigned short columns) {
+    return inChild([=]() -> std::string {
+        const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+        if (::grantpt(terminal) != 0 || ::unlockpt(terminal) != 0) {
+            return "no terminal";
+        }
+        const int end = ::open(::ptsname(terminal), O_RDWR | O_NOCTTY);
+        winsize size{};
+        size.ws_col = columns;
+        if (::ioctl(end, TIOCSWINSZ, &size) != 0 || ::dup2(end, STDOUT_FILENO) < 0) {
+            return "no size";
+        }
+        return std::to_string(terminalWidth());
+    });
+}
+
+TEST(EnvironmentTest, OnlyATerminalHasAWidth) {
+    EXPECT_EQ(widthOnTerminal(60), "60");
+    EXPECT_EQ(widthOnTerminal(0), "80");
+    EXPECT_EQ(inChild([]() -> std::string {
+                  const int file = ::open("/dev/null", O_WRONLY);
+                  return ::dup2(file, STDOUT_FILENO) < 0 ? "" : std::to_string(terminalWidth());
+              }),
+              "0");
 }
 
 TEST(EnvironmentTest, AVariableHasItsValue) {

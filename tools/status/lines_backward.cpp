@@ -1,0 +1,90 @@
+#include "status/lines_backward.h"
+
+#include "platform/file_pieces.h"
+
+#include <algorithm>
+#include <string>
+
+namespace orvane::status {
+
+namespace {
+
+constexpr std::uint64_t pieceSize = 65536;
+constexpr std::size_t longestLine = 65536;
+
+/// Puts lines together from pieces of a file that come from its end.
+class LineJoiner {
+  public:
+    explicit LineJoiner(const std::function<bool(std::string_view)>& take) : take_(take) {}
+
+    /// Takes the piece in front of the previous one. Returns false when no more are wanted.
+    bool add(std::string_view piece) {
+        for (;;) {
+            const auto lineFeed = piece.rfind('\n');
+            if (lineFeed == std::string_view::npos) {
+                prepend(piece);
+                return true;
+            }
+            prepend(piece.substr(lineFeed + 1));
+            if (!finishLine()) {
+                return false;
+            }
+            piece = piece.substr(0, lineFeed);
+        }
+    }
+
+    /// Ends the line that has been put together so far. Returns false when no more are wanted.
+    bool finishLine() {
+        const bool isLine = !isTooLong_ && !line_.empty();
+        const bool wantsMore = !isLine || take_(line_);
+        line_.clear();
+        isTooLong_ = false;
+        return wantsMore;
+    }
+
+  private:
+    void prepend(std::string_view part) {
+        isTooLong_ = isTooLong_ || line_.size() + part.size() > longestLine;
+        if (isTooLong_) {
+            line_.clear();
+        } else {
+            line_.insert(0, part);
+        }
+    }
+
+    const std::function<bool(std::string_view)>& take_;
+    std::string line_;
+    bool isTooLong_ = false;
+};
+
+}  // namespace
+
+bool LinesBackward::read(const std::filesystem::path& file,
+                         const std::function<bool(std::string_view)>& take) {
+    const auto pieces = FilePieces::open(file);
+    if (!pieces) {
+        return false;
+    }
+    LineJoiner joiner(take);
+    std::uint64_t position = pieces->size();
+    while (position > 0) {
+        const std::uint64_t size = std::min({pieceSize, position, bytesLeft_});
+        if (size == 0) {
+            isExhausted_ = true;
+            return true;  // the line under way has no beginning
+        }
+        position -= size;
+        bytesLeft_ -= size;
+        const auto piece = pieces->read(position, static_cast<std::size_t>(size));
+        if (!piece) {
+            return false;
+        }
+        if (!joiner.add(*piece)) {
+            return true;
+        }
+    }
+    (void)joiner.finishLine();
+    return true;
+}
+
+}  // namespace orvane::status

@@ -1,0 +1,5 @@
+#include "status/run.h"
+
+int main(int count, char** words) {
+    return orvane::status::run({words + 1, words + count});
+}

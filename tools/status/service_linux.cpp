@@ -1,0 +1,40 @@
+#include "platform/accounts.h"
+#include "platform/child_process.h"
+#include "platform/clock.h"
+#include "platform/files.h"
+#include "platform/paths.h"
+#include "status/service.h"
+
+#include <cstdlib>
+
+namespace orvane::status {
+
+const ServiceCommands serviceCommands{"systemctl --user start orvane-policy-daemon",
+                                      "systemctl --user restart orvane-policy-daemon",
+                                      "journalctl --user -t OrvanePolicyDaemon"};
+
+/// As systemd has it (ConditionUser=@system).
+const std::uint32_t firstOrdinaryUser = 1000;
+
+Service askServiceManager() {
+    const auto root = paths::systemRoot();
+    if (!files::exists(root / "run/systemd/system")) {
+        return {};
+    }
+    const auto runtime = "/run/user/" + std::to_string(ownUser());
+    if (!files::exists(root / runtime.substr(1) / "systemd/private")) {
+        const auto lingering = root / "var/lib/systemd/linger" / accountName(ownUser());
+        return {stateWithoutManager(ownUser(), files::exists(lingering)), {}, {}, {}};
+    }
+    // Not set in cron jobs and after su(1).
+    (void)setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);
+    const auto properties = outputOf(
+        root / "usr/bin/systemctl",
+        {"--user", "show",
+         "--property=LoadState,ActiveState,MainPID,NRestarts,ActiveEnterTimestampMonotonic",
+         "orvane-policy-daemon.service"});
+    return serviceFor(ownUser(), serviceInSystemd(properties.value_or(""),
+                                                  clock::monotonicNow().time_since_epoch()));
+}
+
+}  // namespace orvane::status

@@ -1,0 +1,55 @@
+#include "status/source.h"
+
+#include "config/device_identity.h"
+#include "config/orvane_config.h"
+#include "daemon/poll_request.h"
+#include "status/words.h"
+
+namespace orvane::status {
+
+namespace {
+
+using Profile = OrvaneConfig::Profile;
+
+/// Where a poll with `profile` goes; absent if it cannot be sent.
+std::optional<std::string> pollUrl(const Profile& profile) {
+    const auto request = pollRequest(profile, std::nullopt, longPollSeconds);
+    return request ? std::optional(request->url.text()) : std::nullopt;
+}
+
+/// The profile that the daemon seems to have got for the device identity.
+std::optional<Profile> inferredDevice(const std::optional<Exchange>& lastPoll,
+                                      const std::optional<Profile>& withoutDevice) {
+    const auto enrollment = DeviceIdentity::storedEnrollment();
+    if (!enrollment || !DeviceIdentity::requestFor(*enrollment, "")) {
+        return std::nullopt;
+    }
+    if (!lastPoll) {
+        return Profile{"device", enrollment->apiUrl, "", std::nullopt, std::nullopt};
+    }
+    // The control plane did not know the device, or ORVANE_API_KEY is set.
+    if (withoutDevice && pollUrl(*withoutDevice) == lastPoll->url) {
+        return std::nullopt;
+    }
+    return Profile{"device", lastPoll->url.substr(0, lastPoll->url.find(pollEndpoint)), "",
+                   std::nullopt, std::nullopt};
+}
+
+}  // namespace
+
+std::optional<Source> currentSource(const std::optional<Exchange>& lastPoll) {
+    const auto withoutDevice = OrvaneConfig::currentProfile([] { return std::nullopt; });
+    bool isInferred = false;
+    const auto profile = OrvaneConfig::currentProfile([&] {
+        auto device = inferredDevice(lastPoll, withoutDevice);
+        isInferred = device || DeviceIdentity::storedEnrollment();
+        return device;
+    });
+    if (!profile) {
+        return std::nullopt;
+    }
+    return Source{profile->name, withoutUserInfo(profile->apiUrl), pollUrl(*profile).has_value(),
+                  isInferred};
+}
+
+}  // namespace orvane::status

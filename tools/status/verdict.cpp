@@ -1,0 +1,289 @@
+#include "status/verdict.h"
+
+#include "daemon/poll_request.h"
+#include "status/service.h"
+#include "status/words.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+
+namespace orvane::status {
+
+namespace {
+
+using Judgment = std::optional<Verdict>;
+
+constexpr std::size_t longestError = 200;
+
+std::string ago(Time time, Time now) {
+    return inWords(now - time, Units::abbreviated) + " ago";
+}
+
+std::string with(std::string_view beginning, std::string_view command) {
+    return std::string(beginning) + std::string(command);
+}
+
+/// What brings policy, tag and everything derived from them in step again.
+std::string fetchAgain() {
+    return with("fetch the policy again: rm -f ~/.orvane/policy-etag.json; ",
+                serviceCommands.restart);
+}
+
+bool isDiskFull(const Facts& facts) {
+    constexpr std::uintmax_t leastFree = 65536;
+    return facts.freeBytes && *facts.freeBytes < leastFree;
+}
+
+/// Whether the last answer that brought a policy was not stored.
+bool wasUpdateLost(const Facts& facts) {
+    const auto& update = facts.history.lastUpdate;
+    const auto storedAt =
+        facts.policy.isThere ? std::optional(facts.policy.storedAt) : std::nullopt;
+    return update && !wasStored(update->endedAt, storedAt, facts.now);
+}
+
+std::string whyPollFailed(const Exchange& poll) {
+    return poll.error.empty() ? "HTTP " + std::to_string(poll.status)
+                              : printable(poll.error, longestError);
+}
+
+std::string adviceFor(const Exchange& poll) {
+    switch (outcomeOf(poll.status)) {
+        case PollOutcome::rejected:
+            return "sign in again, or enroll with a new key";
+        case PollOutcome::unexpected:
+            break;
+        case PollOutcome::updated:
+        case PollOutcome::unchanged:
+            return with("look at the log: ", serviceCommands.log);
+    }
+    if (poll.status == 0) {
+        return "look at the network, the name and the certificate in \"No connection\" of the "
+               "manual";
+    }
+    constexpr std::int64_t firstServerError = 500;
+    return poll.status < firstServerError ? "correct api_url; redirects are not followed"
+                                          : "look at the control plane";
+}
+
+Verdict diskFull(Level level) {
+    return {level, "disk-full", "the disk with ~/.orvane is full, so nothing can be stored",
+            "make room; then fetch the policy again if it is missing"};
+}
+
+Verdict updateLost(const Facts& facts, Level level) {
+    return {level, "policy-not-stored",
+            "the answer of " + localTime(facts.history.lastUpdate->endedAt) + " was not stored",
+            with("look for the reason (no policy in it, no rights): ", serviceCommands.log)};
+}
+
+// ---- The service --------------------------------------------------------------------------------
+
+Judgment judgeService(const Facts& facts) {
+    switch (facts.service.state) {
+        case ServiceState::stopped:
+            return Verdict{Level::notWorking, "not-running", "the service is not running",
+                           with("start it: ", serviceCommands.start)};
+        case ServiceState::restarting:
+            return Verdict{Level::notWorking, "restarting",
+                           "the service has ended and is about to be started again",
+                           with("look for the reason: ", serviceCommands.log)};
+        case ServiceState::masked:
+            return Verdict{
+                Level::notWorking, "masked", "the service is masked for this account",
+                "unmask it: systemctl --user unmask orvane-policy-daemon; then start it"};
+        case ServiceState::notInstalled:
+            return Verdict{Level::notWorking, "not-installed", "the service is not installed",
+                           "install the package"};
+        case ServiceState::notLoggedIn:
+            return Verdict{Level::unknown, "not-logged-in",
+                           "the account is not logged in, so it has no daemon now",
+                           "nothing needs to be done"};
+        case ServiceState::systemAccount:
+            return Verdict{Level::unknown, "system-account",
+                           "root and accounts of the system have no daemon",
+                           "as root, --all shows the other accounts"};
+        case ServiceState::running:
+        case ServiceState::unknown:
+            break;
+    }
+    return std::nullopt;
+}
+
+// ---- The polls ----------------------------------------------------------------------------------
+
+Judgment judgeSource(const Facts& facts) {
+    if (!facts.source) {
+        return Verdict{Level::notWorking, "no-profile", "no source of credentials is complete",
+                       "enroll, or find the mistake in the source that is meant"};
+    }
+    if (!facts.source->isUrl) {
+        return Verdict{Level::notWorking, "bad-url", "api_url is not a URL",
+                       "correct it: https:// and a host, no spaces"};
+    }
+    return std::nullopt;
+}
+
+Judgment judgeLog(const Facts& facts) {
+    constexpr std::chrono::seconds clockDrift(60);
+    if (!facts.isLogReadable) {
+        return Verdict{Level::unknown, "log-unreadable", "the activity log cannot be read",
+                       "look at the rights of ~/.orvane/logs and what is in it"};
+    }
+    const auto& last = facts.history.lastPoll;
+    if (last && last->endedAt - facts.now > clockDrift) {
+        return Verdict{Level::unknown, "clock", "the last poll is dated in the future",
+                       "look at the clock; the next poll shows more"};
+    }
+    return std::nullopt;
+}
+
+/// Whether a poll has ended since the service was started, as far as that is known.
+bool hasPolled(const Facts& facts) {
+    const auto& last = facts.history.lastPoll;
+    return last &&
+           (!facts.service.runningFor || last->endedAt >= facts.now - *facts.service.runningFor);
+}
+
+Judgment judgePolls(const Facts& facts) {
+    const auto& history = facts.history;
+    const auto limit = facts.now - goodPollLimit;
+    if (history.lastGoodPoll && *history.lastGoodPoll >= limit) {
+        return std::nullopt;
+    }
+    if (isDiskFull(facts)) {
+        return diskFull(Level::notWorking);
+    }
+    if (!hasPolled(facts) && facts.service.runningFor.value_or(goodPollLimit) < goodPollLimit) {
+        return Verdict{Level::unknown, "first-poll",
+                       "started " + inWords(*facts.service.runningFor, Units::abbreviated) +
+                           " ago; its first poll has not ended",
+                       "ask again in a few minutes"};
+    }
+    if (!history.lastPoll) {
+        return Verdict{Level::notWorking, "never-polled", "no poll is on record",
+                       with("look for the reason: ", serviceCommands.log)};
+    }
+    const bool hasRecentPoll = history.lastPoll->endedAt >= limit;
+    if (hasRecentPoll && history.lastPoll->status == 200) {
+        return updateLost(facts, Level::notWorking);
+    }
+    if (hasRecentPoll) {
+        return Verdict{Level::notWorking, "no-good-poll",
+                       "polls fail: " + whyPollFailed(*history.lastPoll),
+                       adviceFor(*history.lastPoll)};
+    }
+    return Verdict{Level::notWorking, "no-poll",
+                   "the last poll ended " + ago(history.lastPoll->endedAt, facts.now),
+                   with("after a sleep of the machine, wait eight minutes; else look at the log: ",
+                        serviceCommands.log)};
+}
+
+Judgment judgeLastPoll(const Facts& facts) {
+    const Exchange& last = *facts.history.lastPoll;
+    const PollOutcome outcome = outcomeOf(last.status);
+    const bool isFailure = outcome == PollOutcome::rejected || outcome == PollOutcome::unexpected;
+    if (!isFailure || !hasPolled(facts)) {
+        return std::nullopt;
+    }
+    return Verdict{Level::degraded, "poll-failed", "the last poll failed: " + whyPollFailed(last),
+                   adviceFor(last)};
+}
+
+// ---- The files ----------------------------------------------------------------------------------
+
+Judgment judgeDisk(const Facts& facts) {
+    return isDiskFull(facts) ? Judgment(diskFull(Level::degraded)) : std::nullopt;
+}
+
+Judgment judgePolicy(const Facts& facts) {
+    const Policy& policy = facts.policy;
+    if (wasUpdateLost(facts)) {
+        return updateLost(facts, Level::degraded);
+    }
+    if (!policy.isThere) {
+        return Verdict{Level::degraded, "no-policy", "no policy is stored", fetchAgain()};
+    }
+    if (!policy.isUsable) {
+        return Verdict{Level::degraded, "policy-unusable", "policy.json is not a JSON object",
+                       fetchAgain()};
+    }
+    if (policy.ownTag && policy.ownTag != policy.tag) {
+        return Verdict{Level::degraded, "tag-differs",
+                       "the stored policy and its tag are not of the same version", fetchAgain()};
+    }
+    return std::nullopt;
+}
+
+Judgment judgeEffective(const Facts& facts) {
+    constexpr std::int64_t ok = 200;
+    constexpr std::int64_t notFound = 404;
+    const auto& last = facts.history.lastEffective;
+    if (!last || last->status == notFound ||
+        (last->status == ok && wasStored(last->endedAt, facts.effectiveStoredAt, facts.now))) {
+        return std::nullopt;
+    }
+    return Verdict{Level::degraded, "effective-stale",
+                   "the effective configuration of " + localTime(last->endedAt) +
+                       " was not stored (HTTP " + std::to_string(last->status) + ")",
+                   fetchAgain()};
+}
+
+Judgment judgeCapture(const Facts& facts) {
+    // It is written when the effective configuration has been fetched.
+    constexpr std::chrono::seconds deriving(60);
+    const Capture& capture = facts.capture;
+    const bool isStale =
+        capture.state == CaptureState::different || capture.state == CaptureState::missing;
+    if (isStale && facts.now - facts.policy.storedAt >= deriving) {
+        if (capture.owner) {
+            return Verdict{
+                Level::degraded, "capture-not-ours",
+                "capture-policy.json is not in step and belongs to " +
+                    printable(*capture.owner, longestError),
+                "have the accounts share it: \"Several accounts on one machine\" in fleet.md"};
+        }
+        return Verdict{Level::degraded, "capture-stale",
+                       capture.state == CaptureState::missing
+                           ? "capture-policy.json is missing"
+                           : "capture-policy.json is not in step with the policy",
+                       "when a poll ends, it is written again; to have that now, " + fetchAgain()};
+    }
+    if (!capture.isReadableByOthers) {
+        return Verdict{
+            Level::degraded, "capture-unreadable", "other accounts cannot read capture-policy.json",
+            "chmod 644 /private/tmp/dev.orvane.setup/capture-policy.json, and look at the "
+            "directory's mode"};
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+Verdict judge(const Facts& facts) {
+    // The most serious ones first, and of two with one cause, the cause.
+    constexpr std::array judges{judgeService, judgeSource,    judgeLog,
+                                judgePolls,   judgeLastPoll,  judgeDisk,
+                                judgePolicy,  judgeEffective, judgeCapture};
+    for (const auto& judgment : judges) {
+        if (auto verdict = judgment(facts)) {
+            return *verdict;
+        }
+    }
+    return {};
+}
+
+std::string_view nameOf(Level level) {
+    constexpr std::array<std::string_view, 4> names{"healthy", "degraded", "not working",
+                                                    "unknown"};
+    return names.at(static_cast<std::size_t>(level));
+}
+
+Level worse(Level a, Level b) {
+    constexpr std::array rising{Level::healthy, Level::unknown, Level::degraded, Level::notWorking};
+    const auto rank = [&](Level level) { return std::find(rising.begin(), rising.end(), level); };
+    return rank(a) < rank(b) ? b : a;
+}
+
+}  // namespace orvane::status

@@ -1,0 +1,36 @@
+// Times, durations and texts from elsewhere, in words. All pure.
+#pragma once
+
+#include "status/activity_line.h"
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace orvane::status {
+
+/// How units are written: "3 d 4 h", or "3 days 4 hours".
+enum class Units { abbreviated, spelledOut };
+
+/// A duration in its one or two largest units. A negative one counts as 0.
+std::string inWords(std::chrono::nanoseconds duration, Units units);
+
+/// Local time with seconds, such as 2026-11-21 22:04:59.
+std::string localTime(Time time);
+
+/// "1 poll", "2 polls".
+std::string counted(std::int64_t count, std::string_view noun);
+
+/// `text` without anything that a terminal would interpret, and with at most `most` characters.
+std::string printable(std::string_view text, std::size_t most);
+
+/// `url` without the user name and password that may be in it.
+std::string withoutUserInfo(std::string_view url);
+
+/// `text` in lines of at most `width` characters where it has spaces to break it at; all lines but
+/// the first one are indented by `indent`, and the first one begins at `column`.
+std::string wrapped(std::string_view text, std::size_t column, std::size_t indent,
+                    std::size_t width);
+
+}  // namespace orvane::status
