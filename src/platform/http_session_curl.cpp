@@ -199,8 +199,12 @@ class Transfer {
     [[nodiscard]] bool isOverdue() const { return deadline() <= clock::monotonicNow(); }
 
     /// How the exchange ended when the library says `code`: to it, a connection that is closed
-    /// within the header is no error.
+    /// within the header is no error, and one that takes no frame is an error of the protocol.
     [[nodiscard]] CURLcode outcome(CURLcode code) const {
+        if (code == CURLE_HTTP2 &&
+            std::string_view(errorBuffer_.data()).starts_with("Send failure")) {
+            return CURLE_SEND_ERROR;
+        }
         return code == CURLE_OK && !headerComplete_ ? CURLE_GOT_NOTHING : code;
     }
 

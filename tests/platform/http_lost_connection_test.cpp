@@ -33,8 +33,10 @@ namespace orvane::test {
 
 namespace {
 
+using ::testing::AnyOf;
 using ::testing::Optional;
 using ::testing::SizeIs;
+using ::testing::StartsWith;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 
@@ -253,6 +255,31 @@ TEST_F(LostHttp2ConnectionTest, OnANewConnectionTheEndOfTheConnectionIsAnError) 
         EXPECT_EQ(server.connectionCount(), before + 1);
     }
 }
+
+#ifdef __linux__
+TEST_F(LostHttp2ConnectionTest, OneThatTakesNoMoreBytesIsLostWhicheverTheyAre) {
+    server.always("*", answerThen(closeAtOnce()));
+    bool isAnswered = false;
+    for (int taken = 0; !isAnswered; ++taken) {
+        HttpSession fresh{limits};
+        Exchange refused(fresh, requestFor("refused:"));
+        (void)refused.result();
+        SystemCallHooks systemCalls;
+        systemCalls.send = [&, worker = refused.thread(),
+                            left = taken](int) mutable -> std::optional<ssize_t> {
+            if (std::this_thread::get_id() != worker || left-- > 0) {
+                return std::nullopt;
+            }
+            return failWith(EPIPE);
+        };
+        const WithSystemCallHooks installed(systemCalls);
+        const auto error = fetch(fresh, server.url() + "/p").error;
+        isAnswered = !error;
+        EXPECT_THAT(error.value_or(lostText), AnyOf(lostText, StartsWith("An SSL error"))) << taken;
+        ASSERT_LT(taken, 20);
+    }
+}
+#endif
 
 // --- Addresses
 
