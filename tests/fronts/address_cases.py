@@ -1,0 +1,145 @@
+"""Addresses that are silent, and connections that are dead without anybody having said so."""
+
+import asyncio
+import time
+
+from cases import Figure, after_start, case, number
+from rig import Device, drop
+
+
+@case("addresses")
+async def addresses(world):
+    """A name with two addresses, the first of which drops everything."""
+    front = await world.front()
+    where = Device()
+    silent = where.other_front
+    where.add_front(silent)
+    drop(f"ip daddr {silent}")
+    where.hosts["two.test"] = [silent, where.front]
+    url = world.url(front.port, "two.test")
+    held, found = world.account(), world.account()
+    daemons = [where.daemon(held, url), where.daemon(found, url, by_identity=True)]
+    started = time.monotonic()
+    for daemon in daemons:
+        await daemon.start()
+    await asyncio.gather(*(after_start(account, 1, 60) for account in (held, found)))
+    for daemon in daemons:
+        await daemon.stop()
+    firsts = (min((request.came for request in account.requests), default=started + 99) for account in (held, found))
+    poll, identity = (first - started for first in firsts)
+    return [
+        Figure("two addresses, the first silent: poll after", number(poll), 2 < poll <= 20),
+        Figure("the same: identity after", number(identity), 2 < identity <= 10),
+    ]
+
+
+@case("handshake")
+async def handshake(world):
+    """The first of two addresses takes connections, and TLS never comes to an end there."""
+    ways = {"IPv6 that accepts and is silent": silent_ipv6, "packets above 1,000 bytes vanish": black_hole}
+    return await asyncio.gather(*(hanging(world, what, make) for what, make in ways.items()))
+
+
+async def silent_ipv6(where, port):
+    """A listener on IPv6 that never says a word."""
+    address = f"{where.net6}:9"
+    where.add_front(address)
+
+    async def be_silent(_reader, _writer):
+        await asyncio.sleep(3600)
+
+    await asyncio.start_server(be_silent, address, port)
+    return address
+
+
+async def black_hole(where, _port):
+    """An address whose answers are too large for the way back, and nobody says so."""
+    address = where.other_front
+    where.add_front(address)
+    drop(f"ip saddr {address} meta length > 1000", where)
+    return address
+
+
+async def hanging(world, what, make):
+    _, port = await world.relayed(await world.front())
+    where = Device()
+    where.hosts["two.test"] = [await make(where, port), where.front]
+    account = world.account()
+    pause = 1 if world.is_short else None
+    daemon = await where.daemon(account, world.url(port, "two.test"), sleep=pause).start()
+    came = await after_start(account, 1, 150)
+    await daemon.stop()
+    failed = [line["ms"] / 1000 for line in daemon.activity() if line["status"] == 0]
+    expected = (pause or 60) + sum(failed)
+    holds = len(failed) == 1 and 5 < failed[0] <= 60 and came < expected + 5
+    value = f"{', '.join(map(number, failed))}; through the other address {number(came)} after the start"
+    return Figure(f"{what}: given up after", value, holds)
+
+
+@case("held", is_long=False)
+async def held(world):
+    """What a held poll's connection is watched by: the system's probes, not the daemon."""
+    figures = []
+    for http2 in (True, False):
+        front = await world.front(http2=http2)
+        where = Device()
+        account = world.account()
+        daemon = await where.daemon(account, world.url(front.port)).start()
+        await account.wait_for_polls(1, 10)
+        await asyncio.sleep(2)
+        before = daemon.wake_ups()
+        await asyncio.sleep(10)
+        woken = daemon.wake_ups() - before
+        timers = where.run(f"ss -tnoH dst {where.front}")
+        await daemon.stop()
+        protocol = f"HTTP/{2 if http2 else 1.1}"
+        seconds = timers.split("keepalive,")[-1].split("sec")[0]
+        holds = seconds.isdigit() and int(seconds) <= 30
+        figures.append(Figure(f"probe of a held poll's connection, {protocol}: within", f"{seconds} s", holds))
+        figures.append(Figure(f"wake-ups in 10 s of a held poll, {protocol}", str(woken), woken == 0))
+    return figures
+
+
+async def change_address(where):
+    """The device wakes up elsewhere."""
+    where.run(f"ip addr del {where.own}/24 dev eth0")
+    where.run(f"ip addr add {where.other_own}/24 dev eth0")
+
+
+async def forget(where):
+    """Something on the way no longer knows the connections that there are; new ones go through."""
+    for line in where.run(f"ss -tnH state established dst {where.front}").splitlines():
+        port = line.split()[2].rsplit(":", 1)[1]
+        drop(f"ip saddr {where.own} tcp sport {port}")
+        drop(f"ip daddr {where.own} tcp dport {port}", where)
+
+
+@case("dead", is_short=False)
+async def dead(world):
+    """A connection that dies in mid-hold without a word."""
+    ways = [("address changed", change_address), ("connection forgotten", forget)]
+    runs = [dying(world, what, make, http2) for what, make in ways for http2 in (True, False)]
+    return [figure for figures in await asyncio.gather(*runs) for figure in figures]
+
+
+async def dying(world, what, make, http2):
+    front = await world.front(http2=http2)
+    where = Device()
+    account = world.account()
+    daemon = await where.daemon(account, world.url(front.port)).start()
+    await account.wait_for_polls(1, 10)
+    await asyncio.sleep(2)
+    before = daemon.wake_ups()
+    await asyncio.sleep(18)
+    woken = daemon.wake_ups() - before
+    await make(where)
+    after = await after_start(account, 2, 400)
+    # The second one is held for its whole time; its end is no error.
+    await asyncio.sleep(305)
+    statuses = [line["status"] for line in daemon.activity()]
+    await daemon.stop()
+    protocol = f"HTTP/{2 if http2 else 1.1}"
+    return [
+        Figure(f"{what}, {protocol}: next poll after", number(after), after <= 75 and statuses == [304]),
+        Figure(f"{what}, {protocol}: wake-ups in 18 s before", str(woken), woken == 0),
+    ]
