@@ -1,0 +1,242 @@
+#include "platform/http/transfer.h"
+
+#include "platform/http/error_text.h"
+#include "platform/text.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <new>
+#include <optional>
+#include <utility>
+
+namespace orvane {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+static_assert(HttpSession::headerValueLimit == 65'536);
+constexpr const char* valueTooLong = "a header value is longer than 65536 bytes";
+
+/// Enough to connect and shake hands over a slow link. Of a name's addresses the library gives the
+/// first one half of it.
+constexpr std::chrono::seconds connectLimit(30);
+
+/// The status in a status line: three digits behind the version, then a space or the line end.
+/// 0 for any other line; libraries read "2000" as 200, as 2000 or not at all.
+long statusOf(std::string_view line) {
+    constexpr std::size_t digits = 3;
+    const std::size_t start = line.find(' ') + 1;
+    const std::size_t end = std::min(line.find_first_not_of("0123456789", start), line.size());
+    const bool isNumber = line.find_first_of(" \r\n", end) == end;
+    long status = 0;
+    if (isNumber && end - start == digits) {
+        (void)std::from_chars(line.data() + start, line.data() + end, status);
+    }
+    return status;
+}
+
+bool isLostConnection(CURLcode code) {
+    constexpr std::array lost{CURLE_GOT_NOTHING, CURLE_SEND_ERROR, CURLE_RECV_ERROR,
+                              CURLE_PARTIAL_FILE};
+    return std::find(lost.begin(), lost.end(), code) != lost.end();
+}
+
+}  // namespace
+
+Transfer::Transfer(HttpRequest request, HttpCompletion completion, HttpLimits limits)
+    : request_(std::move(request)),
+      completion_(std::move(completion)),
+      inactivityLimit_(request_.inactivityLimit.value_or(limits.inactivity)),
+      totalLimit_(limits.total) {
+    startLimits();
+}
+
+const char* Transfer::refusal() const {
+    if (!request_.url.isFetchable()) {
+        return "unsupported URL";
+    }
+    for (const HttpHeader& header : request_.headers) {
+        if (text::hasControlCharacter(header.value)) {
+            return "a header value contains a control character";
+        }
+        if (header.value.size() > HttpSession::headerValueLimit) {
+            return valueTooLong;
+        }
+    }
+    return nullptr;
+}
+
+clock::TimePoint Transfer::deadline() const {
+    const milliseconds limit = isConnecting_ ? longestConnecting() : inactivityLimit_;
+    return std::min(lastActivity_ + limit, end_);
+}
+
+CURLcode Transfer::outcome(CURLcode code) const {
+    if (code == CURLE_HTTP2 && std::string_view(errorBuffer_.data()).starts_with("Send failure")) {
+        return CURLE_SEND_ERROR;
+    }
+    return code == CURLE_OK && !headerComplete_ ? CURLE_GOT_NOTHING : code;
+}
+
+bool Transfer::isToBeSentAgain(CURLcode code) const {
+    if (timesSent_ != 1 || headerBytes_ != 0) {
+        return false;
+    }
+    return code == CURLE_HTTP2 || (isLostConnection(code) && (wasKept_ || isPeerDead()));
+}
+
+void Transfer::startLimits() {
+    isConnecting_ = true;
+    lastActivity_ = clock::monotonicNow();
+    end_ = lastActivity_ + totalLimit_;
+}
+
+void Transfer::complete(CURLcode code, const char* ownError) {
+    HttpResult result;
+    if (code != CURLE_OK) {
+        result.error = ownError != nullptr ? ownError : errorText(code);
+    }
+    if (headerComplete_) {
+        result.response = HttpResponse{status_, std::nullopt};
+        if (!result.error) {
+            result.response->body = std::move(body_);
+        }
+    }
+    completion_(std::move(result));
+}
+
+milliseconds Transfer::longestConnecting() const {
+    return std::min<milliseconds>(inactivityLimit_, connectLimit);
+}
+
+long Transfer::systemError() const {
+    long error = 0;
+    (void)curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &error);
+    return error;
+}
+
+bool Transfer::isPeerDead() const {
+    constexpr std::array dead{ETIMEDOUT, EHOSTUNREACH, ENETUNREACH};
+    const long error = systemError();
+    return error != systemErrorBefore_ && std::find(dead.begin(), dead.end(), error) != dead.end();
+}
+
+long Transfer::proxyRefusal() const {
+    constexpr long firstRefusal = 300;
+    long status = 0;
+    (void)curl_easy_getinfo(easy_.get(), CURLINFO_HTTP_CONNECTCODE, &status);
+    return isConnecting_ && status >= firstRefusal ? status : 0;
+}
+
+std::string Transfer::errorText(CURLcode code) const {
+    const std::string shortage = isConnecting_ ? descriptorShortage() : "";
+    HttpFailure failure;
+    failure.code = code;
+    failure.libraryReason = errorBuffer_.data();
+    failure.host = request_.url.host();
+    failure.descriptorShortage = shortage;
+    failure.proxyRefusal = proxyRefusal();
+    failure.isBodyTooLarge = tooLarge_;
+    failure.isHeaderTooLarge = headerBytes_ > HttpSession::headerLimit;
+    failure.hasMalformedStatus = hasMalformedStatus();
+    failure.isAtStatusLine = atStatusLine_;
+    return orvane::errorText(failure);
+}
+
+bool Transfer::append(std::string_view part) {
+    touch();
+    if (part.size() > HttpSession::bodyLimit - body_.size()) {
+        tooLarge_ = true;
+        return false;
+    }
+    if (body_.empty()) {
+        reserveExpectedSize();
+    }
+    body_ += part;
+    return true;
+}
+
+void Transfer::reserveExpectedSize() {
+    constexpr curl_off_t most = curl_off_t{64} * 1024 * 1024;  // a server's word is not worth more
+    curl_off_t expected = 0;
+    (void)curl_easy_getinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &expected);
+    body_.reserve(static_cast<std::size_t>(std::clamp<curl_off_t>(expected, 0, most)));
+}
+
+std::size_t Transfer::takeBody(char* data, std::size_t size, std::size_t count, void* self) {
+    try {
+        const bool taken = static_cast<Transfer*>(self)->append({data, size * count});
+        return taken ? size * count : 0;
+    } catch (const std::bad_alloc&) {
+        return 0;  // ends the exchange with an error; nothing may be thrown through the library
+    }
+}
+
+std::size_t Transfer::takeHeader(const char* data, std::size_t size, std::size_t count,
+                                 void* self) {
+    const bool taken = static_cast<Transfer*>(self)->addHeaderLine({data, size * count});
+    return taken ? size * count : 0;
+}
+
+/// False when it ends the exchange.
+bool Transfer::addHeaderLine(std::string_view line) {
+    touch();
+    headerBytes_ += line.size();
+    if (std::exchange(atStatusLine_, false)) {
+        status_ = statusOf(line);
+    }
+    if (line == "\r\n" || line == "\n") {
+        // What ends an interim response (1xx) is not the end of the header.
+        constexpr long firstFinal = 200;
+        atStatusLine_ = status_ < firstFinal;
+        headerComplete_ = !atStatusLine_;
+    }
+    // The library keeps every line, and some versions have no limit for trailers.
+    return headerBytes_ <= HttpSession::headerLimit && !hasMalformedStatus();
+}
+
+/// When the library sends the request again by itself, it may open a new connection for that.
+int Transfer::noteConnecting(void* self, curl_socket_t /*socket*/,
+                             curlsocktype /*purpose*/) noexcept {
+    auto& transfer = *static_cast<Transfer*>(self);
+    if (!transfer.isConnecting_) {
+        transfer.startLimits();
+    }
+    return CURL_SOCKOPT_OK;
+}
+
+int Transfer::noteSending(void* self, char* /*peer*/, char* /*own*/, int /*peersPort*/,
+                          int /*ownPort*/) noexcept {
+    auto& transfer = *static_cast<Transfer*>(self);
+    constexpr int timesAtMost = 2;
+    if (transfer.timesSent_ == timesAtMost) {
+        return CURL_PREREQFUNC_ABORT;
+    }
+    if (!transfer.isConnecting_) {
+        transfer.startLimits();  // the library has found another connection to send it again on
+    }
+    long connectionsMade = 0;
+    (void)curl_easy_getinfo(transfer.easy_.get(), CURLINFO_NUM_CONNECTS, &connectionsMade);
+    transfer.wasKept_ = connectionsMade == 0;
+    transfer.systemErrorBefore_ = transfer.systemError();
+    transfer.openSockets_->noteSending();
+    ++transfer.timesSent_;
+    transfer.isConnecting_ = false;
+    transfer.touch();
+    return CURL_PREREQFUNC_OK;
+}
+
+/// Sees bytes that have not come out of decompression yet.
+int Transfer::noteProgress(void* self, curl_off_t /*downloadTotal*/, curl_off_t downloaded,
+                           curl_off_t /*uploadTotal*/, curl_off_t uploaded) {
+    auto& transfer = *static_cast<Transfer*>(self);
+    if (std::exchange(transfer.bytesSeen_, downloaded + uploaded) != downloaded + uploaded) {
+        transfer.touch();
+    }
+    return 0;
+}
+
+}  // namespace orvane

@@ -1,0 +1,118 @@
+// What the library is told of an exchange.
+#include "platform/http/transfer.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace orvane {
+
+namespace {
+
+// By number, for the headers of the oldest libraries we take have no name for them.
+constexpr auto protocolsByName = static_cast<CURLoption>(CURLOPTTYPE_STRINGPOINT + 318);
+constexpr auto quickExit = static_cast<CURLoption>(CURLOPTTYPE_LONG + 322);
+
+/// How long, in seconds, a connection may have been idle to be used once more. Common servers close
+/// theirs after 5 s or more, and a request that crosses that is lost; within a turn, and from a
+/// poll to the next one, less goes by.
+constexpr long longestIdle = 3;
+
+curl_socket_t openSocket(void* sockets, curlsocktype /*purpose*/, curl_sockaddr* address) noexcept {
+    return static_cast<OpenSockets*>(sockets)->open(
+        address->family, address->socktype, address->protocol, &address->addr, address->addrlen);
+}
+
+int closeSocket(void* sockets, curl_socket_t socket) noexcept {
+    return static_cast<OpenSockets*>(sockets)->close(socket);
+}
+
+}  // namespace
+
+bool Transfer::prepare(EasyHandle&& easy, TrustStore& trustStore, OpenSockets& openSockets) {
+    easy_ = std::move(easy);
+    openSockets_ = &openSockets;
+    if (headers_.get() == nullptr) {
+        listHeaders();
+    }
+    return setWhatIsAsked() && setHowItTravels() && setTrust(trustStore) && setCallbacks();
+}
+
+void Transfer::listHeaders() {
+    for (const HttpHeader& header : request_.headers) {
+        // Without a value the library wants a semicolon, or it would take the header out.
+        const bool isBlank = header.value.find_first_not_of(' ') == std::string::npos;
+        headers_.add(isBlank ? header.name + ";" : header.name + ": " + header.value);
+    }
+    const bool asksForAccept =
+        std::any_of(request_.headers.begin(), request_.headers.end(),
+                    [](const HttpHeader& header) { return header.name == "Accept"; });
+    if (!asksForAccept) {
+        headers_.add("Accept:");  // takes the library's own one out
+    }
+}
+
+bool Transfer::setWhatIsAsked() {
+    const std::string url = request_.url.text();
+    return set(CURLOPT_URL, url.c_str()) && set(CURLOPT_HTTPHEADER, headers_.get()) &&
+           set(CURLOPT_USERAGENT, "OrvanePolicyDaemon/" ORVANE_VERSION) &&
+           set(CURLOPT_ACCEPT_ENCODING, "") && set(CURLOPT_PATH_AS_IS, 1L) &&
+           set(CURLOPT_FOLLOWLOCATION, 0L) &&
+           // What stands before an "@" in the URL is not made into a header.
+           set(CURLOPT_HTTPAUTH, CURLAUTH_NONE) && set(CURLOPT_PRIVATE, static_cast<void*>(this));
+}
+
+bool Transfer::setHowItTravels() {
+    if (isLoopbackHost(request_.url.host()) && !set(CURLOPT_PROXY, "")) {
+        return false;
+    }
+    // A library too old to know these two (7.85, 7.87) is no reason to send nothing: refusal()
+    // has looked at the URL's scheme too, and such a library lets a name server that hangs hold
+    // up the end of an overdue exchange.
+    (void)set(protocolsByName, "http,https");
+    (void)set(quickExit, 1L);
+    return set(CURLOPT_NOSIGNAL, 1L) && set(CURLOPT_TCP_KEEPALIVE, 1L) &&
+           set(CURLOPT_TCP_KEEPIDLE, 30L) && set(CURLOPT_TCP_KEEPINTVL, 10L) &&
+           set(CURLOPT_MAXAGE_CONN, longestIdle) &&
+           set(CURLOPT_FRESH_CONNECT, timesSent_ == 0 ? 0L : 1L) &&
+           set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) && set(CURLOPT_DNS_CACHE_TIMEOUT, 0L) &&
+           set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS)) &&
+           set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(longestConnecting().count()));
+}
+
+// The library's own bundle counts unless it is taken out.
+bool Transfer::setTrust(TrustStore& trustStore) {
+    const std::string& directory = trustStore.directory();
+    const auto setForBoth = [&](CURLoption option, CURLoption forProxies, const char* path) {
+        return set(option, path) && set(forProxies, path);
+    };
+    if (!directory.empty() &&
+        !setForBoth(CURLOPT_CAPATH, CURLOPT_PROXY_CAPATH, directory.c_str())) {
+        return false;
+    }
+    if (!trustStore.readsBundle() && !setForBoth(CURLOPT_CAINFO, CURLOPT_PROXY_CAINFO, nullptr)) {
+        return false;
+    }
+    return set(CURLOPT_SSL_VERIFYPEER, 1L) && set(CURLOPT_SSL_VERIFYHOST, 2L) &&
+           set(CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+}
+
+bool Transfer::setCallbacks() {
+    errorBuffer_.front() = '\0';
+    return set(CURLOPT_ERRORBUFFER, errorBuffer_.data()) && set(CURLOPT_NOPROGRESS, 0L) &&
+           set(CURLOPT_OPENSOCKETFUNCTION, &openSocket) &&
+           set(CURLOPT_OPENSOCKETDATA, static_cast<void*>(openSockets_)) &&
+           set(CURLOPT_CLOSESOCKETFUNCTION, &closeSocket) &&
+           set(CURLOPT_CLOSESOCKETDATA, static_cast<void*>(openSockets_)) &&
+           set(CURLOPT_SOCKOPTFUNCTION, &Transfer::noteConnecting) &&
+           set(CURLOPT_SOCKOPTDATA, static_cast<void*>(this)) &&
+           set(CURLOPT_PREREQFUNCTION, &Transfer::noteSending) &&
+           set(CURLOPT_PREREQDATA, static_cast<void*>(this)) &&
+           set(CURLOPT_WRITEFUNCTION, &Transfer::takeBody) &&
+           set(CURLOPT_WRITEDATA, static_cast<void*>(this)) &&
+           set(CURLOPT_HEADERFUNCTION, &Transfer::takeHeader) &&
+           set(CURLOPT_HEADERDATA, static_cast<void*>(this)) &&
+           set(CURLOPT_XFERINFOFUNCTION, &Transfer::noteProgress) &&
+           set(CURLOPT_XFERINFODATA, static_cast<void*>(this));
+}
+
+}  // namespace orvane

@@ -1,0 +1,216 @@
+#include "platform/http/worker.h"
+
+#include "platform/http/error_text.h"
+
+#include <algorithm>
+#include <climits>
+#include <new>
+#include <system_error>
+#include <utility>
+
+namespace orvane {
+
+namespace {
+
+using std::chrono::milliseconds;
+
+/// While a connection is being made: libcurl 7.88 sets no timer to go on to a name's next address.
+constexpr std::chrono::seconds connectingTick(1);
+
+}  // namespace
+
+HttpSession::Worker::~Worker() {
+    if (thread_.joinable()) {
+        {
+            const std::lock_guard lock(mutex_);
+            stopping_ = true;
+            (void)curl_multi_wakeup(multi_.get());
+        }
+        thread_.join();
+    }
+}
+
+void HttpSession::Worker::send(HttpRequest request, HttpCompletion completion) {
+    auto transfer = std::make_unique<Transfer>(std::move(request), std::move(completion), limits_);
+    const std::lock_guard lock(mutex_);
+    if (!startThread()) {
+        transfer->complete(CURLE_FAILED_INIT, nullptr);
+        return;
+    }
+    incoming_.push_back(std::move(transfer));
+    (void)curl_multi_wakeup(multi_.get());
+}
+
+void HttpSession::Worker::endFlood() {
+    if (clock::monotonicNow() - busySince_.load() >= HttpSession::grace) {
+        openSockets_.shutDown();
+    }
+}
+
+bool HttpSession::Worker::startThread() {
+    if (thread_.joinable()) {
+        return true;
+    }
+    initialiseLibraryOnce();
+    multi_ = makeMulti();
+    if (multi_ == nullptr && std::exchange(couldNotStart_, true)) {
+        // OpenSSL does not try again what it once had no memory to set up. A new process does.
+        throw std::bad_alloc();
+    }
+    try {
+        if (multi_ != nullptr) {
+            thread_ = std::thread([this] { run(); });
+        }
+    } catch (const std::system_error&) {
+        return false;  // no thread to be had right now
+    }
+    return thread_.joinable();
+}
+
+void HttpSession::Worker::run() {
+    while (takeIncoming()) {
+        int running = 0;
+        busySince_ = clock::monotonicNow();
+        (void)curl_multi_perform(multi_.get(), &running);
+        busySince_ = notBusy;
+        completeFinished();
+        completeOverdue();
+        if (dropConnections_ && active_.empty() && replaceMulti()) {
+            continue;  // `send` may have woken up the handle that is gone
+        }
+        (void)curl_multi_poll(multi_.get(), nullptr, 0, waitLimit(), nullptr);
+    }
+    for (const auto& transfer : active_) {
+        (void)curl_multi_remove_handle(multi_.get(), transfer->easy());
+        transfer->complete(CURLE_ABORTED_BY_CALLBACK, "cancelled");
+    }
+}
+
+bool HttpSession::Worker::takeIncoming() {
+    std::deque<std::unique_ptr<Transfer>> arrived;
+    {
+        const std::lock_guard lock(mutex_);
+        if (stopping_) {
+            for (auto& transfer : incoming_) {
+                transfer->complete(CURLE_ABORTED_BY_CALLBACK, "cancelled");
+            }
+            return false;
+        }
+        arrived.swap(incoming_);
+    }
+    for (auto& transfer : arrived) {
+        begin(std::move(transfer));
+    }
+    return true;
+}
+
+bool HttpSession::Worker::replaceMulti() {
+    MultiHandle fresh = makeMulti();
+    if (fresh == nullptr) {
+        return false;
+    }
+    const std::lock_guard lock(mutex_);  // `send` wakes the handle up from other threads
+    multi_ = std::move(fresh);
+    trustStore_.forget();
+    dropConnections_ = false;
+    return true;
+}
+
+void HttpSession::Worker::begin(std::unique_ptr<Transfer> transfer) {
+    if (const char* refusal = transfer->refusal()) {
+        transfer->complete(CURLE_URL_MALFORMAT, refusal);
+        return;
+    }
+    openSockets_.noteStart(std::exchange(connectingTookTooLong_, false));
+    if (!start(*transfer)) {
+        transfer->complete(CURLE_FAILED_INIT, nullptr);
+        return;
+    }
+    active_.push_back(std::move(transfer));
+}
+
+bool HttpSession::Worker::start(Transfer& transfer) {
+    EasyHandle easy = spareEasy_ ? std::move(spareEasy_) : EasyHandle(curl_easy_init());
+    return easy != nullptr && transfer.prepare(std::move(easy), trustStore_, openSockets_) &&
+           curl_multi_add_handle(multi_.get(), transfer.easy()) == CURLM_OK;
+}
+
+bool HttpSession::Worker::startAgain(Transfer& transfer, CURLcode code) {
+    if (transfer.isOverdue()) {
+        return false;
+    }
+    const bool isLost = transfer.isToBeSentAgain(code);
+    const bool isToTryAllAddresses = code == CURLE_COULDNT_CONNECT && openSockets_.forgetSilent();
+    const bool isToReadBundle = code == CURLE_PEER_FAILED_VERIFICATION &&
+                                !trustStore_.readsBundle() &&
+                                TrustStore::hasBundle(transfer.easy());
+    if (!isLost && !isToTryAllAddresses && !isToReadBundle) {
+        return false;
+    }
+    if (isToReadBundle) {
+        trustStore_.wantBundle();
+    }
+    if (isLost) {
+        transfer.startLimits();
+    }
+    (void)curl_multi_remove_handle(multi_.get(), transfer.easy());
+    return start(transfer);
+}
+
+void HttpSession::Worker::completeFinished() {
+    int left = 0;
+    while (const CURLMsg* message = curl_multi_info_read(multi_.get(), &left)) {
+        if (message->msg == CURLMSG_DONE) {
+            void* owner = nullptr;
+            (void)curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &owner);
+            auto* const transfer = static_cast<Transfer*>(owner);
+            const CURLcode code = transfer->outcome(message->data.result);
+            if (!startAgain(*transfer, code)) {
+                // What `endFlood` cut off looks like a connection that was lost.
+                finish(transfer, code, transfer->isOverdue() ? timedOut : nullptr);
+            }
+        }
+    }
+}
+
+void HttpSession::Worker::completeOverdue() {
+    std::vector<Transfer*> overdue;
+    for (const auto& transfer : active_) {
+        if (transfer->isOverdue()) {
+            overdue.push_back(transfer.get());
+        }
+    }
+    for (Transfer* transfer : overdue) {
+        finish(transfer, CURLE_OPERATION_TIMEDOUT, timedOut);
+    }
+}
+
+void HttpSession::Worker::finish(const Transfer* finished, CURLcode code, const char* ownError) {
+    const auto place = std::find_if(active_.begin(), active_.end(), [=](const auto& transfer) {
+        return transfer.get() == finished;
+    });
+    const std::unique_ptr<Transfer> transfer = std::move(*place);
+    active_.erase(place);
+    (void)curl_multi_remove_handle(multi_.get(), transfer->easy());
+    transfer->complete(code, ownError);
+    if (code == CURLE_OK) {
+        spareEasy_ = transfer->releaseEasy();
+        curl_easy_reset(spareEasy_.get());
+    } else {
+        dropConnections_ = true;
+        connectingTookTooLong_ = transfer->isConnecting() && code == CURLE_OPERATION_TIMEDOUT;
+    }
+}
+
+int HttpSession::Worker::waitLimit() const {
+    milliseconds limit(INT_MAX);
+    for (const auto& transfer : active_) {
+        limit = std::min(limit, clock::blockLimit(transfer->deadline()));
+        if (transfer->isConnecting()) {
+            limit = std::min<milliseconds>(limit, connectingTick);
+        }
+    }
+    return static_cast<int>(limit.count());
+}
+
+}  // namespace orvane

@@ -1,0 +1,78 @@
+// The thread of an HTTP session, and its exchanges.
+#pragma once
+
+#include "platform/clock.h"
+#include "platform/http/curl_handles.h"
+#include "platform/http/transfer.h"
+#include "platform/http/trust_store.h"
+#include "platform/http_session.h"
+#include "platform/open_sockets.h"
+
+#include <atomic>
+#include <chrono>
+#include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace orvane {
+
+/// What a session does; its operations are those of HttpSession.
+class HttpSession::Worker {
+  public:
+    explicit Worker(HttpLimits limits) : limits_(limits) {}
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+    ~Worker();
+
+    void send(HttpRequest request, HttpCompletion completion);
+    void endFlood();
+    [[nodiscard]] std::chrono::milliseconds completionLimit() const {
+        return limits_.total + grace;
+    }
+
+  private:
+    /// Later than any time.
+    static constexpr clock::TimePoint notBusy = clock::TimePoint::max();
+
+    bool startThread();
+    void run();
+
+    /// False when the session is being destroyed.
+    bool takeIncoming();
+
+    /// Closes every connection. False when there is no memory for it now.
+    bool replaceMulti();
+
+    void begin(std::unique_ptr<Transfer> transfer);
+
+    /// Hands `transfer` to the library. False when that does not take it.
+    bool start(Transfer& transfer);
+
+    /// Starts `transfer`, which ended with `code`, once more if that is worthwhile.
+    bool startAgain(Transfer& transfer, CURLcode code);
+
+    void completeFinished();
+    void completeOverdue();
+    void finish(const Transfer* finished, CURLcode code, const char* ownError);
+    [[nodiscard]] int waitLimit() const;
+
+    const HttpLimits limits_;
+    std::mutex mutex_;  ///< guards incoming_, stopping_, the start and the replacing of multi_
+    std::deque<std::unique_ptr<Transfer>> incoming_;
+    bool stopping_ = false;
+    bool couldNotStart_ = false;
+    OpenSockets openSockets_;  ///< stays longer than the connections of multi_
+    MultiHandle multi_;
+    std::thread thread_;
+    std::atomic<clock::TimePoint> busySince_ = notBusy;  ///< when the library was last called
+    // The worker thread's own:
+    std::vector<std::unique_ptr<Transfer>> active_;
+    EasyHandle spareEasy_;
+    TrustStore trustStore_;
+    bool dropConnections_ = false;
+    bool connectingTookTooLong_ = false;  ///< of the exchange that ended last
+};
+
+}  // namespace orvane
