@@ -45,6 +45,9 @@ const std::string timeoutText = "The request timed out.";
 constexpr const char* shortAnswer = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody";
 
 class LostConnectionTest : public HttpTest {
+  public:
+    using HttpTest::limits;
+
   protected:
     HttpResult ask() { return fetch(session, server.url() + "/p"); }
 
@@ -136,14 +139,26 @@ TEST_F(LostConnectionTest, AConnectionIsNotUsedAgainWhenItHasBeenIdleForSomeSeco
 }
 
 #ifdef __linux__
-TEST_F(LostConnectionTest, ADeadPeerIsNoReasonForAnErrorOnANewConnectionEither) {
+/// A peer that the system gives up while it has a request, the first on its connection.
+void expectSentAgain(ScriptedServer& server, bool isSecure) {
+    HttpSession session(LostConnectionTest::limits);
     Exchange refused(session, requestFor("refused:"));
     (void)refused.result();
     std::atomic<bool> isDead = false;
+    std::atomic<bool> isLeft = false;
     SystemCallHooks systemCalls;
     systemCalls.refuse = [&, worker = refused.thread()](std::string_view name) {
         const bool isRead = name == "recv" && std::this_thread::get_id() == worker;
-        return isRead && isDead.exchange(false) ? ETIMEDOUT : 0;
+        if (!isRead || !isDead.exchange(false)) {
+            return 0;
+        }
+        isLeft = isSecure;
+        return ETIMEDOUT;
+    };
+    // What TLS says last is not taken either.
+    systemCalls.send = [&, worker = refused.thread()](int) -> std::optional<ssize_t> {
+        const bool isFarewell = std::this_thread::get_id() == worker && isLeft.exchange(false);
+        return isFarewell ? std::optional<ssize_t>(failWith(EPIPE)) : std::nullopt;
     };
     const WithSystemCallHooks installed(systemCalls);
     const Puppet puppet;
@@ -155,7 +170,19 @@ TEST_F(LostConnectionTest, ADeadPeerIsNoReasonForAnErrorOnANewConnectionEither) 
     puppet.close();
     const auto result = exchange.result();
     EXPECT_EQ(result.error, std::nullopt);
-    EXPECT_THAT(result.response.value().body, Optional("body"s));
+    ASSERT_TRUE(result.response);
+    EXPECT_THAT(result.response->body, Optional("body"s));
+}
+
+TEST_F(LostConnectionTest, ADeadPeerIsNoReasonForAnErrorOnANewConnectionEither) {
+    expectSentAgain(server, false);
+}
+
+TEST_F(LostConnectionTest, ADeadPeerOfTlsIsNoneEither) {
+    TestCa ca;
+    ca.trustIn(paths::certificateDirectory());
+    ScriptedServer secure(ca.issueForLoopback());
+    expectSentAgain(secure, true);
 }
 #endif
 

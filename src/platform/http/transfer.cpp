@@ -9,6 +9,7 @@
 #include <charconv>
 #include <new>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 namespace orvane {
@@ -112,16 +113,14 @@ milliseconds Transfer::longestConnecting() const {
     return std::min<milliseconds>(inactivityLimit_, connectLimit);
 }
 
-long Transfer::systemError() const {
-    long error = 0;
-    (void)curl_easy_getinfo(easy_.get(), CURLINFO_OS_ERRNO, &error);
-    return error;
-}
-
 bool Transfer::isPeerDead() const {
     constexpr std::array dead{ETIMEDOUT, EHOSTUNREACH, ENETUNREACH};
-    const long error = systemError();
-    return error != systemErrorBefore_ && std::find(dead.begin(), dead.end(), error) != dead.end();
+    // The text is the first failure's. CURLINFO_OS_ERRNO is the last one's: to take leave of a dead
+    // peer fails as well.
+    const std::string_view reason = errorBuffer_.data();
+    return std::any_of(dead.begin(), dead.end(), [=](int error) {
+        return reason.ends_with(std::generic_category().message(error));
+    });
 }
 
 long Transfer::proxyRefusal() const {
@@ -221,7 +220,6 @@ int Transfer::noteSending(void* self, char* /*peer*/, char* /*own*/, int /*peers
     long connectionsMade = 0;
     (void)curl_easy_getinfo(transfer.easy_.get(), CURLINFO_NUM_CONNECTS, &connectionsMade);
     transfer.wasKept_ = connectionsMade == 0;
-    transfer.systemErrorBefore_ = transfer.systemError();
     transfer.openSockets_->noteSending();
     ++transfer.timesSent_;
     transfer.isConnecting_ = false;

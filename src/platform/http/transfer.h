@@ -72,9 +72,7 @@ class Transfer {
     bool setCallbacks();
 
     [[nodiscard]] std::chrono::milliseconds longestConnecting() const;
-    /// The last error of a system call on the connection; a successful one leaves it as it is.
-    [[nodiscard]] long systemError() const;
-    /// Whether the system gave the connection up since the request was sent.
+    /// Whether the system gave the connection up.
     [[nodiscard]] bool isPeerDead() const;
     /// The status by which a proxy refused a tunnel; 0 when none did.
     [[nodiscard]] long proxyRefusal() const;
@@ -103,8 +101,7 @@ class Transfer {
     clock::TimePoint end_;
     bool isConnecting_ = true;
     int timesSent_ = 0;
-    long systemErrorBefore_ = 0;  ///< when the request was handed to the connection
-    bool wasKept_ = false;        ///< the connection that was used last had served before
+    bool wasKept_ = false;  ///< the connection that was used last had served before
     OpenSockets* openSockets_ = nullptr;
     HeaderList headers_;
     std::array<char, CURL_ERROR_SIZE> errorBuffer_{};
