@@ -1,6 +1,7 @@
 """Addresses that are silent, and connections that are dead without anybody having said so."""
 
 import asyncio
+import re
 import time
 
 from cases import Figure, after_start, case, number
@@ -93,9 +94,9 @@ async def held(world):
         timers = where.run(f"ss -tnoH dst {where.front}")
         await daemon.stop()
         protocol = f"HTTP/{2 if http2 else 1.1}"
-        seconds = timers.split("keepalive,")[-1].split("sec")[0]
-        holds = seconds.isdigit() and int(seconds) <= 30
-        figures.append(Figure(f"probe of a held poll's connection, {protocol}: within", f"{seconds} s", holds))
+        probe = re.search(r"keepalive,([0-9.]+)sec", timers)
+        seconds = float(probe.group(1)) if probe else 999
+        figures.append(Figure(f"probe of a held poll's connection, {protocol}: within", number(seconds), seconds <= 30))
         figures.append(Figure(f"wake-ups in 10 s of a held poll, {protocol}", str(woken), woken == 0))
     return figures
 

@@ -27,7 +27,10 @@ class Versions:
     async def __call__(self, request):
         if request.tag == self._latest:
             self._changed.clear()
-            await asyncio.wait_for(self._changed.wait(), 300)
+            try:
+                await asyncio.wait_for(self._changed.wait(), 300)
+            except asyncio.TimeoutError:
+                return 304, b""
         return 200, policy(self._latest)
 
 

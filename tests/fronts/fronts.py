@@ -91,7 +91,6 @@ def caddy(place, port, setting, pki):
         f"""{{
     admin off
     auto_https off
-    persist_config off
     storage file_system {place}/storage
     servers {{
         protocols {"h1 h2" if setting.http2 else "h1"}

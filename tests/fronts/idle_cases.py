@@ -55,7 +55,7 @@ async def slow_polls(world, name, http2):
         account = world.account()
         account.answer = refuse
         daemons.append(await where.daemon(account, world.url(front.port if i % 2 else port)).start())
-        await asyncio.sleep(0.05)
+        await asyncio.sleep(1)
     await asyncio.sleep(10 * 61.5)
     return await results(daemons)
 
@@ -85,6 +85,7 @@ async def lookup(world, name):
         daemons.append(await daemon.start())
         accounts.append(account)
         others.append(other)
+        await asyncio.sleep(0 if world.is_short else 2)
     await asyncio.sleep(24 if world.is_short else 10 * 61.5)
     for daemon in daemons:
         await daemon.stop()
