@@ -28,9 +28,11 @@ async def addresses(world):
         await daemon.stop()
     firsts = (min((request.came for request in account.requests), default=started + 99) for account in (held, found))
     poll, identity = (first - started for first in firsts)
+    # Where every change is tried the machine has much else to do. Less than 2 s: the wrong one was first.
+    slack = 4 if world.is_short else 0
     return [
-        Figure("two addresses, the first silent: poll after", number(poll), 2 < poll <= 20),
-        Figure("the same: identity after", number(identity), 2 < identity <= 10),
+        Figure("two addresses, the first silent: poll after", number(poll), 2 < poll <= 20 + slack),
+        Figure("the same: identity after", number(identity), 2 < identity <= 10 + slack),
     ]
 
 
