@@ -1,12 +1,16 @@
 #include "platform/clock.h"
+#include "platform/continuous_time.h"
+
+#include <poll.h>
 
 #include <algorithm>
-#include <thread>
 
 namespace orvane::clock {
 
+using std::chrono::milliseconds;
+
 TimePoint monotonicNow() {
-    return std::chrono::steady_clock::now();
+    return TimePoint(continuousTime());
 }
 
 std::chrono::nanoseconds sinceEpoch() {
@@ -14,12 +18,19 @@ std::chrono::nanoseconds sinceEpoch() {
 }
 
 void sleep(double seconds) {
-    std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
+    const TimePoint end = monotonicNow() + std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                               std::chrono::duration<double>(seconds));
+    ContinuousTimer timer;
+    for (milliseconds left = blockLimit(end); left > milliseconds::zero(); left = blockLimit(end)) {
+        timer.set(left);
+        pollfd expiry{timer.descriptor(), POLLIN, 0};
+        (void)::poll(&expiry, 1, static_cast<int>(left.count()));
+    }
 }
 
-std::chrono::milliseconds blockLimit(TimePoint deadline) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - monotonicNow());
-    return std::max(left, std::chrono::milliseconds::zero());
+milliseconds blockLimit(TimePoint deadline) {
+    const auto left = std::chrono::ceil<milliseconds>(deadline - monotonicNow());
+    return std::max(left, milliseconds::zero());
 }
 
 }  // namespace orvane::clock

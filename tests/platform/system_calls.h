@@ -3,6 +3,7 @@
 #pragma once
 
 #include <dlfcn.h>
+#include <poll.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -31,6 +32,8 @@ struct SystemCallHooks {
     /// The addresses to take for a host name, with spaces between them (Linux only), on any thread
     /// of the HTTP library's. An absent result lets the system find them.
     std::function<std::optional<std::string>(const std::string& host)> resolve;
+    /// The limit in milliseconds for poll(2) in place of `limit` (Linux only), on any thread.
+    std::function<int(const pollfd* descriptors, std::size_t count, int limit)> pollLimit;
     /// For calls without a hook of their own (Linux only): the error that the one of this name
     /// fails with, or 0.
     std::function<int(std::string_view name)> refuse;

@@ -7,6 +7,7 @@
 #include <spawn.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <cstdarg>
@@ -108,7 +109,14 @@ pid_t fork() noexcept {
     return unlessRefused<pid_t()>("fork");
 }
 
+int timerfd_create(int clock, int flags) noexcept {
+    return unlessRefused<int(int, int)>("timerfd_create", clock, flags);
+}
+
 int poll(struct pollfd* waiting, nfds_t count, int limit) {
+    if (auto* const hooks = hooksInPlace(); hooks != nullptr && hooks->pollLimit) {
+        limit = hooks->pollLimit(waiting, count, limit);
+    }
     return unlessRefused<int(struct pollfd*, nfds_t, int)>("poll", waiting, count, limit);
 }
 

@@ -1,7 +1,10 @@
 // What the library is told of an exchange.
 #include "platform/http/transfer.h"
+#include "platform/proxy.h"
 
 #include <algorithm>
+#include <optional>
+#include <string>
 #include <utility>
 
 namespace orvane {
@@ -62,7 +65,8 @@ bool Transfer::setWhatIsAsked() {
 }
 
 bool Transfer::setHowItTravels() {
-    if (isLoopbackHost(request_.url.host()) && !set(CURLOPT_PROXY, "")) {
+    const std::optional<std::string> proxy = proxyFor(request_.url);
+    if (!set(CURLOPT_PROXY, proxy ? proxy->c_str() : nullptr)) {
         return false;
     }
     // A library too old to know these two (7.85, 7.87) is no reason to send nothing: refusal()

@@ -78,7 +78,7 @@ void HttpSession::Worker::run() {
         if (dropConnections_ && active_.empty() && replaceMulti()) {
             continue;  // `send` may have woken up the handle that is gone
         }
-        (void)curl_multi_poll(multi_.get(), nullptr, 0, waitLimit(), nullptr);
+        waitForWork();
     }
     for (const auto& transfer : active_) {
         (void)curl_multi_remove_handle(multi_.get(), transfer->easy());
@@ -200,6 +200,15 @@ void HttpSession::Worker::finish(const Transfer* finished, CURLcode code, const 
         dropConnections_ = true;
         connectingTookTooLong_ = transfer->isConnecting() && code == CURLE_OPERATION_TIMEDOUT;
     }
+}
+
+void HttpSession::Worker::waitForWork() {
+    const int limit = waitLimit();
+    // The library's own wait does not count the time that the machine sleeps.
+    timer_.set(milliseconds(limit));
+    curl_waitfd expiry{timer_.descriptor(), CURL_WAIT_POLLIN, 0};
+    const unsigned count = timer_.descriptor() >= 0 ? 1 : 0;
+    (void)curl_multi_poll(multi_.get(), &expiry, count, limit, nullptr);
 }
 
 int HttpSession::Worker::waitLimit() const {

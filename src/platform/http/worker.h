@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/clock.h"
+#include "platform/continuous_time.h"
 #include "platform/http/curl_handles.h"
 #include "platform/http/transfer.h"
 #include "platform/http/trust_store.h"
@@ -56,6 +57,8 @@ class HttpSession::Worker {
     void completeFinished();
     void completeOverdue();
     void finish(const Transfer* finished, CURLcode code, const char* ownError);
+    /// Blocks until there is something to do, or a deadline has come.
+    void waitForWork();
     [[nodiscard]] int waitLimit() const;
 
     const HttpLimits limits_;
@@ -69,6 +72,7 @@ class HttpSession::Worker {
     std::atomic<clock::TimePoint> busySince_ = notBusy;  ///< when the library was last called
     // The worker thread's own:
     std::vector<std::unique_ptr<Transfer>> active_;
+    ContinuousTimer timer_;
     EasyHandle spareEasy_;
     TrustStore trustStore_;
     bool dropConnections_ = false;
