@@ -2,6 +2,7 @@
 # shellcheck shell=bash disable=SC2034  # used by those three
 
 program_name=OrvanePolicyDaemon
+status_name=orvane-policy-status
 # Root's, and nothing that Homebrew would put into the hands of one account.
 place='/Library/Application Support/Orvane'
 installed_program=$place/$program_name

@@ -20,6 +20,7 @@ class OrvanePolicyDaemon < Formula
     system "cmake", "--preset", "release", "-DORVANE_MACOS_PLACE=#{opt_libexec}"
     system "cmake", "--build", "--preset", "release"
     libexec.install "build/release/OrvanePolicyDaemon"
+    bin.install "build/release/orvane-policy-status"
     libexec.install "packaging/macos/rotate-activity-log"
     man8.install "build/release/packaging/OrvanePolicyDaemon.8"
     # Homebrew starts one service for each formula; this one is for launchd itself.

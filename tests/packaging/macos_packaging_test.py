@@ -432,6 +432,17 @@ class ScriptsTest(Scratch):
         for directory in (path for path in self.root.rglob("*") if path.is_dir()):
             self.assertEqual(mode_of(directory), 0o755, directory)
 
+    def test_the_status_command_comes_with_the_daemon_that_it_was_built_with(self):
+        (self.program.parent / "orvane-policy-status").write_text("the command")
+        self.be_a_mac()
+        self.assertEqual(self.install("--root", str(self.root)).returncode, 0)
+        command = self.root / PLACE / "orvane-policy-status"
+        self.assertEqual((command.read_text(), mode_of(command)), ("the command", 0o755))
+        self.assertEqual(self.calls("codesign"), [f"codesign --force --sign - {self.root / PROGRAM}",
+                                                  f"codesign --force --sign - {command}"])
+        self.assertEqual(self.run_script("remove", "--root", str(self.root)).returncode, 0)
+        self.assertEqual(files_below(self.root), [])
+
     def test_nothing_is_kept_below_homebrews_prefixes(self):
         self.install("--root", str(self.root))
         self.assertEqual({path.name for path in self.root.iterdir()}, {"Library"})
@@ -692,6 +703,7 @@ class FormulaTest(unittest.TestCase):
         lines = "\n".join(self.block("def install"))
         self.assertNotIn("WARNING_AS_ERROR=ON", lines)
         self.assertIn('libexec.install "build/release/OrvanePolicyDaemon"', lines)
+        self.assertIn('bin.install "build/release/orvane-policy-status"', lines)
         self.assertIn('libexec.install "packaging/macos/rotate-activity-log"', lines)
         self.assertIn('man8.install "build/release/packaging/OrvanePolicyDaemon.8"', lines)
         place = re.search(r'inreplace "([^"]+)", "([^"]+)", ', lines)
