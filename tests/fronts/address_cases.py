@@ -8,7 +8,7 @@ from cases import Figure, after_start, case, number
 from rig import Device, drop
 
 
-@case("addresses")
+@case("addresses", is_first=True)
 async def addresses(world):
     """A name with two addresses, the first of which drops everything."""
     front = await world.front()

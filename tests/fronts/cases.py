@@ -27,16 +27,17 @@ class Case:
     per_front: bool
     is_short: bool
     is_long: bool
+    is_first: bool
 
 
 CASES = []
 
 
-def case(name, per_front=False, is_short=True, is_long=True):
-    """Declares a case."""
+def case(name, per_front=False, is_short=True, is_long=True, is_first=False):
+    """Declares a case. `is_first`: before all others, where there is the time, for its seconds count."""
 
     def declare(run):
-        CASES.append(Case(name, run, per_front, is_short, is_long))
+        CASES.append(Case(name, run, per_front, is_short, is_long, is_first))
         return run
 
     return declare

@@ -69,8 +69,10 @@ async def main():
     ]
     print(library())
     figures = []
-    for done in await asyncio.gather(*(figures_of(case, world, names) for case in chosen)):
-        figures += done
+    first = [] if options.short else [case for case in chosen if case.is_first]
+    for group in (first, [case for case in chosen if case not in first]):
+        for done in await asyncio.gather(*(figures_of(case, world, names) for case in group)):
+            figures += done
     for figure in figures:
         print(f"{'  ' if figure.holds else '! '}{figure.about}: {figure.value}")
     bad = sum(not figure.holds for figure in figures)
