@@ -35,6 +35,8 @@ class Logger::Destination {
     os_log_t log_;
 };
 
+// On other systems they are kept.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 Logger::Logger(std::string subsystem, std::string category)
     : destination_(std::make_shared<const Destination>(subsystem, category)) {}
 

@@ -53,7 +53,7 @@ std::optional<std::string> addressOf(const char* scheme, CFDictionaryRef proxy) 
         host = "[" + host + "]";
     }
     int port = 0;
-    const auto number = valueOf<CFNumberRef>(proxy, kCFProxyPortNumberKey);
+    const auto* const number = valueOf<CFNumberRef>(proxy, kCFProxyPortNumberKey);
     if (number == nullptr || CFNumberGetValue(number, kCFNumberIntType, &port) == 0) {
         return scheme + host;
     }
@@ -98,8 +98,8 @@ std::optional<std::string> askScript(CFURLRef script, CFURLRef target) {
 /// asked.
 std::optional<std::string> firstOf(CFArrayRef proxies, CFURLRef target, bool isConfigured) {
     for (CFIndex i = 0; i < CFArrayGetCount(proxies); ++i) {
-        const auto proxy = static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(proxies, i));
-        const auto type = valueOf<CFStringRef>(proxy, kCFProxyTypeKey);
+        const auto* const proxy = static_cast<CFDictionaryRef>(CFArrayGetValueAtIndex(proxies, i));
+        const auto* const type = valueOf<CFStringRef>(proxy, kCFProxyTypeKey);
         const auto is = [&](CFStringRef other) {
             return type != nullptr && CFEqual(type, other) != 0;
         };
@@ -111,7 +111,8 @@ std::optional<std::string> firstOf(CFArrayRef proxies, CFURLRef target, bool isC
         } else if (is(kCFProxyTypeSOCKS)) {
             found = addressOf("socks5h://", proxy);
         } else if (is(kCFProxyTypeAutoConfigurationURL) && !isConfigured) {
-            if (const auto script = valueOf<CFURLRef>(proxy, kCFProxyAutoConfigurationURLKey)) {
+            if (const auto* const script =
+                    valueOf<CFURLRef>(proxy, kCFProxyAutoConfigurationURLKey)) {
                 found = askScript(script, target);
             }
         }
