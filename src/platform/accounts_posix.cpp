@@ -11,6 +11,7 @@
 
 #include <array>
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 
 namespace orvane {
@@ -35,13 +36,9 @@ bool become(const Account& account) {
                           int output) {
     try {
         const std::string result = become(account) ? body() : "";
-        std::size_t done = 0;
-        ssize_t count = 1;
-        while (done < result.size() && count > 0) {
-            count = uninterrupted(
-                [&] { return ::write(output, result.data() + done, result.size() - done); });
-            done += static_cast<std::size_t>(count);
-        }
+        std::FILE* const file = ::fdopen(output, "w");
+        (void)std::fwrite(result.data(), 1, result.size(), file);
+        (void)std::fclose(file);
     } catch (...) {  // NOLINT(bugprone-empty-catch): no result says enough
     }
     std::_Exit(EXIT_SUCCESS);

@@ -163,6 +163,32 @@ TEST_F(HistoryTest, OfALogThatGrowsTooFastOnlyTheEndIsCounted) {
     EXPECT_EQ(*history.countedSince, history.lastPoll->endedAt);
 }
 
+TEST_F(HistoryTest, ALogThatIsFullOfSomethingElseHasNoHistory) {
+    test::writeFile(files.log(), std::string(2'000'000, 'x'));
+    const History history = read().history;
+    EXPECT_FALSE(history.lastPoll);
+    EXPECT_FALSE(history.countedSince);
+}
+
+TEST_F(HistoryTest, WithoutAGoodPollTheDayIsCountedWholeAllTheSame) {
+    const std::string line = PollLine{hours(30), 0}.text();
+    std::string text;
+    for (int i = 0; i < 8000; ++i) {
+        text += line;
+    }
+    test::writeFile(files.log(), text + PollLine{hours(1), 0}.text());
+    const History history = read().history;
+    EXPECT_EQ(history.day.polls, 1);
+    EXPECT_FALSE(history.countedSince);
+}
+
+TEST_F(HistoryTest, ALogThatCannotBeReadIsReportedWhateverTheRotatedOneSays) {
+    std::filesystem::rename(files.log(), files.log().string() + ".1");
+    std::filesystem::create_directory(files.log());
+    EXPECT_FALSE(read().isReadable);
+    EXPECT_TRUE(read().history.lastPoll);
+}
+
 TEST_F(HistoryTest, AnExchangeOfTheFutureCountsAsOneOfNow) {
     files.writeLog({{-hours(3)}});
     EXPECT_EQ(read().history.hours[0].polls, 1);

@@ -1,6 +1,7 @@
 // The whole program, in its twin for tests, against real files.
 #include "status/program.h"
 
+#include "status/run.h"
 #include "status/status_files.h"
 
 #include <gmock/gmock.h>
@@ -88,6 +89,9 @@ const std::vector<State> states{
          test::writeFile(f.orvane() / "policy-etag.json", R"({"etag":"demo-10"})");
      },
      1, "degraded: the stored policy and its tag are not of the same version; "},
+    {"TagSpoiled",
+     [](const StatusFiles& f) { test::writeFile(f.orvane() / "policy-etag.json", "{"); }, 1,
+     "degraded: the stored policy and its tag are not of the same version; "},
     {"PolicyReplacementCutOff",
      [](const StatusFiles& f) {
          fs::rename(f.orvane() / "policy.json", f.orvane() / "policy.json.tmp");
@@ -237,6 +241,11 @@ TEST_F(StatusProgramTest, AMistakeInTheArgumentsIsAnUnknownState) {
     const auto result = status({"--jason"});
     EXPECT_EQ(result.status, 3);
     EXPECT_EQ(result.output, "");
+}
+
+TEST_F(StatusProgramTest, OnlyRootCanAskForAllAccounts) {
+    constexpr std::uint32_t somebody = 12345;
+    EXPECT_EQ(run({"--all"}, somebody), 3);
 }
 
 TEST_F(StatusProgramTest, AllAccountsTakeRoot) {

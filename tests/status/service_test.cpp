@@ -58,6 +58,10 @@ TEST(LaunchdTest, WithoutAProcessItWaitsToBeStarted) {
     EXPECT_FALSE(service.pid);
 }
 
+TEST(LaunchdTest, HowOftenItRanMayBeMissing) {
+    EXPECT_FALSE(serviceInLaunchd("x = {\n\tpid = 4711\n}\n").restarts);
+}
+
 TEST(LaunchdTest, AServiceThatItDoesNotKnowIsStopped) {
     EXPECT_EQ(serviceInLaunchd("").state, ServiceState::stopped);
     EXPECT_FALSE(serviceInLaunchd("").restarts);

@@ -90,6 +90,14 @@ TEST_F(SourceTest, APollThatWentWhereTheConfigFileLeadsWasNoDevices) {
     EXPECT_EQ(currentSource(pollOf("https://config", "?wait=300&agent_slug=pc"))->name, "device");
 }
 
+TEST_F(SourceTest, WithoutAUsableConfigFileAPollWasTheDevices) {
+    writeIdentity();
+    const auto poll = pollOf("https://assigned", "?wait=300&agent_slug=x");
+    EXPECT_EQ(currentSource(poll)->name, "device");
+    writeConfig("https://a host");
+    EXPECT_EQ(currentSource(poll)->name, "device");
+}
+
 TEST_F(SourceTest, AnIdentityThatTheDaemonCannotUseDoesNotCount) {
     writeConfig("https://config");
     for (const char* text :

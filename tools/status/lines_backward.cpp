@@ -75,11 +75,8 @@ bool LinesBackward::read(const std::filesystem::path& file,
         }
         position -= size;
         bytesLeft_ -= size;
-        const auto piece = pieces->read(position, static_cast<std::size_t>(size));
-        if (!piece) {
-            return false;
-        }
-        if (!joiner.add(*piece)) {
+        // What cannot be read is like a torn line.
+        if (!joiner.add(pieces->read(position, static_cast<std::size_t>(size)).value_or(""))) {
             return true;
         }
     }

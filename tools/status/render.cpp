@@ -27,8 +27,9 @@ Style styleFor(const Arguments& arguments, std::size_t terminalWidth) {
     style.isPlain = arguments.isPlain;
     style.width = terminalWidth;
     if (terminalWidth > 0 && !arguments.isPlain) {
-        style.isColored =
-            environmentValue("NO_COLOR").empty() && environmentValue("TERM") != "dumb";
+        const bool isUnwanted = !environmentValue("NO_COLOR").empty();
+        const bool isImpossible = environmentValue("TERM") == "dumb";
+        style.isColored = !isUnwanted && !isImpossible;
         style.hasPicture = showsUnicode();
     }
     return style;

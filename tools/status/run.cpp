@@ -1,6 +1,5 @@
 #include "status/run.h"
 
-#include "platform/accounts.h"
 #include "platform/environment.h"
 #include "status/gather.h"
 #include "status/render.h"
@@ -24,7 +23,7 @@ AccountReport reportOwn(const Arguments& arguments, const Style& style) {
 
 }  // namespace
 
-int run(const std::vector<std::string_view>& words) {
+int run(const std::vector<std::string_view>& words, std::uint32_t user) {
     const auto arguments = parseArguments(words);
     if (!arguments) {
         print(stderr, usage());
@@ -44,7 +43,7 @@ int run(const std::vector<std::string_view>& words) {
         print(stdout, output(report.text, *arguments));
         return static_cast<int>(report.verdict.level);
     }
-    if (ownUser() != 0) {
+    if (user != 0) {
         print(stderr, "orvane-policy-status: --all needs root\n");
         return static_cast<int>(Level::unknown);
     }

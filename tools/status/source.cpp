@@ -40,7 +40,7 @@ std::optional<Profile> inferredDevice(const std::optional<Exchange>& lastPoll,
 std::optional<Source> currentSource(const std::optional<Exchange>& lastPoll) {
     const auto withoutDevice = OrvaneConfig::currentProfile([] { return std::nullopt; });
     bool isInferred = false;
-    const auto profile = OrvaneConfig::currentProfile([&] {
+    const auto profile = OrvaneConfig::currentProfile([&]() {
         auto device = inferredDevice(lastPoll, withoutDevice);
         isInferred = device || DeviceIdentity::storedEnrollment();
         return device;

@@ -24,7 +24,7 @@ std::string ago(Time time, const Facts& facts, const Style& style) {
     return inWords(facts.now - time, unitsOf(style)) + " ago";
 }
 
-std::string_view nameOf(ServiceState state) {
+std::string_view stateInWords(ServiceState state) {
     switch (state) {
         case ServiceState::running:
             return "running";
@@ -47,7 +47,7 @@ std::string_view nameOf(ServiceState state) {
 }
 
 std::string serviceText(const Service& service, const Style& style) {
-    std::string text(nameOf(service.state));
+    std::string text(stateInWords(service.state));
     if (service.runningFor) {
         text += " " + inWords(*service.runningFor, unitsOf(style));
     }
@@ -143,11 +143,11 @@ std::string row(std::string_view label, const std::string& text, const Style& st
     }
     std::string padded(label);
     padded.resize(std::max(labelWidth, padded.size() + 1), ' ');
-    return padded +
-           (style.width == 0 ? text
-                             : wrapped(text, padded.size(), std::min(labelWidth, style.width / 2),
-                                       style.width)) +
-           "\n";
+    if (style.width == 0) {
+        return padded + text + "\n";
+    }
+    const std::size_t indent = std::min(labelWidth, style.width / 2);
+    return padded + wrapped(text, padded.size(), indent, style.width) + "\n";
 }
 
 std::string colored(std::string_view text, Level level, const Style& style) {

@@ -14,7 +14,7 @@ namespace {
 
 using Judgment = std::optional<Verdict>;
 
-constexpr std::size_t longestError = 200;
+constexpr std::size_t longestText = 200;
 
 std::string ago(Time time, Time now) {
     return inWords(now - time, Units::abbreviated) + " ago";
@@ -45,18 +45,13 @@ bool wasUpdateLost(const Facts& facts) {
 
 std::string whyPollFailed(const Exchange& poll) {
     return poll.error.empty() ? "HTTP " + std::to_string(poll.status)
-                              : printable(poll.error, longestError);
+                              : printable(poll.error, longestText);
 }
 
+/// For a poll that failed.
 std::string adviceFor(const Exchange& poll) {
-    switch (outcomeOf(poll.status)) {
-        case PollOutcome::rejected:
-            return "sign in again, or enroll with a new key";
-        case PollOutcome::unexpected:
-            break;
-        case PollOutcome::updated:
-        case PollOutcome::unchanged:
-            return with("look at the log: ", serviceCommands.log);
+    if (outcomeOf(poll.status) == PollOutcome::rejected) {
+        return "sign in again, or enroll with a new key";
     }
     if (poll.status == 0) {
         return "look at the network, the name and the certificate in \"No connection\" of the "
@@ -241,7 +236,7 @@ Judgment judgeCapture(const Facts& facts) {
             return Verdict{
                 Level::degraded, "capture-not-ours",
                 "capture-policy.json is not in step and belongs to " +
-                    printable(*capture.owner, longestError),
+                    printable(*capture.owner, longestText),
                 "have the accounts share it: \"Several accounts on one machine\" in fleet.md"};
         }
         return Verdict{Level::degraded, "capture-stale",
