@@ -21,7 +21,7 @@ import time
 import unittest
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
-PROGRAMS = ("orvane-control-plane", "orvane-daemon-demo")
+PROGRAMS = ("orvane-control-plane", "orvane-daemon-demo", "orvane-policy-status-demo")
 PATIENCE = 60  # seconds; much less is needed on a machine that has time
 
 
