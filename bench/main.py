@@ -10,7 +10,7 @@ import time
 import harness as h
 import report
 
-GROUPS = ("idle", "fleet", "start", "turns", "latency", "large", "growth", "size")
+GROUPS = ("idle", "fleet", "start", "turns", "latency", "large", "growth", "size", "status")
 SHORT = ("idle", "turns")
 RESULTS = h.REPOSITORY / "bench/results.json"
 
