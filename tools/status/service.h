@@ -30,7 +30,7 @@ ServiceState stateWithoutManager(std::uint32_t user, bool lingers);
 /// `service` as it is for `user`: what stops an account of the system is the service itself. Pure.
 Service serviceFor(std::uint32_t user, Service service);
 
-/// Interprets the output of `systemctl show`; `now` is the time on the monotonic clock. Pure.
+/// Interprets the output of `systemctl show`; `now` is the time on CLOCK_MONOTONIC. Pure.
 Service serviceInSystemd(std::string_view properties, std::chrono::nanoseconds now);
 
 /// Interprets the output of `launchctl print`, empty if launchd does not know the service. Pure.

@@ -1,10 +1,10 @@
 #include "platform/accounts.h"
 #include "platform/child_process.h"
-#include "platform/clock.h"
 #include "platform/files.h"
 #include "platform/paths.h"
 #include "status/service.h"
 
+#include <chrono>
 #include <cstdlib>
 
 namespace orvane::status {
@@ -33,8 +33,9 @@ Service askServiceManager() {
         {"--user", "show",
          "--property=LoadState,ActiveState,MainPID,NRestarts,ActiveEnterTimestampMonotonic",
          "orvane-policy-daemon.service"});
-    return serviceFor(ownUser(), serviceInSystemd(properties.value_or(""),
-                                                  clock::monotonicNow().time_since_epoch()));
+    // systemd's clock stands still while the machine sleeps, unlike ours.
+    const auto now = std::chrono::steady_clock::now().time_since_epoch();
+    return serviceFor(ownUser(), serviceInSystemd(properties.value_or(""), now));
 }
 
 }  // namespace orvane::status
