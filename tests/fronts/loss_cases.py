@@ -68,10 +68,11 @@ async def restart(world):
     for account in accounts:
         await account.wait_for_polls(2, 20)
     await asyncio.sleep(1)
+    holding = front.workers()
     front.process.send_signal(signal.SIGHUP)
     await asyncio.sleep(3)
     kept = sum(len(account.polls()) == 2 for account in accounts)
-    for worker in front.workers():
+    for worker in holding:  # the new ones would lose the polls a second time
         os.kill(worker, signal.SIGKILL)
     again = await asyncio.gather(*(after_start(account, 3, 10) for account in accounts))
     await asyncio.sleep(0.5)

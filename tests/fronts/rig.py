@@ -10,7 +10,7 @@ import subprocess
 
 REPOSITORY = pathlib.Path("/repository")
 DAEMON = REPOSITORY / "build/bench/OrvanePolicyDaemon"
-SET_SLEEP = REPOSITORY / "build/bench/tests/fronts/liborvane_set_sleep.so"
+SET_SLEEP = REPOSITORY / "build/bench/tests/fronts/orvane-daemon-set-sleep"
 SETUP = pathlib.Path("/private/tmp/dev.orvane.setup")
 CERTIFICATES = pathlib.Path("/etc/ssl/certs")
 PLACE = pathlib.Path("/tmp/fronts")
@@ -133,16 +133,17 @@ class Device:
 
 
 class Daemon:
-    """The daemon as it ships, on a device, with a home of its own. With `sleep`, each of its sleeps takes that many
-    seconds."""
+    """The daemon as it ships, on a device, with a home of its own. With `sleep` it is a twin, each of
+    whose sleeps takes that many seconds."""
 
     def __init__(self, device, place, account, url, sleep=None, by_identity=False, environment=(), group=None):
         self._device = device
         self._place = place
         self._environment = dict(environment)
         self._group = group
+        self._program = DAEMON if sleep is None else SET_SLEEP
         if sleep is not None:
-            self._environment.update(LD_PRELOAD=str(SET_SLEEP), ORVANE_SLEEP=str(sleep))
+            self._environment.update(ORVANE_SLEEP=str(sleep))
         self.home = place / "home"
         (self.home / ".orvane").mkdir(parents=True)
         (place / "setup").mkdir()
@@ -167,7 +168,7 @@ class Daemon:
         with (self._place / "log").open("wb") as log:
             self.process = await asyncio.create_subprocess_exec(
                 *("nsenter", f"--net=/run/netns/{self._device.name}", "unshare", "--mount", "sh", "-c"),
-                f"{joins}{mounts} && exec env {environment} {DAEMON}",
+                f"{joins}{mounts} && exec env {environment} {self._program}",
                 stdin=asyncio.subprocess.DEVNULL,
                 stdout=log,
                 stderr=log,

@@ -1,14 +1,29 @@
-// Preloaded into the daemon as it ships, takes the place of the C library's nanosleep(2), which is
-// how it sleeps: every sleep lasts for ORVANE_SLEEP seconds.
-#include <cmath>
-#include <cstdlib>
-#include <ctime>
+// The machine's clock, but for its sleep, which always lasts for ORVANE_SLEEP seconds.
+#include "platform/clock.h"
+#include "platform/continuous_time.h"
 
-extern "C" int nanosleep(const timespec* /*wanted*/, timespec* left) {
-    constexpr double nanosecondsPerSecond = 1e9;
-    double wholeSeconds = 0;
-    const double rest = std::modf(std::strtod(std::getenv("ORVANE_SLEEP"), nullptr), &wholeSeconds);
-    const timespec set{static_cast<std::time_t>(wholeSeconds),
-                       static_cast<long>(rest * nanosecondsPerSecond)};
-    return ::clock_nanosleep(CLOCK_MONOTONIC, 0, &set, left) == 0 ? 0 : -1;
+#include <algorithm>
+#include <cstdlib>
+#include <thread>
+
+namespace orvane::clock {
+
+TimePoint monotonicNow() {
+    return TimePoint(continuousTime());
 }
+
+std::chrono::nanoseconds sinceEpoch() {
+    return std::chrono::system_clock::now().time_since_epoch();
+}
+
+void sleep(double /*seconds*/) {
+    const double set = std::strtod(std::getenv("ORVANE_SLEEP"), nullptr);
+    std::this_thread::sleep_for(std::chrono::duration<double>(set));
+}
+
+std::chrono::milliseconds blockLimit(TimePoint deadline) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - monotonicNow());
+    return std::max(left, std::chrono::milliseconds::zero());
+}
+
+}  // namespace orvane::clock
