@@ -10,20 +10,20 @@ namespace {
 
 // In valid UTF-8 no character's bytes end with those of another, so looking at the ends of a text
 // by bytes is exact.
-constexpr std::array<std::string_view, 19> blanks{
+constexpr std::array<std::string_view, 18> blanks{
     "\t",           " ",
     "\xC2\xA0",      // U+0009, U+0020, U+00A0
     "\xE1\x9A\x80",  // U+1680
     "\xE2\x80\x80", "\xE2\x80\x81",
-    "\xE2\x80\x82",  // U+2000 to U+200B
+    "\xE2\x80\x82",  // U+2000 to U+200A
     "\xE2\x80\x83", "\xE2\x80\x84",
     "\xE2\x80\x85",  //
     "\xE2\x80\x86", "\xE2\x80\x87",
     "\xE2\x80\x88",  //
     "\xE2\x80\x89", "\xE2\x80\x8A",
-    "\xE2\x80\x8B",  //
-    "\xE2\x80\xAF", "\xE2\x81\x9F",
-    "\xE3\x80\x80",  // U+202F, U+205F, U+3000
+    "\xE2\x80\xAF",  // U+202F
+    "\xE2\x81\x9F",  // U+205F
+    "\xE3\x80\x80",  // U+3000
 };
 constexpr std::array<std::string_view, 7> lineBreaks{
     "\n",       "\v",           "\f",           "\r",  // U+000A to U+000D

@@ -5,8 +5,8 @@
 
 namespace orvane {
 
-/// `text` without the horizontal white space at its ends: tab and Unicode's category Zs, and the
-/// zero-width space. Line breaks stay. REQUIRES: valid UTF-8.
+/// `text` without the horizontal white space at its ends: tab and Unicode's category Zs. Line
+/// breaks stay. REQUIRES: valid UTF-8.
 std::string_view withoutOuterBlanks(std::string_view text);
 
 /// As `withoutOuterBlanks`, line breaks removed as well: LF, VT, FF, CR, NEL, U+2028 and U+2029.

@@ -192,8 +192,8 @@ TEST(ConfigFileTest, Quotes) {
 }
 
 TEST(ConfigFileTest, BlanksBeyondAsciiGoFromKeysAndValues) {
-    for (const char* blank : {"\t", " ", "\u00A0", "\u1680", "\u2000", "\u200A", "\u200B", "\u202F",
-                              "\u205F", "\u3000"}) {
+    for (const char* blank :
+         {"\t", " ", "\u00A0", "\u1680", "\u2000", "\u200A", "\u202F", "\u205F", "\u3000"}) {
         SCOPED_TRACE(testing::PrintToString(blank));
         const std::string b = blank;
         expectAll({{"in a line",
@@ -204,7 +204,7 @@ TEST(ConfigFileTest, BlanksBeyondAsciiGoFromKeysAndValues) {
 }
 
 TEST(ConfigFileTest, OtherWhiteSpaceStays) {
-    for (const char* space : {"\r", "\v", "\f", "\u0085", "\u2028", "\u2029", "\uFEFF"}) {
+    for (const char* space : {"\r", "\v", "\f", "\u0085", "\u2028", "\u2029", "\u200B", "\uFEFF"}) {
         SCOPED_TRACE(testing::PrintToString(space));
         const std::string s = space;
         expectAll({{"around a value", "[s]\nk=" + s + "v" + s, {{"s", {{"k", s + "v" + s}}}}},
