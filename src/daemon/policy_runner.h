@@ -17,8 +17,9 @@ namespace orvane {
 ///
 /// All operations run on the thread that calls `run`, one after another; only the completions of
 /// HTTP requests run on the session's thread. Nothing fails outward: every operation handles its
-/// own failure and logs it. No state passes between turns but the files on disk and whether the tag
-/// is left out of the next poll.
+/// own failure and logs it. Between turns there are the files on disk, the session's connections,
+/// the name of the last profile, the hardware UUID once it is known, and what decides whether the
+/// next poll is sent with the stored tag.
 class PolicyRunner {
   public:
     using Profile = OrvaneConfig::Profile;
@@ -26,7 +27,7 @@ class PolicyRunner {
     /// Touches no file and starts no request.
     PolicyRunner();
 
-    // Set by the constructor and never changed afterwards.
+    // Made by the constructor. All but the session, which has connections, stay as they are.
     const Logger logger;
     HttpSession session;
     const std::filesystem::path policyPath;     ///< the policy, as received
@@ -43,10 +44,11 @@ class PolicyRunner {
     /// acts on its status, and derives the capture policy anew. A failure costs a sleep of
     /// `pollInterval` before this returns.
     ///
-    /// The stored tag is sent with every poll but one: after a poll with a tag of more than 1,024
-    /// bytes that was refused as malformed or too large, or got no status, the next one goes
-    /// without. Otherwise a tag that something on the way does not take would keep every later
-    /// policy out.
+    /// The stored tag is sent with every poll, with two exceptions. After a poll with a tag of more
+    /// than 1,024 bytes that was refused as malformed or too large, or got no status, the next one
+    /// goes without: a tag that something on the way does not take would keep every later policy
+    /// out. And where an earlier process was killed while it replaced the policy, polls go without
+    /// until this process has received one.
     void pollOnce(const Profile& profile);
 
     /// What a 200 brings: the body is stored as it is, its "etag" in a file of its own, then the
@@ -58,8 +60,10 @@ class PolicyRunner {
     [[nodiscard]] std::optional<std::string> loadEtag() const;
 
     /// Replaces the file at `destination`, making its directory if need be. Readers find the old
-    /// file, none for a moment, or the new one, never a part; on return the new one is on disk. A
-    /// failure is logged once; up to the last step it leaves the destination as it was.
+    /// file, none for a moment, or the new one, never a part; on return the new one is on disk,
+    /// where its directory can be flushed. A failure is logged once; up to the last step it leaves
+    /// the destination as it was. Another process of this account may do the same meanwhile: what
+    /// it disturbs is repeated.
     ///
     /// Steps: write "<name>.tmp" beside it, remove the destination, move the .tmp in its place.
     /// When the move fails, the .tmp stays with the new content until the next write takes its
@@ -79,7 +83,8 @@ class PolicyRunner {
 
     static std::optional<std::string> cachedHardwareUuid;
 
-    bool leavesLongTagOut_ = false;  ///< in the next poll
+    bool leavesLongTagOut_ = false;   ///< in the next poll
+    bool hasReceivedPolicy_ = false;  ///< in this process, whether or not it could be stored
 };
 
 }  // namespace orvane

@@ -29,6 +29,7 @@ void PolicyRunner::handleUpdated(std::optional<std::string> data, const Profile&
         logger.error("Couldn't parse policy JSON — skipping write");
         return;
     }
+    hasReceivedPolicy_ = true;
     // The policy first: a stop between the two leaves the older tag, which at worst brings the same
     // policy again.
     atomicWrite(*data, policyPath);

@@ -8,10 +8,13 @@
 namespace orvane {
 
 void PolicyRunner::pollOnce(const Profile& profile) {
-    // Where the policy was about to be replaced there is none, and "unchanged" would bring none.
-    const auto etag = wasCutOff(policyPath) ? std::nullopt : loadEtag();
+    const auto etag = loadEtag();
     const bool hasLongTag = etag && isLongTag(*etag);
-    const bool leavesTagOut = hasLongTag && leavesLongTagOut_;
+    // A process that was killed while it replaced the policy left none, and "unchanged" would bring
+    // none. What this process itself could not replace has been logged, and is not asked for again
+    // and again.
+    const bool isWithoutPolicy = !hasReceivedPolicy_ && wasCutOff(policyPath);
+    const bool leavesTagOut = isWithoutPolicy || (hasLongTag && leavesLongTagOut_);
     const auto request = pollRequest(profile, leavesTagOut ? std::nullopt : etag, waitSeconds);
     if (!request) {
         logger.error("Bad apiUrl in config: %{public}s", profile.apiUrl);

@@ -212,6 +212,31 @@ TEST_F(PollTest, WithThePolicyLostInItsReplacementTheStoredEtagIsNotSent) {
     EXPECT_EQ(readFile(orvane() / "policy.json"), R"({"etag":"v1"})");
 }
 
+TEST_F(PollTest, UntilAPolicyCameTheStoredEtagIsNotSentInThePlaceOfALostPolicy) {
+    writeFile(orvane() / "policy-etag.json", R"({"etag":"v1"})");
+    writeFile(orvane() / "policy.json.tmp", "the new policy");
+    server.on(pollPath, {answer(500), answer(200, "no policy"), answer(304),
+                         answer(200, R"({"etag":"v1"})"), answer(304)});
+    for (int i = 0; i < 5; ++i) {
+        poll(server.url());
+    }
+    const auto polls = server.requestsTo(pollPath);
+    for (std::size_t i = 0; i < 4; ++i) {
+        EXPECT_EQ(polls.at(i).header("If-None-Match"), std::nullopt) << i;
+    }
+    EXPECT_EQ(polls.at(4).header("If-None-Match"), "\"v1\"");
+    EXPECT_THAT(logLines(), ::testing::Contains("debug policy unchanged (etag=v1)").Times(2));
+}
+
+TEST_F(PollTest, APolicyThatThisProcessLostItselfIsNotAskedForAgainAndAgain) {
+    server.on(pollPath, {answer(200, R"({"etag":"v1"})"), answer(304)});
+    poll(server.url());
+    // As a move that failed leaves it.
+    std::filesystem::rename(orvane() / "policy.json", orvane() / "policy.json.tmp");
+    poll(server.url());
+    EXPECT_EQ(server.requestsTo(pollPath).at(1).header("If-None-Match"), "\"v1\"");
+}
+
 TEST_F(PollTest, WhatAFailedReplacementLeftBesideThePolicyDoesNotMatterToTheStoredEtag) {
     writeFile(orvane() / "policy-etag.json", R"({"etag":"v1"})");
     writeFile(orvane() / "policy.json", "the old policy");

@@ -372,10 +372,7 @@ Outcome TurnModel::outcomeOf(const Fates& fates, int error) const {
     // The search for a profile ends when the fault does, and with it what spoils the next read.
     const bool isRead =
         fateOf(Subject::tagReading) == Fate::fine || fateOf(Subject::profile) != Fate::fine;
-    const Fate policy = fateOf(Subject::policy);
-    const bool isCutOff =
-        outcome.versions[File::policy] == absent && (policy == Fate::gone || policy == Fate::aside);
-    if (tag != absent && isRead && !isCutOff) {
+    if (tag != absent && isRead) {
         outcome.tag = policyVersion(tag).etag;
     }
     outcome.knowsUuid = begin_ == Begin::firstPolicy && fateOf(Subject::uuid) == Fate::fine;
