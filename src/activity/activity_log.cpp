@@ -16,7 +16,7 @@ namespace orvane {
 namespace {
 
 std::filesystem::path logFile() {
-    return paths::orvaneDirectory() / "logs" / "policy-daemon.activity.jsonl";
+    return paths::logDirectory() / "policy-daemon.activity.jsonl";
 }
 
 void appendToLog(const std::string& line) {
@@ -28,10 +28,6 @@ void appendToLog(const std::string& line) {
 }
 
 }  // namespace
-
-void ActivityLog::removeRemains() {
-    files::removeScratchFile(logFile());
-}
 
 void ActivityLog::record(std::string_view method, std::string_view url, std::int64_t status,
                          std::int64_t ms, std::int64_t bytes, std::string_view summary,
@@ -53,8 +49,7 @@ void ActivityLog::record(std::string_view method, std::string_view url, std::int
             members.push_back({"error", *error});
         }
         appendToLog(json::writeObject(members));
-    } catch (
-        ...) {  // NOLINT(bugprone-empty-catch): the line is lost, the exchange it tells of is not
+    } catch (...) {  // NOLINT(bugprone-empty-catch): a lost line must not fail the exchange
     }
 }
 

@@ -1,4 +1,5 @@
-// The activity log: one JSON line for every HTTP exchange with the control plane.
+// The activity log: one JSON line for every policy poll and every fetch of the effective
+// configuration. The lookup of the device identity leaves none.
 #pragma once
 
 #include <cstdint>
@@ -13,10 +14,6 @@ namespace orvane {
 /// renamed away at any time.
 struct ActivityLog {
     ActivityLog() = delete;
-
-    /// Removes what a process that was killed may have left beside the file. Once per process,
-    /// before its first record: a line that is appended passes such remains by.
-    static void removeRemains();
 
     /// Records one exchange.
     ///

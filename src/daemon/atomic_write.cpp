@@ -2,7 +2,6 @@
 #include "platform/files.h"
 
 #include <system_error>
-#include <tuple>
 
 namespace orvane {
 
@@ -13,6 +12,14 @@ std::filesystem::path temporaryFor(std::filesystem::path destination) {
     return destination;
 }
 
+/// Whether a move that ended with `error`, after a removal of its destination that ended with
+/// `removal`, failed because of another process: it had taken our file, or put its own in place.
+bool isDisturbance(const std::error_code& removal, const std::error_code& error) {
+    constexpr auto nothingThere = std::errc::no_such_file_or_directory;
+    const bool wasClear = !removal || removal == nothingThere;
+    return error == nothingThere || (error == std::errc::file_exists && wasClear);
+}
+
 std::error_code replaceFile(std::string_view data, const std::filesystem::path& destination) {
     const auto directory = destination.parent_path();
     if (!files::exists(directory)) {
@@ -21,12 +28,21 @@ std::error_code replaceFile(std::string_view data, const std::filesystem::path& 
         }
     }
     const auto temporary = temporaryFor(destination);
-    if (const auto error = files::writeAtomically(temporary, data)) {
-        return error;
+    // Another daemon of this account uses the same names. What it disturbs is repeated; both are
+    // rarely at it at the same time.
+    constexpr int attempts = 20;
+    std::error_code error;
+    for (int i = 0; i < attempts; ++i) {
+        if (const auto failure = files::writeAtomically(temporary, data)) {
+            return failure;
+        }
+        const auto removal = files::remove(destination);
+        error = files::move(temporary, destination);
+        if (!isDisturbance(removal, error)) {
+            break;
+        }
     }
-    // As a rule on a first write there is nothing to remove; what cannot be removed fails the move.
-    std::ignore = files::remove(destination);
-    return files::move(temporary, destination);
+    return error;
 }
 
 }  // namespace

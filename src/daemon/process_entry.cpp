@@ -1,7 +1,7 @@
 #include "daemon/process_entry.h"
 
-#include "activity/activity_log.h"
 #include "daemon/daemon_logger.h"
+#include "daemon/leftovers.h"
 #include "daemon/policy_runner.h"
 #include "platform/environment.h"
 #include "platform/heap.h"
@@ -37,9 +37,9 @@ void runProcess() noexcept {
     occupyStandardDescriptors();
     ignoreBrokenPipes();
     try {
+        removeLeftovers();
         logger = std::make_unique<const Logger>(daemonLogger());
         logger->log("OrvanePolicyDaemon starting (pid=%{public}d)", processId());
-        ActivityLog::removeRemains();
         runner = std::make_unique<PolicyRunner>();
         runner->run();
     } catch (...) {  // NOLINT(bugprone-empty-catch): the end is the same

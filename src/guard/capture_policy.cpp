@@ -70,10 +70,11 @@ void applyCapturePolicy(const std::filesystem::path& policyPath, const Logger& l
         return;
     }
     std::ignore = files::createDirectories(directory);
-    if (const auto error = files::writeAtomically(file, captureFileText(*capture))) {
+    if (const auto error = files::writeAtomically(file, captureFileText(*capture), readableByAll)) {
         logger.error("capture-policy write failed: %{public}s", error.message());
         return;
     }
+    // Where the file system would not set it before.
     std::ignore = files::setMode(file, readableByAll);
     logger.log(
         "capture-policy applied from guard cascade: enabled=%{bool,public}d hosts=%{public}ld "

@@ -1,13 +1,15 @@
 // Whole files and directories.
 //
-// Nothing here throws for what the file system does: a read that cannot be had is an absent value,
-// all else returns a std::error_code that is false on success and whose message() is for people.
-// Every descriptor is closed on exec. Safe on any thread, but two writers of one path must not
-// overlap.
+// Nothing here throws for what the file system does. What can fail and whose failure matters
+// returns an absent value, false, or a std::error_code that is false on success and whose message()
+// is for people; each operation says which. Every descriptor is closed on exec. Safe on any thread,
+// but one process must not write the same path from two threads at once.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,23 +22,38 @@ namespace orvane::files {
 /// made of it.
 inline constexpr std::size_t sizeLimit = std::size_t{100} * 1024 * 1024;
 
+/// The same for a file of the setup directory, which any account may have put there: what such a
+/// file holds is small, and a sparse file costs its owner nothing.
+inline constexpr std::size_t foreignSizeLimit = std::size_t{1024} * 1024;
+
 /// The whole content of the regular file at `path`, links followed. Absent when it cannot be read,
-/// is not a regular file (a FIFO never blocks the caller) or is larger than `sizeLimit`.
-std::optional<std::string> read(const std::filesystem::path& path);
+/// is not a regular file (a FIFO never blocks the caller) or is larger than `limit`.
+std::optional<std::string> read(const std::filesystem::path& path, std::size_t limit = sizeLimit);
+
+/// Takes the next piece of a file; false to read no further.
+using TakePiece = std::function<bool(std::string_view piece)>;
+
+/// Reads the regular file at `path`, links followed, and hands it to `take` piece by piece, so that
+/// its size does not matter to the caller's memory. True when all of it was taken. False, too, when
+/// it cannot be read, is not a regular file or is larger than `limit`.
+bool readInPieces(const std::filesystem::path& path, std::uint64_t limit, const TakePiece& take);
 
 /// Replaces the file at `path` as a whole: readers see the old content or the new, never a part.
-/// The content is on disk before it gets its name, and the name before this returns (fsync(2)). A
-/// symbolic link at `path` is itself replaced. An existing file's permission bits are kept, a new
-/// file gets 0666 less the process's mask. On failure `path` is as it was and no scratch file
-/// stays; only when nothing but the flush of the directory fails, the new content is in its place.
-/// The scratch file is `.NAME.UID.tmp` in the same directory: one that a killed process left there
-/// is replaced. Where something else that cannot be removed has that name, a random one is taken.
+/// The content is on disk before it gets its name, and so is the name before this returns, where
+/// the directory can be flushed (fsync(2)). A symbolic link at `path` is itself replaced. The new
+/// file has the permission bits `mode` from the start, as far as they can be set; without `mode`
+/// those of the file that it replaces, or 0666 less the process's mask where there is none. On
+/// failure `path` is as it was and no scratch file stays.
+///
+/// The scratch file is `.NAME.UID.TOKEN.tmp` in the same directory. The token is a random one of
+/// this process, so other processes of the account may write the same path at the same time.
 [[nodiscard]] std::error_code writeAtomically(const std::filesystem::path& path,
-                                              std::string_view data);
+                                              std::string_view data,
+                                              std::optional<unsigned> mode = std::nullopt);
 
-/// Removes the scratch file that a process killed in `writeAtomically` may have left for `path`;
-/// most often there is none. For paths that are not written as a whole again soon.
-void removeScratchFile(const std::filesystem::path& path);
+/// Removes the scratch files of this account that processes killed in `writeAtomically` left in
+/// `directory`, as far as it can be listed. A process that is writing there writes again.
+void removeScratchFiles(const std::filesystem::path& directory);
 
 /// Appends `line`, then a line feed in a second write, to an existing file. False only when the
 /// file could not be opened for writing; what goes wrong afterwards is not reported.
@@ -51,8 +68,8 @@ bool exists(const std::filesystem::path& path);
 /// Removes the file, the link itself or the empty directory at `path`; never a tree.
 [[nodiscard]] std::error_code remove(const std::filesystem::path& path);
 
-/// Renames `from` to `to` within one directory and puts the renaming on disk. It is an error when
-/// anything, even a dangling link, stands at `to`.
+/// Renames `from` to `to` within one directory and puts the renaming on disk, where the directory
+/// can be flushed. It is an error when anything, even a dangling link, is at `to`.
 [[nodiscard]] std::error_code move(const std::filesystem::path& from,
                                    const std::filesystem::path& to);
 

@@ -31,4 +31,9 @@ inline std::filesystem::path orvaneDirectory() {
     return homeDirectory() / ".orvane";
 }
 
+/// Where the activity log is kept.
+inline std::filesystem::path logDirectory() {
+    return orvaneDirectory() / "logs";
+}
+
 }  // namespace orvane::paths

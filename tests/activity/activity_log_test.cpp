@@ -408,23 +408,6 @@ TEST_F(ActivityLogTest, ThreadsMayRecordAtTheSameTime) {
     EXPECT_EQ(std::ranges::count(content(), '\n'), 4 * each);
 }
 
-TEST_F(ActivityLogTest, WhatAKilledProcessLeftIsRemovedAndNothingElse) {
-    record();
-    const fs::path scratch = directory() / scratchNameOf(activityFile().filename());
-    writeFile(scratch, "half of a li");
-    writeFile(directory() / "other.jsonl.tmp", "");
-    ActivityLog::removeRemains();
-    EXPECT_THAT(namesIn(directory()),
-                ElementsAre("other.jsonl.tmp", "policy-daemon.activity.jsonl"));
-    EXPECT_EQ(content(), line());
-    EXPECT_EQ(log.raw(), "");
-}
-
-TEST_F(ActivityLogTest, WhereNothingWasLeftNothingIsRemovedOrMade) {
-    ActivityLog::removeRemains();
-    EXPECT_FALSE(fs::exists(orvane()));
-}
-
 TEST_F(ActivityLogTest, WithoutMemoryTheLineIsLostAndNothingElse) {
     {
         const AllocationLimit none(0);

@@ -3,6 +3,7 @@
 #include "support/policy_versions.h"
 
 #include <nlohmann/json.hpp>
+#include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <unistd.h>
 
@@ -47,24 +48,29 @@ Device::Device(Begin begin) {
 
 void Device::fill(Begin begin) const {
     fs::create_directories(root() / "home");
+    // As the service has it.
+    const mode_t mask = ::umask(0077);
     writeFile(setup() / "enroll-config.json",
               nlohmann::json{{"api_url", server_.url()}, {"api_key", "key-1"}}.dump());
     if (begin == Begin::nextPolicy) {
         for (const auto& [path, content] : policyVersion(before).files()) {
             writeFile(root() / path, content);
         }
+        fs::permissions(root() / pathOf(File::capture), fs::perms(0644));
         writeFile(orvane() / "logs/policy-daemon.activity.jsonl", "{\"url\":\"old\"}\n");
     } else {
         const auto tool = root() / "usr/sbin/ioreg";
         writeFile(tool, "#!/bin/sh\necho '\"IOPlatformUUID\" = \"device-1\"'\n");
         fs::permissions(tool, fs::perms(0755));
     }
+    (void)::umask(mask);
 }
 
 void Device::restart() {
     const std::size_t polls = server_.polls().size();
     daemon_ = std::make_unique<DaemonProcess>(
         DaemonSetup{ORVANE_DAEMON_TWIN, {{"ORVANE_ROOT", root().string()}}, root() / "stderr", [] {
+                        (void)::umask(0077);
                         return true;
                     }});
     if (!waitUntil([&] { return server_.polls().size() > polls; })) {
@@ -131,6 +137,26 @@ int Device::version(File file) const {
         }
     }
     return torn;
+}
+
+std::vector<std::string> Device::wrongModes() const {
+    std::vector<std::string> names;
+    const auto check = [&](const fs::path& path) {
+        const bool isPublic = path == root() / pathOf(File::capture);
+        const unsigned expected = fs::is_directory(path) ? 0700 : isPublic ? 0644 : 0600;
+        if (modeOf(path) != expected) {
+            names.push_back(path.filename());
+        }
+    };
+    for (const fs::path& directory : {orvane(), setup()}) {
+        if (fs::exists(directory)) {
+            check(directory);
+            for (const auto& entry : fs::recursive_directory_iterator(directory)) {
+                check(entry.path());
+            }
+        }
+    }
+    return names;
 }
 
 std::vector<std::string> Device::leftovers() const {

@@ -64,6 +64,9 @@ class Device {
 
     /// The version that `file` has.
     [[nodiscard]] int version(File file) const;
+    /// The names of all files and directories of the daemon's that have another mode than they
+    /// should: the capture file is for all to read, everything else for the account alone.
+    [[nodiscard]] std::vector<std::string> wrongModes() const;
     /// What is left beside the files: scratch files, and those waiting to be moved into place.
     [[nodiscard]] std::vector<std::string> leftovers() const;
     /// The activity log, each record cut down to "old", "poll" or "effective", line ends as "$".

@@ -138,6 +138,7 @@ Outcome outcomeOf(Device& device) {
 void expectHealing(Device& device, Begin begin) {
     ASSERT_TRUE(device.goodTurn(later)) << "it does not poll again";
     EXPECT_EQ(versionsOf(device), allOf(later));
+    EXPECT_THAT(device.wrongModes(), IsEmpty());
     EXPECT_THAT(device.leftovers(), IsEmpty());
     EXPECT_EQ(logOf(device).size(), 3U) << ::testing::PrintToString(logOf(device));
     EXPECT_THAT(logOf(device), Each(StartsWith("default ")));
@@ -173,10 +174,12 @@ void expectRecovery(Device& device, Begin begin) {
 void expectOneScratchFileEach(const Device& device) {
     std::map<std::string, int> scratchFiles;
     for (const std::string& name : device.leftovers()) {
-        // ".policy.json.tmp.0.tmp" is to become "policy.json.tmp".
+        // ".policy.json.tmp.0.0123456789abcdef.tmp" is to become "policy.json.tmp".
+        const std::string account = "." + std::to_string(::geteuid()) + ".";
         const bool isScratch = name.starts_with(".");
-        const auto end = name.rfind('.', name.size() - sizeof ".tmp");
-        EXPECT_LE(++scratchFiles[isScratch ? name.substr(1, end - 1) : name + " itself"], 1)
+        EXPECT_LE(
+            ++scratchFiles[isScratch ? name.substr(1, name.rfind(account) - 1) : name + " itself"],
+            1)
             << name;
     }
 }
@@ -206,6 +209,7 @@ void expectStatedOutcome(const TurnModel& model, const Fault& fault) {
     EXPECT_EQ(*first, call);
     ASSERT_TRUE(device.pollsAgain());
     EXPECT_EQ(outcomeOf(device), model.outcomeWith(fault));
+    EXPECT_THAT(device.wrongModes(), IsEmpty());
     EXPECT_THAT(device.leftovers(), Each(Not(StartsWith(".")))) << "a scratch file";
     expectHealing(device, model.begin());
 }
@@ -220,6 +224,7 @@ void expectRecoveryFromKill(const TurnModel& model, std::size_t index) {
     EXPECT_EQ(versions, model.versionsBefore(index));
     EXPECT_TRUE(versions.at(File::tag) != offered || versions.at(File::policy) == offered)
         << "a tag without its policy";
+    EXPECT_THAT(device.wrongModes(), Each(StartsWith("."))) << "other than of a scratch file";
     expectOneScratchFileEach(device);
     expectRecovery(device, model.begin());
 }

@@ -114,12 +114,26 @@ class Line {
     }
 
   private:
+    /// Where the token of a scratch file's name begins, which is another one in each process.
+    static std::size_t tokenIn(const std::string& path) {
+        constexpr std::size_t length = sizeof "0123456789abcdef.tmp" - 1;
+        if (path.size() < length || !path.ends_with(".tmp")) {
+            return std::string::npos;
+        }
+        const std::size_t token = path.size() - length;
+        const auto end = path.find_first_not_of("0123456789abcdef", token);
+        return path.substr(end) == ".tmp" ? token : std::string::npos;
+    }
+
     [[nodiscard]] std::string relative(const std::string& path) const {
         if (path.starts_with("pipe:")) {
             return "pipe";
         }
         if (path.starts_with("/proc/self/fd/")) {
             return "/proc/self/fd";
+        }
+        if (const auto token = tokenIn(path); token != std::string::npos) {
+            return relative(path.substr(0, token) + "TOKEN.tmp");
         }
         return path.starts_with(root_ + "/") ? path.substr(root_.size() + 1) : path;
     }

@@ -35,9 +35,7 @@ enum class TurnModel::Fate {
     lost,      ///< as if it had never been tried, and in silence
     kept,      ///< the file is as it was, and an error line says so
     inTheWay,  ///< the same, because the old file could not be removed
-    aside,     ///< the same, with the new content beside it
     gone,      ///< an error line, and no file but the one beside it
-    placed,    ///< an error line, though the new file is in its place
     unended,   ///< a record without its line end
     replaced,  ///< a record that is now the only one
 };
@@ -139,26 +137,18 @@ TurnModel::Subject TurnModel::subjectOf(std::size_t index) const {
     nothingIsSaidAbout(call);
 }
 
-/// Steps: scratch file, ".tmp", flush; remove the old one; put ".tmp" in its place, flush.
-TurnModel::Fate TurnModel::fateOfFile(std::size_t index, Subject subject, Lasting lasting) const {
+/// Steps: scratch file, ".tmp"; remove the old one; put ".tmp" in its place. The directory is
+/// flushed where that is possible.
+TurnModel::Fate TurnModel::fateOfFile(std::size_t index, Lasting lasting) const {
     const Call& call = calls_.at(index);
     const bool onDirectory = isDirectory(call.path);
-    const bool isMoved = [&] {
-        for (std::size_t i = index; i-- > 0 && subjectOf(i) == subject;) {
-            if (calls_[i].kind == CallKind::rename) {
-                return !calls_[i].newPath.ends_with(".tmp");
-            }
-        }
-        return false;
-    }();
     switch (call.kind) {
         case CallKind::stat:
             // A directory that cannot be seen is made; only when that cannot be seen either, it
             // counts as missing.
             return onDirectory && lasting == Lasting::fromThenOn ? Fate::kept : Fate::fine;
         case CallKind::open:
-        case CallKind::sync:
-            return isMoved ? Fate::placed : onDirectory ? Fate::aside : Fate::kept;
+        case CallKind::sync:  // of a directory, it is no failure of the write
         case CallKind::close:
             return onDirectory ? Fate::fine : Fate::kept;
         case CallKind::write:
@@ -181,12 +171,11 @@ TurnModel::Fate TurnModel::fateOfCapture(std::size_t index) const {
         case CallKind::makeDirectory:
             return Fate::fine;
         case CallKind::open:
-        case CallKind::sync:
-            return onDirectory ? Fate::placed : Fate::kept;
+        case CallKind::sync:  // of a directory, it is no failure of the write
         case CallKind::close:
             return onDirectory ? Fate::fine : Fate::kept;
         case CallKind::changeMode:
-            return isScratch(call.path) ? Fate::kept : Fate::fine;
+            return Fate::fine;  // it is set twice, in different ways
         case CallKind::write:
         case CallKind::rename:
             return Fate::kept;
@@ -259,7 +248,7 @@ TurnModel::Fates TurnModel::fatesOf(std::size_t index, Lasting lasting) const {
         case Subject::policy:
         case Subject::tag:
         case Subject::effective:
-            return {{subject, fateOfFile(index, subject, lasting)}};
+            return {{subject, fateOfFile(index, lasting)}};
         case Subject::capture:
             return {{subject, fateOfCapture(index)}};
         case Subject::pollRecord:
@@ -322,8 +311,7 @@ Outcome TurnModel::outcomeOf(const Fates& fates, int error) const {
     Outcome outcome;
     const auto settle = [&](File file, Subject subject, const std::string& complaint) {
         const Fate fate = fateOf(subject);
-        const bool isKept = fate == Fate::kept || fate == Fate::inTheWay || fate == Fate::aside ||
-                            fate == Fate::lost;
+        const bool isKept = fate == Fate::kept || fate == Fate::inTheWay || fate == Fate::lost;
         outcome.versions[file] = isKept ? known() : fate == Fate::gone ? absent : offered;
         if (fate != Fate::fine && fate != Fate::lost) {
             outcome.log.push_back("error " + complaint + " failed: " + reason(fate));

@@ -58,7 +58,7 @@ class TurnModel {
 
     [[nodiscard]] Subject subjectOf(std::size_t index) const;
     [[nodiscard]] Fates fatesOf(std::size_t index, Lasting lasting) const;
-    [[nodiscard]] Fate fateOfFile(std::size_t index, Subject subject, Lasting lasting) const;
+    [[nodiscard]] Fate fateOfFile(std::size_t index, Lasting lasting) const;
     [[nodiscard]] Fate fateOfCapture(std::size_t index) const;
     [[nodiscard]] Fates fatesOfRecord(std::size_t index, Subject subject, Lasting lasting) const;
     [[nodiscard]] Fate fateOfUuid(std::size_t index) const;

@@ -1,6 +1,7 @@
 // Whatever stands under the names that the daemon reads and writes: a turn ends, no link is
 // followed on the way to a file that is written as a whole, and when the thing is gone, all is well
 // again.
+#include "daemon/leftovers.h"
 #include "daemon/policy_runner.h"
 #include "support/daemon_test.h"
 #include "support/in_child.h"
@@ -226,7 +227,6 @@ enum class Use {
     input,        ///< reads it
     destination,  ///< replaces it by a finished file
     temporary,    ///< the file that will replace it
-    scratch,      ///< the hidden file that either of them is written as
     captureFile,
     activityFile,
     logDirectory,
@@ -237,8 +237,7 @@ enum class Use {
 struct Place {
     const char* name;
     Use use;
-    /// Below the root. "UID" stands for the user's number.
-    std::string path;
+    std::string path;  ///< below the root
     Source source = Source::enrollment;
 };
 
@@ -259,13 +258,8 @@ const std::vector<Place> places{
     {"PolicyTemporary", Use::temporary, home + "policy.json.tmp"},
     {"EtagTemporary", Use::temporary, home + "policy-etag.json.tmp"},
     {"EffectiveTemporary", Use::temporary, home + "guard-effective.json.tmp"},
-    {"PolicyScratch", Use::scratch, home + ".policy.json.tmp.UID.tmp"},
-    {"EtagScratch", Use::scratch, home + ".policy-etag.json.tmp.UID.tmp"},
-    {"EffectiveScratch", Use::scratch, home + ".guard-effective.json.tmp.UID.tmp"},
     {"CaptureFile", Use::captureFile, shared + "capture-policy.json"},
-    {"CaptureScratch", Use::scratch, shared + ".capture-policy.json.UID.tmp"},
     {"ActivityFile", Use::activityFile, home + "logs/policy-daemon.activity.jsonl"},
-    {"ActivityScratch", Use::scratch, home + "logs/.policy-daemon.activity.jsonl.UID.tmp"},
     {"LogDirectory", Use::logDirectory, home + "logs"},
     {"OrvaneDirectory", Use::orvaneDirectory, "home/.orvane"},
     {"SetupDirectory", Use::setupDirectory, "private/tmp/dev.orvane.setup", Source::config},
@@ -309,8 +303,6 @@ Outcome outcomeOf(Thing thing, Use use, bool ordinary) {
         case Use::temporary:
         case Use::captureFile:
             return isDirectory(thing) ? Outcome{Fate::stays, "Is a directory"} : Outcome{};
-        case Use::scratch:
-            return {isDirectory(thing) ? Fate::stays : Fate::goes};
         case Use::activityFile: {
             // An open file is appended to, through a link too. Lines are lost in silence.
             const bool opens =
@@ -331,16 +323,6 @@ Outcome outcomeOf(Thing thing, Use use, bool ordinary) {
 class NeighbourTest : public NeighbourhoodTest, public testing::WithParamInterface<Place> {
   protected:
     [[nodiscard]] static fs::path victims() { return root() / "victims"; }
-
-    /// Where the place is for a user.
-    [[nodiscard]] static fs::path pathFor(bool ordinary) {
-        std::string path = GetParam().path;
-        if (const auto at = path.find("UID"); at != std::string::npos) {
-            const auto user = ordinary && ::geteuid() == 0 ? nobody : ::geteuid();
-            path.replace(at, 3, std::to_string(user));
-        }
-        return root() / path;
-    }
 
     /// A root that holds nothing but a few files that links may lead to.
     static void startAfresh() {
@@ -395,7 +377,7 @@ class NeighbourTest : public NeighbourhoodTest, public testing::WithParamInterfa
 
     void expectEndured(Thing thing, bool ordinary) {
         startAfresh();
-        const fs::path path = pathFor(ordinary);
+        const fs::path path = root() / GetParam().path;
         if (!plant(thing, path, victims())) {
             return;  // a device takes privileges
         }
@@ -458,6 +440,44 @@ TEST_P(NeighbourTest, NothingInTheWayOfAnOrdinaryDaemonHoldsOrMisleadsIt) {
 INSTANTIATE_TEST_SUITE_P(, NeighbourTest, testing::ValuesIn(places),
                          [](const auto& place) { return std::string(place.param.name); });
 
+// --- Directories that may be written but not listed
+
+class UnlistedDirectoryTest : public NeighbourhoodTest {
+  protected:
+    UnlistedDirectoryTest() {
+        (void)::umask(0077);  // as the service has it
+        fs::create_directories(orvane());
+        fs::create_directories(setup());
+        fs::permissions(root() / "private", fs::perms(0755));
+        fs::permissions(root() / "private/tmp", fs::perms(0755));
+        giveAway(root() / "home");
+    }
+
+    void expectAllStored() {
+        takeTurn(1, Source::config, true);
+        EXPECT_THAT(takeLog(),
+                    ::testing::Each(::testing::Not(::testing::StartsWith("error atomic"))));
+        EXPECT_EQ(readFile(orvane() / "policy.json"), policyOf(1));
+        EXPECT_EQ(readFile(orvane() / "policy-etag.json"), R"({"etag":"v1"})");
+        EXPECT_EQ(readFile(orvane() / "guard-effective.json"), effectiveOf(1));
+        EXPECT_EQ(modeOf(orvane() / "policy.json"), 0600U);
+        EXPECT_EQ(readFile(captureFile()),
+                  R"({"enabled":false,"intercept_hosts":["a"],"suppress_ech":false})");
+        EXPECT_EQ(modeOf(captureFile()), 0644U);
+    }
+};
+
+TEST_F(UnlistedDirectoryTest, ADropBoxAsTheSetupDirectory) {
+    fs::permissions(setup(), fs::perms(01733));
+    expectAllStored();
+}
+
+TEST_F(UnlistedDirectoryTest, AHome) {
+    fs::permissions(setup(), fs::perms(01777));
+    fs::permissions(orvane(), fs::perms(0300));
+    expectAllStored();
+}
+
 // --- A setup directory that belongs to somebody else, and where anybody may put things
 
 class StickySetupDirectoryTest : public NeighbourhoodTest {
@@ -481,20 +501,21 @@ TEST_F(StickySetupDirectoryTest, AForeignCaptureFileStaysAndIsTold) {
     EXPECT_THAT(takeLog(), Contains("error capture-policy write failed: Operation not permitted"));
 }
 
-TEST_F(StickySetupDirectoryTest, AForeignThingAtTheScratchNameIsPassedBy) {
-    const fs::path scratch = setup() / (".capture-policy.json." + std::to_string(nobody) + ".tmp");
+TEST_F(StickySetupDirectoryTest, ForeignThingsThatLookLikeLeftoversStay) {
+    const fs::path leftover =
+        setup() / (".capture-policy.json." + std::to_string(nobody) + ".0123456789abcdef.tmp");
     for (const auto& [thing, name] : things) {
         SCOPED_TRACE(name);
-        fs::remove(captureFile());
         writeFile(root() / "victims/file", "victim");
         writeFile(root() / "victims/directory/kept", "kept");
-        ASSERT_TRUE(plant(thing, scratch, root() / "victims"));
-        const std::string before = describe(scratch) + describe(root() / "victims");
-        takeTurn(1, Source::config, true);
-        EXPECT_EQ(describe(scratch) + describe(root() / "victims"), before);
-        EXPECT_THAT(namesIn(setup()), ElementsAre(scratch.filename(), "capture-policy.json"));
-        EXPECT_EQ(modeOf(captureFile()), 0644U);
-        fs::remove_all(scratch);
+        ASSERT_TRUE(plant(thing, leftover, root() / "victims"));
+        const std::string before = describe(leftover) + describe(root() / "victims");
+        (void)asOrdinaryUser([] {
+            removeLeftovers();
+            return true;
+        });
+        EXPECT_EQ(describe(leftover) + describe(root() / "victims"), before);
+        fs::remove_all(leftover);
     }
 }
 

@@ -1,5 +1,6 @@
 #include "platform/files.h"
 
+#include "platform/scratch_name.h"
 #include "platform/system_calls.h"
 #include "support/in_child.h"
 #include "support/test_files.h"
@@ -17,6 +18,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <regex>
 #include <set>
 #include <stdexcept>
 #include <string>
@@ -264,6 +266,144 @@ TEST_F(FilesReadTest, TheDescriptorIsNotInheritedByChildren) {
     EXPECT_THAT(inheritable, IsEmpty());
 }
 
+TEST_F(FilesReadTest, TheLimitMayBeASmallerOne) {
+    makeSparse("f", files::foreignSizeLimit);
+    EXPECT_EQ(files::read(at("f"), files::foreignSizeLimit)->size(), 1'048'576U);
+    makeSparse("f", files::foreignSizeLimit + 1);
+    EXPECT_EQ(files::read(at("f"), files::foreignSizeLimit), std::nullopt);
+    EXPECT_TRUE(files::read(at("f")));
+}
+
+// --- readInPieces
+
+class FilesReadInPiecesTest : public FilesTest {
+  protected:
+    static constexpr std::uint64_t noLimit = std::uint64_t{1} << 40;
+
+    /// What comes in pieces, if it was read to its end.
+    [[nodiscard]] std::optional<std::string> readAll(const fs::path& name,
+                                                     std::uint64_t limit = noLimit) const {
+        std::string content;
+        const bool isWhole = files::readInPieces(at(name), limit, [&](std::string_view piece) {
+            EXPECT_FALSE(piece.empty());
+            EXPECT_LE(piece.size(), 65'536U);
+            content += piece;
+            return true;
+        });
+        return isWhole ? std::optional(content) : std::nullopt;
+    }
+};
+
+TEST_F(FilesReadInPiecesTest, ThePiecesMakeTheFile) {
+    std::string content;
+    for (int i = 0; i < 100'000; ++i) {
+        content += std::to_string(i);
+    }
+    writeFile(at("f"), content);
+    EXPECT_TRUE(readAll("f") == content);
+    writeFile(at("f"), "");
+    EXPECT_THAT(readAll("f"), Optional(""s));
+}
+
+TEST_F(FilesReadInPiecesTest, WhatIsNoFileIsNotRead) {
+    EXPECT_EQ(readAll("f"), std::nullopt);
+    EXPECT_EQ(readAll(""), std::nullopt);
+    makeFifo("f");
+    EXPECT_EQ(readAll("f"), std::nullopt);
+}
+
+TEST_F(FilesReadInPiecesTest, ALinkToAFileIsFollowed) {
+    writeFile(at("f"), "content");
+    fs::create_symlink("f", at("link"));
+    EXPECT_THAT(readAll("link"), Optional("content"s));
+}
+
+TEST_F(FilesReadInPiecesTest, AFileOfTheLimitIsReadOneByteMoreIsNot) {
+    makeSparse("f", 100'000);
+    EXPECT_EQ(readAll("f", 100'000)->size(), 100'000U);
+    EXPECT_EQ(readAll("f", 99'999), std::nullopt);
+}
+
+TEST_F(FilesReadInPiecesTest, AFileThatGrowsBeyondTheLimitIsGivenUp) {
+    makeSparse("f", 100'000);
+    EXPECT_FALSE(files::readInPieces(at("f"), 100'000, [&](std::string_view) {
+        fs::resize_file(at("f"), std::uintmax_t{1} << 40);
+        return true;
+    }));
+}
+
+TEST_F(FilesReadInPiecesTest, NothingIsReadBeyondAPieceThatIsRefused) {
+    makeSparse("f", std::uintmax_t{1} << 39);
+    int pieces = 0;
+    EXPECT_FALSE(
+        files::readInPieces(at("f"), noLimit, [&](std::string_view) { return ++pieces < 3; }));
+    EXPECT_EQ(pieces, 3);
+}
+
+TEST_F(FilesReadInPiecesTest, AFailedReadIsAFailureAndAnInterruptedOneIsNot) {
+    writeFile(at("f"), "content");
+    int reads = 0;
+    SystemCallHooks hooks;
+    hooks.read = [&](int, std::size_t) {
+        return ++reads == 1 ? std::optional<ssize_t>(failWith(EINTR)) : std::nullopt;
+    };
+    {
+        const WithSystemCallHooks installed(hooks);
+        EXPECT_THAT(readAll("f"), Optional("content"s));
+    }
+    hooks.read = [](int, std::size_t) { return std::optional<ssize_t>(failWith(EIO)); };
+    const WithSystemCallHooks installed(hooks);
+    EXPECT_EQ(readAll("f"), std::nullopt);
+}
+
+// --- removeScratchFiles
+
+class FilesRemoveScratchFilesTest : public FilesTest {};
+
+TEST_F(FilesRemoveScratchFilesTest, WhatAKilledProcessLeftIsRemovedAndNothingElse) {
+    const std::string user = std::to_string(::geteuid());
+    const std::string stranger = std::to_string(::geteuid() + 1);
+    writeFile(at(leftoverNameOf("policy.json.tmp")), "half of a po");
+    writeFile(at(leftoverNameOf("f")), "");
+    const std::vector<std::string> others{".f." + user + ".0123456789abcde.tmp",
+                                          ".f." + user + ".0123456789abcdeg.tmp",
+                                          ".f." + user + ".0123456789abcdef",
+                                          ".f." + user + ".0123456789abcdef.tmp2",
+                                          ".f." + user + ".tmp",
+                                          ".f." + stranger + ".0123456789abcdef.tmp",
+                                          "." + user + ".0123456789abcdef.tmp",
+                                          "f",
+                                          "f." + user + ".0123456789abcdef.tmp",
+                                          "f.tmp"};
+    for (const std::string& name : others) {
+        writeFile(at(name), "kept");
+    }
+    files::removeScratchFiles(at(""));
+    EXPECT_THAT(names(), ::testing::UnorderedElementsAreArray(others));
+}
+
+TEST_F(FilesRemoveScratchFilesTest, OnlyAFileOfThisAccountIsRemoved) {
+    writeFile(at("victim"), "kept");
+    fs::create_symlink("victim", at(leftoverNameOf("link")));
+    fs::create_directory(at(leftoverNameOf("directory")));
+    makeFifo(leftoverNameOf("fifo"));
+    std::size_t count = 4;
+    if (::geteuid() == 0) {
+        writeFile(at(leftoverNameOf("foreign")), "kept");
+        ASSERT_EQ(::chown(at(leftoverNameOf("foreign")).c_str(), 12345, 12345), 0);
+        ++count;
+    }
+    files::removeScratchFiles(at(""));
+    EXPECT_THAT(names(), ::testing::SizeIs(count));
+}
+
+TEST_F(FilesRemoveScratchFilesTest, WhereThereIsNoDirectoryNothingIsMade) {
+    files::removeScratchFiles(at("no"));
+    writeFile(at("f"), "");
+    files::removeScratchFiles(at("f"));
+    EXPECT_THAT(names(), ElementsAre("f"));
+}
+
 // --- writeAtomically
 
 TEST_F(FilesWriteAtomicallyTest, ANewFileHasTheContent) {
@@ -449,28 +589,27 @@ TEST_F(FilesWriteAtomicallyTest, TheContentIsOnDiskBeforeItGetsItsNameAndTheName
     EXPECT_THAT(flushes, ElementsAre("file with new, target has old", "directory, target has new"));
 }
 
-/// The name of the scratch file through which `path` is written, which has to go well.
-std::string scratchNameOfAWriteTo(const fs::path& path) {
-    std::string name;
-    SystemCallHooks hooks;
-    hooks.flush = [&](int descriptor) -> std::optional<int> {
-        const fs::path flushed = pathOf(descriptor);
-        if (!fs::is_directory(flushed)) {
-            name = flushed.filename();
-        }
-        return std::nullopt;
-    };
-    const WithSystemCallHooks installed(hooks);
-    EXPECT_FALSE(files::writeAtomically(path, "new"));
-    return name;
+/// What this account's scratch files for "f" are called.
+std::string scratchNamePattern() {
+    return "\\.f\\." + std::to_string(::geteuid()) + "\\.[0-9a-f]{16}\\.tmp";
 }
 
-TEST_F(FilesWriteAtomicallyTest, TheScratchFileIsHiddenBesideTheTargetAndTheAccountsOwn) {
-    EXPECT_EQ(scratchNameOfAWriteTo(at("f")), scratchNameOf("f"));
+TEST_F(FilesWriteAtomicallyTest, TheScratchFileIsHiddenBesideTheTargetAndThisProcesssOwn) {
+    const std::string name = scratchNameOfAWriteTo(at("f"));
+    EXPECT_TRUE(std::regex_match(name, std::regex(scratchNamePattern()))) << name;
+    EXPECT_EQ(scratchNameOfAWriteTo(at("f")), name);
+    EXPECT_NE(name, leftoverNameOf("f"));
     EXPECT_THAT(names(), ElementsAre("f"));
 }
 
-TEST_F(FilesWriteAtomicallyTest, AScratchFileThatAKilledProcessLeftIsReplaced) {
+TEST_F(FilesWriteAtomicallyTest, EachProcessHasScratchFilesOfItsOwn) {
+    const auto nameInAChild = [this] {
+        return inChild([this] { return scratchNameOfAWriteTo(at("f")); });
+    };
+    EXPECT_NE(nameInAChild(), nameInAChild());
+}
+
+TEST_F(FilesWriteAtomicallyTest, AScratchFileThatThisProcessCouldNotRemoveIsReplaced) {
     writeFile(at(scratchNameOf("f")), "half of the con");
     fs::permissions(at(scratchNameOf("f")), fs::perms::none);
     const WithMask mask(022);
@@ -492,10 +631,71 @@ TEST_F(FilesWriteAtomicallyTest, WhatCannotBeRemovedAtTheScratchNameIsPassedBy) 
     fs::create_directory(at(scratchNameOf("f")));
     const std::string first = scratchNameOfAWriteTo(at("f"));
     const std::string second = scratchNameOfAWriteTo(at("f"));
-    EXPECT_THAT(first, ::testing::MatchesRegex("\\.f\\.[0-9a-f]{16}\\.tmp"));
-    EXPECT_THAT(second, ::testing::MatchesRegex("\\.f\\.[0-9a-f]{16}\\.tmp"));
+    EXPECT_TRUE(std::regex_match(first, std::regex(scratchNamePattern()))) << first;
+    EXPECT_NE(first, scratchNameOf("f"));
     EXPECT_NE(first, second);
     EXPECT_THAT(names(), ElementsAre(scratchNameOf("f"), "f"));
+}
+
+TEST_F(FilesWriteAtomicallyTest, WhenAnotherProcessRemovesTheScratchFileItIsWrittenAgain) {
+    writeFile(at("f"), "old");
+    int removals = 0;
+    SystemCallHooks hooks;
+    hooks.flush = [&](int descriptor) -> std::optional<int> {
+        const fs::path path = pathOf(descriptor);
+        if (path.filename() == scratchNameOf("f") && removals++ < 2) {
+            files::removeScratchFiles(at(""));
+        }
+        return std::nullopt;
+    };
+    (void)scratchNameOf("f");
+    {
+        const WithSystemCallHooks installed(hooks);
+        EXPECT_FALSE(files::writeAtomically(at("f"), "new"));
+    }
+    EXPECT_EQ(removals, 3);
+    EXPECT_EQ(readFile(at("f")), "new");
+    EXPECT_THAT(names(), ElementsAre("f"));
+}
+
+TEST_F(FilesWriteAtomicallyTest, ScratchFilesThatAreRemovedEachTimeAreAnErrorInTheEnd) {
+    writeFile(at("f"), "old");
+    int removals = 0;
+    SystemCallHooks hooks;
+    hooks.flush = [&](int) -> std::optional<int> {
+        ++removals;
+        files::removeScratchFiles(at(""));
+        return std::nullopt;
+    };
+    const WithSystemCallHooks installed(hooks);
+    EXPECT_EQ(codeOf(files::writeAtomically(at("f"), "new")), ENOENT);
+    EXPECT_EQ(removals, 3);
+    EXPECT_EQ(readFile(at("f")), "old");
+    EXPECT_THAT(names(), ElementsAre("f"));
+}
+
+TEST_F(FilesWriteAtomicallyTest, AModeThatIsAskedForIsThereBeforeTheName) {
+    for (const mode_t mask : std::initializer_list<mode_t>{0000, 0077, 0777}) {
+        for (const bool isReplacement : {false, true}) {
+            fs::remove(at("f"));
+            if (isReplacement) {
+                writeFile(at("f"), "old");
+                fs::permissions(at("f"), fs::perms(0600));
+            }
+            unsigned modeOfScratch = 0;
+            SystemCallHooks hooks;
+            hooks.flush = [&](int descriptor) -> std::optional<int> {
+                const fs::path path = pathOf(descriptor);
+                modeOfScratch = fs::is_directory(path) ? modeOfScratch : modeOf(path);
+                return std::nullopt;
+            };
+            const WithMask set(mask);
+            const WithSystemCallHooks installed(hooks);
+            EXPECT_FALSE(files::writeAtomically(at("f"), "new", 0644));
+            EXPECT_EQ(modeOfScratch, 0644U);
+            EXPECT_EQ(modeOf(at("f")), 0644U);
+        }
+    }
 }
 
 /// Writes "new" over "old" with `hooks` in place.
@@ -583,32 +783,44 @@ TEST_F(FilesWriteAtomicallyTest, AnInterruptedCloseIsNotMadeAgain) {
     EXPECT_EQ(madeAgain, 0);
 }
 
-TEST_F(FilesWriteAtomicallyTest, AnUnflushableDirectoryIsAnErrorUnlessItsFileSystemCannotFlushAny) {
-    const struct {
-        int error;
-        int result;
-    } table[] = {{EIO, EIO}, {EINVAL, 0}, {ENOTSUP, 0}};
-    for (const auto& row : table) {
+TEST_F(FilesWriteAtomicallyTest, ADirectoryThatCannotBeFlushedIsNoFailure) {
+    for (const int error : {EIO, EINVAL, ENOTSUP}) {
         SystemCallHooks hooks;
         hooks.flush = [&](int descriptor) {
-            return fs::is_directory(pathOf(descriptor)) ? std::optional(failWith(row.error))
+            return fs::is_directory(pathOf(descriptor)) ? std::optional(failWith(error))
                                                         : std::nullopt;
         };
-        EXPECT_EQ(codeOf(replaceOld(at("f"), hooks)), row.result);
+        EXPECT_FALSE(replaceOld(at("f"), hooks));
         EXPECT_EQ(readFile(at("f")), "new");
     }
 }
 
-TEST_F(FilesWriteAtomicallyTest, ADirectoryThatCannotBeOpenedForFlushingIsAnError) {
+TEST_F(FilesWriteAtomicallyTest, ADirectoryThatCannotBeOpenedForFlushingIsNoFailure) {
     SystemCallHooks hooks;
     hooks.open = [&](const char* path) {
         return path == at("f").parent_path() ? std::optional(failWith(EMFILE)) : std::nullopt;
     };
-    EXPECT_EQ(codeOf(replaceOld(at("f"), hooks)), EMFILE);
+    EXPECT_FALSE(replaceOld(at("f"), hooks));
     EXPECT_EQ(readFile(at("f")), "new");
 }
 
+TEST_F(FilesWriteAtomicallyTest, ADirectoryThatMayNotBeListedIsNoFailure) {
+    open();
+    for (const unsigned mode : {01733U, 0333U}) {
+        fs::permissions(at(""), fs::perms(mode));
+        EXPECT_EQ(inUnprivilegedChild([&] {
+                      return std::to_string(codeOf(files::writeAtomically(at("f"), "new")));
+                  }),
+                  "0");
+        open();
+        EXPECT_EQ(readFile(at("f")), "new");
+        EXPECT_THAT(names(), ElementsAre("f"));
+        fs::remove(at("f"));
+    }
+}
+
 TEST_F(FilesWriteAtomicallyTest, ATakenScratchNameIsTriedTwiceAndUnderSixOthersAtMost) {
+    (void)scratchNameOf("f");
     std::vector<std::string> tried;
     int refusals = 7;
     SystemCallHooks hooks;
@@ -646,8 +858,9 @@ TEST_F(FilesWriteAtomicallyTest, AnotherErrorIsNotTriedAgain) {
 }
 
 TEST_F(FilesWriteAtomicallyTest, NothingIsFollowedOrReusedUnderTheScratchName) {
-    // Whoever foresees the name may plant a file or a link there, each time just before it is used:
+    // Whoever has seen the name may plant a file or a link there, each time just before it is used:
     // it must not be opened.
+    (void)scratchNameOf("f");
     writeFile(at("victim"), "precious");
     for (const bool asLink : {false, true}) {
         const fs::path planted = at(scratchNameOf("f"));
@@ -908,12 +1121,13 @@ TEST_F(FilesMoveTest, TheRenamingIsPutOnDisk) {
     EXPECT_THAT(flushes, ElementsAre(at("b").parent_path().string()));
 }
 
-TEST_F(FilesMoveTest, AFailedFlushIsAnError) {
+TEST_F(FilesMoveTest, AFailedFlushIsNoFailure) {
     writeFile(at("a"), "content");
     SystemCallHooks hooks;
     hooks.flush = [](int) { return std::optional(failWith(EIO)); };
     const WithSystemCallHooks installed(hooks);
-    EXPECT_EQ(codeOf(files::move(at("a"), at("b"))), EIO);
+    EXPECT_FALSE(files::move(at("a"), at("b")));
+    EXPECT_THAT(names(), ElementsAre("b"));
 }
 
 TEST_F(FilesMoveTest, NoDescriptorStaysOpen) {

@@ -6,6 +6,7 @@
 #include "platform/http_exchange.h"
 #include "platform/http_session.h"
 #include "platform/logger.h"
+#include "platform/scratch_name.h"
 #include "platform/system_calls.h"
 #include "support/log_capture.h"
 #include "support/test_files.h"
@@ -108,6 +109,12 @@ TEST_F(RefusalTest, WithoutTheModeOfTheOldFileItStaysAsItIs) {
     }
     EXPECT_EQ(readFile(at("f")), "old");
     EXPECT_THAT(namesIn(directory()), ElementsAre("f"));
+}
+
+TEST_F(RefusalTest, WhereNoModeCanBeSetAFileIsWrittenAllTheSame) {
+    const WithSystemCallHooks installed(refusing("fchmod", 1, EPERM));
+    EXPECT_FALSE(files::writeAtomically(at("f"), "new", 0644));
+    EXPECT_EQ(readFile(at("f")), "new");
 }
 
 TEST_F(RefusalTest, AScratchFileOfOursThatCannotBeRemovedStaysTheOnlyOne) {

@@ -31,7 +31,7 @@ Disk::Disk(const Tree& start) {
         Node node;
         if (content) {
             node = files_.size();
-            files_.push_back({*content, content->size(), {}});
+            files_.push_back({*content, content->size(), {}, {}});
         }
         names_[path] = node;
     }
@@ -47,6 +47,7 @@ void Disk::apply(const FileOperation& operation) {
         case Kind::open:
             if (operation.creates) {
                 files_.emplace_back();
+                files_.back().modes = {operation.mode};
                 change({"", operation.path, files_.size() - 1});
             }
             if (const Node node = names_.at(operation.path)) {
@@ -61,10 +62,16 @@ void Disk::apply(const FileOperation& operation) {
             file.writeEnds.insert(file.bytes.size());
             break;
         }
+        case Kind::changeMode:
+            files_.at(fileHandles_.at(operation.handle)).modes.push_back(operation.mode);
+            break;
         case Kind::flush:
-            if (const auto file = fileHandles_.find(operation.handle); file != fileHandles_.end()) {
-                files_[file->second].safe = files_[file->second].bytes.size();
-                files_[file->second].writeEnds.clear();
+            if (const auto handle = fileHandles_.find(operation.handle);
+                handle != fileHandles_.end()) {
+                File& file = files_[handle->second];
+                file.safe = file.bytes.size();
+                file.writeEnds.clear();
+                file.modes.erase(file.modes.begin(), file.modes.end() - 1);
             } else {
                 flush(directoryHandles_.at(operation.handle));
             }
@@ -108,6 +115,24 @@ void Disk::flush(const std::string& path) {
         }
         return isThere;
     });
+}
+
+std::set<unsigned> Disk::possibleModes(const std::string& path) const {
+    std::set<unsigned> modes;
+    const auto add = [&](const std::string& name, const Node& node) {
+        if (name == path && node) {
+            modes.insert(files_[*node].modes.begin(), files_[*node].modes.end());
+        }
+    };
+    for (const Names* names : {&safeNames_, &names_}) {
+        for (const auto& [name, node] : *names) {
+            add(name, node);
+        }
+    }
+    for (const Change& change : unsafe_) {
+        add(change.comes, change.node);
+    }
+    return modes;
 }
 
 Tree Disk::now() const {

@@ -34,12 +34,16 @@ class Disk {
     [[nodiscard]] Tree now() const;
     /// Everything that there may be when the power fails now.
     [[nodiscard]] std::set<Tree> afterPowerLoss(Detail detail) const;
+    /// The modes that a file which was made since the start may have at `path`, if there is one,
+    /// now or when the power fails now.
+    [[nodiscard]] std::set<unsigned> possibleModes(const std::string& path) const;
 
   private:
     struct File {
         std::string bytes;
         std::size_t safe = 0;             ///< how many of them are flushed
         std::set<std::size_t> writeEnds;  ///< lengths that it had since
+        std::vector<unsigned> modes;      ///< the last one that was flushed, and those it had since
     };
     using Node = std::optional<std::size_t>;  ///< a file, or nothing for a directory
     using Names = std::map<std::string, Node>;

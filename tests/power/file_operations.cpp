@@ -1,5 +1,7 @@
 #include "power/file_operations.h"
 
+#include "support/test_files.h"
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -29,17 +31,17 @@ class Recorder {
         const std::lock_guard lock(mutex_);
         if (const auto name = below(path)) {
             handles_[descriptor] = ++lastHandle_;
-            operations_.push_back({Kind::open, *name, "", lastHandle_, creates});
+            operations_.push_back({Kind::open, *name, "", lastHandle_, creates, modeOf(path)});
         }
     }
     void closed(int descriptor) {
         const std::lock_guard lock(mutex_);
         handles_.erase(descriptor);
     }
-    void used(Kind kind, int descriptor, std::string bytes) {
+    void used(Kind kind, int descriptor, std::string bytes, unsigned mode = 0) {
         const std::lock_guard lock(mutex_);
         if (const auto handle = handles_.find(descriptor); handle != handles_.end()) {
-            operations_.push_back({kind, "", std::move(bytes), handle->second});
+            operations_.push_back({kind, "", std::move(bytes), handle->second, false, mode});
         }
     }
     void named(Kind kind, const std::string& path, const std::string& target = "") {
@@ -108,6 +110,11 @@ ssize_t write(int descriptor, const void* buffer, std::size_t size) {
         notes.used(Kind::write, descriptor,
                    {static_cast<const char*>(buffer), static_cast<std::size_t>(count)});
     });
+}
+
+int fchmod(int descriptor, mode_t mode) noexcept {
+    const auto result = static_cast<int>(::syscall(SYS_fchmod, descriptor, mode));
+    return noted(result, [&](auto& notes) { notes.used(Kind::changeMode, descriptor, "", mode); });
 }
 
 int fsync(int descriptor) {

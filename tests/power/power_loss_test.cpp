@@ -1,5 +1,6 @@
 // The power fails at every point of a turn, and the file system keeps whatever it may of what was
 // not flushed. From every such state the daemon is back in step with one poll.
+#include "daemon/leftovers.h"
 #include "daemon/policy_runner.h"
 #include "power/disk.h"
 #include "support/daemon_test.h"
@@ -7,6 +8,7 @@
 #include "support/scripted_server.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <iostream>
@@ -50,6 +52,8 @@ std::optional<std::string> contentIn(const Tree& tree, const std::string& path) 
 
 class PowerLossTest : public DaemonTest {
   protected:
+    PowerLossTest() { (void)::umask(0077); }  // as the service has it
+
     /// The operations of the turn that brings `updated` to a machine in the state `start`.
     std::vector<FileOperation> recordUpdate(const Start& start) {
         putInPlace(filesOf(start));
@@ -203,6 +207,7 @@ class PowerLossTest : public DaemonTest {
 
     /// One turn of a daemon that has just been started.
     void poll() {
+        removeLeftovers();
         PolicyRunner runner;
         runner.pollOnce({"managed", server_->url(), "key-1", {}, {}});
         constexpr int turnsPerServer = 200;  // it keeps what it has seen
@@ -269,6 +274,23 @@ TEST_P(EveryLossTest, WhatIsRecordedIsAllThatHappens) {
         disk.apply(operation);
     }
     EXPECT_EQ(disk.now(), treeBelowRoot());
+}
+
+TEST_P(EveryLossTest, NoFileIsEverThereWithAnotherModeThanItShouldHave) {
+    const auto operations = recordUpdate(GetParam());
+    Disk disk(before());
+    std::set<std::string> written;
+    for (const FileOperation& operation : operations) {
+        disk.apply(operation);
+        for (const auto& [path, content] : updated.files()) {
+            const unsigned expected = path == capturePolicyFile ? 0644 : 0600;
+            for (const unsigned mode : disk.possibleModes(path)) {
+                EXPECT_EQ(mode, expected) << path;
+                written.insert(path);
+            }
+        }
+    }
+    EXPECT_GE(written.size(), 3U);  // all but a capture file that stays
 }
 
 TEST_P(EveryLossTest, OnePollConverges) {

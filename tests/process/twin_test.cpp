@@ -73,7 +73,7 @@ TEST_F(TwinTest, KilledInAHoldItGoesOnWhereItWasAfterARestart) {
 
 TEST_F(TwinTest, KilledWhileItMadeTheLogAnewItLeavesNothingBesideItAfterARestart) {
     writeFile(activityFile(), "{}\n");
-    writeFile(activityFile().parent_path() / scratchNameOf(activityFile().filename()), "{\"byt");
+    writeFile(activityFile().parent_path() / leftoverNameOf(activityFile().filename()), "{\"byt");
     enrol(server.url());
     server.on(pollPath, {answer(304), staySilent()});
     const DaemonProcess daemon(twin());

@@ -60,8 +60,8 @@ std::vector<std::string> namesIn(const fs::path& directory) {
     return names;
 }
 
-std::string scratchNameOf(const std::string& name) {
-    return "." + name + "." + std::to_string(::geteuid()) + ".tmp";
+std::string leftoverNameOf(const std::string& name) {
+    return "." + name + "." + std::to_string(::geteuid()) + ".0123456789abcdef.tmp";
 }
 
 unsigned modeOf(const fs::path& path) {

@@ -33,9 +33,9 @@ std::string readFile(const std::filesystem::path& path);
 /// The names of what is in `directory`, sorted; empty when there is no such directory.
 std::vector<std::string> namesIn(const std::filesystem::path& directory);
 
-/// The name of the scratch file through which this account writes the file `name`, if nothing is in
-/// the way.
-std::string scratchNameOf(const std::string& name);
+/// The name of a scratch file that a killed process of this account may have left for the file
+/// `name`.
+std::string leftoverNameOf(const std::string& name);
 
 /// The permission bits of `path`.
 unsigned modeOf(const std::filesystem::path& path);
