@@ -14,7 +14,8 @@ constexpr std::chrono::seconds inactivityLimit(12);
 }  // namespace
 
 std::optional<DeviceIdentity::Enrollment> DeviceIdentity::storedEnrollment() {
-    const auto content = files::read(paths::setupDirectory() / "device-identity.json");
+    const auto content =
+        files::read(paths::setupDirectory() / "device-identity.json", files::foreignSizeLimit);
     return content ? readEnrollment(*content) : std::nullopt;
 }
 

@@ -6,7 +6,8 @@
 namespace orvane {
 
 std::optional<OrvaneConfig::Profile> OrvaneConfig::managedProfile() {
-    const auto content = files::read(paths::setupDirectory() / "enroll-config.json");
+    const auto content =
+        files::read(paths::setupDirectory() / "enroll-config.json", files::foreignSizeLimit);
     const auto members =
         content ? json::readObject(*content, {"api_url", "api_key"}) : std::nullopt;
     if (!members) {

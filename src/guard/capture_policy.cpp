@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <initializer_list>
 #include <tuple>
+#include <vector>
 
 namespace orvane::guard {
 
@@ -27,8 +28,13 @@ std::optional<CapturePolicy> storedCapturePolicy(const std::filesystem::path& fi
 }  // namespace
 
 bool isUpToDate(const std::filesystem::path& file, const CapturePolicy& wanted) {
-    const auto existing = files::read(file);
-    return existing && saysTheSame(*existing, wanted);
+    // Any account may have put the file there. It is never held in memory, and only one that would
+    // take seconds to read is too large.
+    constexpr auto limit = std::uint64_t{1024} * 1024 * 1024;
+    const auto comparison = comparisonWith(wanted);
+    return files::readInPieces(file, limit,
+                               [&](std::string_view piece) { return comparison->add(piece); }) &&
+           comparison->isSame();
 }
 
 std::optional<CapturePolicy> deriveCapturePolicy(std::string_view guardPolicy) {
@@ -47,11 +53,12 @@ std::optional<CapturePolicy> deriveCapturePolicy(std::string_view guardPolicy) {
     return captureIn(*policy, capture);
 }
 
-bool saysTheSame(std::string_view existing, const CapturePolicy& wanted) {
-    const auto file = json::readObject(existing, {"enabled", "suppress_ech"},
-                                       json::Expected{"intercept_hosts", wanted.interceptHosts});
-    return file && file->boolean("enabled") == wanted.enabled && file->isAsExpected() &&
-           file->boolean("suppress_ech").value_or(false) == wanted.suppressEch;
+std::unique_ptr<json::Comparison> comparisonWith(const CapturePolicy& wanted) {
+    constexpr bool defaultsToFalse = true;
+    return std::make_unique<json::Comparison>(
+        std::vector<json::ExpectedMember>{{"enabled", wanted.enabled},
+                                          {"intercept_hosts", &wanted.interceptHosts},
+                                          {"suppress_ech", wanted.suppressEch, defaultsToFalse}});
 }
 
 std::string captureFileText(const CapturePolicy& policy) {

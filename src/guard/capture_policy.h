@@ -1,11 +1,13 @@
-// The capture policy: what the machine's interception component is told, derived from the stored
-// guard policy.
+// The capture policy: the settings for the machine's interception component, derived from the
+// stored guard policy.
 #pragma once
 
+#include "platform/json_comparison.h"
 #include "platform/logger.h"
 #include "platform/text_list.h"
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -26,9 +28,9 @@ struct CapturePolicy {
 /// of another type counts as false or as no hosts. Absent without such an object. Pure.
 std::optional<CapturePolicy> deriveCapturePolicy(std::string_view guardPolicy);
 
-/// Whether the capture-policy file with the text `existing` already says `wanted`. "enabled" and
+/// Compares the text of a capture-policy file with `wanted`, which has to outlive it. "enabled" and
 /// "intercept_hosts" have to be there; a missing "suppress_ech" counts as false. Pure.
-bool saysTheSame(std::string_view existing, const CapturePolicy& wanted);
+std::unique_ptr<json::Comparison> comparisonWith(const CapturePolicy& wanted);
 
 /// Whether the capture-policy file at `file` can be read and already says `wanted`.
 bool isUpToDate(const std::filesystem::path& file, const CapturePolicy& wanted);
@@ -38,9 +40,9 @@ std::string captureFileText(const CapturePolicy& policy);
 
 /// Derives capture-policy.json in the setup directory from the guard policy stored at `policyPath`.
 ///
-/// The file is written, atomically and with mode 0644, only when it does not say the same already;
-/// then one message is logged. Without a usable policy nothing happens: the file is never removed
-/// or reset. Blocks for the file operations; one caller at a time.
+/// The file is written, atomically and with mode 0644 from the start, only when it does not say the
+/// same already; then one message is logged. Without a usable policy nothing happens: the file is
+/// never removed or reset. Blocks for the file operations; one caller at a time.
 void applyCapturePolicy(const std::filesystem::path& policyPath, const Logger& logger);
 
 }  // namespace orvane::guard

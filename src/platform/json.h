@@ -24,12 +24,6 @@ namespace orvane::json {
 /// The deepest nesting of objects and arrays that is read.
 inline constexpr std::size_t depthLimit = 512;
 
-/// Texts that the array at `path` is compared with while it is read, so that it need not be kept.
-struct Expected {
-    std::string_view path;
-    const TextList& texts;
-};
-
 /// The members that were asked for of one object. A path names them by their keys from the top
 /// level down, "guard_config/capture/enabled"; the empty path is the top level itself.
 class Members {
@@ -42,8 +36,6 @@ class Members {
     /// The strings of an array; absent as well when any element of it is not a string. They are
     /// handed over, not copied: there may be very many.
     [[nodiscard]] std::optional<TextList> takeStrings(std::string_view path);
-    /// Whether the expected texts are there, in order and nothing else.
-    [[nodiscard]] bool isAsExpected() const;
     [[nodiscard]] bool isObject(std::string_view path) const;
 
     /// As `string`, but an empty text counts as absent.
@@ -52,18 +44,12 @@ class Members {
   private:
     friend class Picker;
     friend std::optional<Members> readObject(std::string_view text,
-                                             std::initializer_list<std::string_view> paths,
-                                             const std::optional<Expected>& expected);
+                                             std::initializer_list<std::string_view> paths);
 
     struct Object {};
     struct Array {
-        void add(std::string_view text);
-
         TextList texts;
         bool onlyTexts = true;
-        const TextList* expected = nullptr;  ///< if set, texts are compared and not kept
-        std::size_t equalTexts = 0;          ///< of the expected ones, from the first on
-        std::size_t comparedTexts = 0;
     };
     struct Other {};  ///< null or any other number
     using Value =
@@ -85,14 +71,11 @@ class Members {
     std::size_t want(std::string_view path);
 
     std::vector<Node> nodes_{Node{}};  ///< the first is the top level
-    std::size_t expectedNode_ = 0;     ///< the top level's, which is no array, when there is none
-    const TextList* expectedTexts_ = nullptr;
 };
 
 /// Reads `text` and picks the members at `paths`; absent when the text is not usable (see above).
 std::optional<Members> readObject(std::string_view text,
-                                  std::initializer_list<std::string_view> paths,
-                                  const std::optional<Expected>& expected = std::nullopt);
+                                  std::initializer_list<std::string_view> paths);
 
 /// A member to write.
 struct Member {

@@ -1,7 +1,7 @@
 #include "platform/json.h"
+#include "platform/json_events_boost.h"
 #include "platform/text.h"
 
-#include <boost/json/basic_parser_impl.hpp>
 #include <boost/json/src.hpp>
 
 #include <algorithm>
@@ -10,22 +10,11 @@
 
 namespace orvane::json {
 
-using boost::system::error_code;
-
 /// Follows the parser's events down the wanted paths. A text that the parser does not find in one
 /// piece (there are escapes in it) comes in parts.
-class Picker {
+class Picker : public ParserEvents {
   public:
-    // The parser's own limits are not needed: what is read is bounded.
-    static constexpr std::size_t max_object_size = SIZE_MAX;
-    static constexpr std::size_t max_array_size = SIZE_MAX;
-    static constexpr std::size_t max_key_size = SIZE_MAX;
-    static constexpr std::size_t max_string_size = SIZE_MAX;
-
     Picker(Members& members, std::size_t textSize) : members_(members), textSize_(textSize) {}
-
-    static bool on_document_begin(error_code& /*error*/) { return true; }
-    static bool on_document_end(error_code& /*error*/) { return true; }
 
     bool on_object_begin(error_code& /*error*/) {
         if (containers_.empty()) {
@@ -40,9 +29,7 @@ class Picker {
             return refuse(error);
         }
         Members::Array array;
-        if (awaiting_ && *awaiting_ == members_.expectedNode_) {
-            array.expected = members_.expectedTexts_;
-        } else if (awaiting_) {
+        if (awaiting_) {
             array.texts.reserve(textSize_);  // growing would hold it twice for a while
         }
         return open(std::move(array));
@@ -71,7 +58,7 @@ class Picker {
     bool on_string(std::string_view end, std::size_t /*size*/, error_code& error) {
         bool kept = true;
         if (auto* array = currentArray()) {
-            array->add(joined(end));
+            array->texts.add(joined(end));
         } else {
             kept = keep([&] { return std::string(joined(end)); }, error);
         }
@@ -79,7 +66,6 @@ class Picker {
         return kept;
     }
 
-    static bool on_number_part(std::string_view /*part*/, error_code& /*error*/) { return true; }
     bool on_int64(std::int64_t value, std::string_view /*end*/, error_code& error) {
         return keep([=] { return value; }, error);
     }
@@ -95,16 +81,7 @@ class Picker {
     }
     bool on_null(error_code& error) { return keepOther(error); }
 
-    // Never called: comments are not allowed.
-    static bool on_comment_part(std::string_view /*part*/, error_code& /*error*/) { return false; }
-    static bool on_comment(std::string_view /*end*/, error_code& /*error*/) { return false; }
-
   private:
-    static bool refuse(error_code& error) {
-        error = boost::json::error::syntax;
-        return false;
-    }
-
     [[nodiscard]] bool isUnset(std::size_t node) const {
         return std::holds_alternative<std::monostate>(members_.nodes_[node].value);
     }
@@ -161,17 +138,6 @@ class Picker {
     std::optional<std::size_t> awaiting_;  ///< the node that the next value belongs to
     std::string parts_;                    ///< of a key or text that has not ended yet
 };
-
-void Members::Array::add(std::string_view text) {
-    if (expected == nullptr) {
-        texts.add(text);
-        return;
-    }
-    const bool equal = equalTexts == comparedTexts && equalTexts < expected->size() &&
-                       (*expected)[equalTexts] == text;
-    equalTexts += equal ? 1 : 0;
-    ++comparedTexts;
-}
 
 std::optional<std::size_t> Members::childOf(std::size_t parent, std::string_view key) const {
     for (std::size_t i = 1; i < nodes_.size(); ++i) {
@@ -240,26 +206,15 @@ std::optional<TextList> Members::takeStrings(std::string_view path) {
                                                  : std::optional(std::move(value->texts));
 }
 
-bool Members::isAsExpected() const {
-    const auto* array = std::get_if<Array>(&nodes_[expectedNode_].value);
-    return array != nullptr && array->onlyTexts && array->equalTexts == array->comparedTexts &&
-           array->equalTexts == array->expected->size();
-}
-
 bool Members::isObject(std::string_view path) const {
     return valueAt<Object>(path) != nullptr;
 }
 
 std::optional<Members> readObject(std::string_view text,
-                                  std::initializer_list<std::string_view> paths,
-                                  const std::optional<Expected>& expected) {
+                                  std::initializer_list<std::string_view> paths) {
     Members members;
     for (const std::string_view path : paths) {
         members.want(path);
-    }
-    if (expected) {
-        members.expectedNode_ = members.want(expected->path);
-        members.expectedTexts_ = &expected->texts;
     }
     boost::json::parse_options options;
     options.max_depth = depthLimit;

@@ -420,6 +420,16 @@ TEST_F(DeviceIdentityTest, AFileThatIsNoneGivesNothing) {
     EXPECT_EQ(resolve(), std::nullopt) << "a dangling link";
 }
 
+TEST_F(DeviceIdentityTest, AFileOfMoreThanOneMebibyteGivesNothing) {
+    server.on(agentConfigPath, {answer(200, goodAnswer)});
+    identify(server.url());
+    const std::string content = readFile(file());
+    writeFile(file(), content + std::string(1'048'577 - content.size(), ' '));
+    EXPECT_EQ(resolve(), std::nullopt);
+    fs::resize_file(file(), 1'048'576);
+    EXPECT_TRUE(resolve());
+}
+
 TEST_F(DeviceIdentityTest, AnUnreadableFileGivesNothing) {
     identify("http://127.0.0.1:1");
     fs::permissions(root(), fs::perms(0755));

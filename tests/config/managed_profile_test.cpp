@@ -54,6 +54,13 @@ TEST_F(ManagedProfileTest, ValuesAreTakenAsTheyStand) {
               managed("no url", "\u00fc/"));
 }
 
+TEST_F(ManagedProfileTest, AFileOfOneMebibyteIsReadOneByteMoreIsNot) {
+    const std::string start = R"({"api_url":"https://h","api_key":"k"})";
+    const std::string content = start + std::string(1'048'576 - start.size(), ' ');
+    EXPECT_EQ(profileFrom(content), managed("https://h", "k"));
+    EXPECT_EQ(profileFrom(content + " "), std::nullopt);
+}
+
 TEST_F(ManagedProfileTest, AnEscapedNulStaysInTheValue) {
     EXPECT_EQ(profileFrom(R"({"api_url":"https://h\u0000x","api_key":"k\u0000"})"),
               managed("https://h\0x"s, "k\0"s));

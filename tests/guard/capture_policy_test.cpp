@@ -138,6 +138,11 @@ TEST(CaptureDerivationTest, OfRepeatedKeysTheFirstCounts) {
 
 // What the capture file says.
 
+bool saysTheSame(std::string_view existing, const CapturePolicy& wanted) {
+    const auto comparison = guard::comparisonWith(wanted);
+    return comparison->add(existing) && comparison->isSame();
+}
+
 TEST(CaptureComparisonTest, AFileThatSaysTheSame) {
     struct {
         const char* existing;
@@ -155,7 +160,7 @@ TEST(CaptureComparisonTest, AFileThatSaysTheSame) {
     };
     for (const auto& [existing, wanted] : examples) {
         SCOPED_TRACE(existing);
-        EXPECT_TRUE(guard::saysTheSame(existing, wanted));
+        EXPECT_TRUE(saysTheSame(existing, wanted));
     }
 }
 
@@ -195,7 +200,7 @@ TEST(CaptureComparisonTest, AFileThatDiffers) {
     };
     for (const auto& [existing, wanted] : examples) {
         SCOPED_TRACE(existing);
-        EXPECT_FALSE(guard::saysTheSame(existing, wanted));
+        EXPECT_FALSE(saysTheSame(existing, wanted));
     }
 }
 
@@ -220,7 +225,7 @@ TEST(CaptureTextTest, WhatIsWrittenSaysTheSame) {
                                       {true, {"", "*.x/y", "\u00fc\0z"s}, false},
                                       {false, {"a"}, true}};
     for (const CapturePolicy& policy : policies) {
-        EXPECT_TRUE(guard::saysTheSame(guard::captureFileText(policy), policy));
+        EXPECT_TRUE(saysTheSame(guard::captureFileText(policy), policy));
     }
 }
 
@@ -319,6 +324,29 @@ TEST_F(CaptureFileTest, AFileThatSaysTheSameInOtherWordsStays) {
     EXPECT_EQ(readFile(captureFile()), existing);
     EXPECT_EQ(versionOf(captureFile()), before) << "its mode included";
     EXPECT_EQ(log.raw(), "");
+}
+
+TEST_F(CaptureFileTest, ALargeFileThatSaysTheSameStays) {
+    std::string hosts = R"("a")";
+    for (int i = 0; i < 100'000; ++i) {
+        hosts += R"(,"host-)" + std::to_string(i) + R"(.example.com")";
+    }
+    writeFile(captureFile(), R"({"intercept_hosts":[)" + hosts + R"(],"enabled":true})");
+    const FileVersion before = versionOf(captureFile());
+    applyPolicy(R"({"config":{"capture":{"enabled":true,"hosts":[)" + hosts + "]}}}");
+    EXPECT_EQ(versionOf(captureFile()), before);
+    applyPolicy(R"({"config":{"capture":{"enabled":true,"hosts":[)" + hosts + R"(,"b"]}}})");
+    EXPECT_NE(versionOf(captureFile()), before);
+}
+
+/// A file that its owner, who may be another account, has paid nothing for.
+TEST_F(CaptureFileTest, AHugeSparseFileIsReplaced) {
+    for (const std::uintmax_t size : {std::uintmax_t{255} << 20, std::uintmax_t{1} << 40}) {
+        writeFile(captureFile(), captureA);
+        fs::resize_file(captureFile(), size);
+        applyPolicy(policyA);
+        EXPECT_EQ(readFile(captureFile()), captureA);
+    }
 }
 
 TEST_F(CaptureFileTest, AFileThatSaysSomethingElseIsReplaced) {

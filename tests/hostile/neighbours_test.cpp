@@ -9,6 +9,7 @@
 #include "support/virtual_clock.h"
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -525,6 +526,41 @@ TEST_F(StickySetupDirectoryTest, AForeignEnrollmentIsBelieved) {
     takeTurn(1, Source::config, true);
     EXPECT_THAT(logLines(), Contains("default Using profile [managed] api=http://127.0.0.1:1"));
 }
+
+/// Files that have hundreds of MiB and no blocks: they cost their owner nothing.
+class SparseSetupFileTest : public StickySetupDirectoryTest,
+                            public testing::WithParamInterface<const char*> {
+  protected:
+    /// The most that any turn of this test has taken so far.
+    static long peakKiB() {
+        rusage usage{};
+        (void)::getrusage(RUSAGE_CHILDREN, &usage);
+        return usage.ru_maxrss;
+    }
+};
+
+TEST_P(SparseSetupFileTest, OfAnotherAccountTakesNoMemory) {
+    takeTurn(1, Source::config, true);
+    const long usual = peakKiB();
+    fs::remove(captureFile());
+    log.clear();
+    const fs::path file = setup() / GetParam();
+    writeFile(file, "");
+    fs::resize_file(file, std::uintmax_t{99} << 20U);  // below the limit for what the daemon stores
+    takeTurn(2, Source::config, true);
+    EXPECT_LT(peakKiB(), usual + 4096);
+    EXPECT_THAT(logLines(), Contains("default policy updated (" +
+                                     std::to_string(policyOf(2).size()) + " bytes)"));
+}
+
+INSTANTIATE_TEST_SUITE_P(, SparseSetupFileTest,
+                         testing::Values("enroll-config.json", "device-identity.json",
+                                         "capture-policy.json"),
+                         [](const auto& name) {
+                             std::string letters = name.param;
+                             std::erase_if(letters, [](char c) { return c < 'a' || c > 'z'; });
+                             return letters;
+                         });
 
 // --- Modes
 

@@ -494,50 +494,6 @@ TEST(JsonMembersTest, NothingAskedForIsFineToo) {
     EXPECT_EQ(members->string("a"), std::nullopt);
 }
 
-// --- Comparing
-
-TEST(JsonExpectedTest, AnArrayIsAsExpectedTextByText) {
-    const TextList expected{"p", "", "q"};
-    const struct {
-        const char* text;
-        bool isAsExpected;
-    } table[] = {
-        {R"({"a":["p","","q"]})", true},
-        {R"({"a":["\u0070","","q"]})", true},
-        {R"({"a":["p","","q"],"a":["x"]})", true},
-        {R"({"a":["p","","q","q"]})", false},
-        {R"({"a":["p",""]})", false},
-        {R"({"a":["p","q",""]})", false},
-        {R"({"a":["x","p","","q"]})", false},
-        {R"({"a":["p","x","","q"]})", false},
-        {R"({"a":["p","","q",1]})", false},
-        {R"({"a":["p",[],"","q"]})", false},
-        {R"({"a":[]})", false},
-        {R"({"a":"p"})", false},
-        {R"({"a":{"a":["p","","q"]}})", false},
-        {R"({"a":["x"],"a":["p","","q"]})", false},
-        {"{}", false},
-    };
-    for (const auto& row : table) {
-        const auto members = json::readObject(row.text, {}, json::Expected{"a", expected});
-        ASSERT_TRUE(members) << row.text;
-        EXPECT_EQ(members->isAsExpected(), row.isAsExpected) << row.text;
-    }
-}
-
-TEST(JsonExpectedTest, NothingIsExpectedOfAnEmptyArrayButToBeThere) {
-    const TextList none;
-    for (const std::string text : {R"({"a":[]})", "{}", R"({"a":["x"]})"}) {
-        const auto members = json::readObject(text, {}, json::Expected{"a", none});
-        ASSERT_TRUE(members) << text;
-        EXPECT_EQ(members->isAsExpected(), text == R"({"a":[]})") << text;
-    }
-}
-
-TEST(JsonExpectedTest, WithoutAnExpectationNothingIsAsExpected) {
-    EXPECT_FALSE(json::readObject("{}", {})->isAsExpected());
-}
-
 // --- Writing
 
 std::string written(std::string_view value) {
