@@ -42,6 +42,7 @@ std::vector<char*> pointersTo(std::vector<std::string>& strings) {
         variables.push_back(name + "=" + value);
     }
     std::vector<std::string> command = commandFor(setup.program);
+    command.insert(command.end(), setup.arguments.begin(), setup.arguments.end());
     const std::vector<char*> environment = pointersTo(variables);
     const std::vector<char*> arguments = pointersTo(command);
     if (log >= 0 && ::dup2(log, STDERR_FILENO) >= 0 && setup.prepare()) {

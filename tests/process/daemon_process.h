@@ -22,6 +22,7 @@ struct DaemonSetup {
     std::filesystem::path logFile;                   ///< where standard error goes
     /// Runs in the child before the program does; false ends the child.
     std::function<bool()> prepare = [] { return true; };
+    std::vector<std::string> arguments = {};  ///< after the program's name
 };
 
 /// Runs from construction until it is killed, at the latest in the destructor.
