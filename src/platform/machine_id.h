@@ -6,8 +6,9 @@
 
 namespace orvane {
 
-/// The machine's own stable id in the form of a UUID, lower case as the system keeps it; absent
-/// where the system has none or its file is not what it should be. Read anew on every call.
+/// An id that this program alone has for this machine, as a UUID in lower case: derived from the
+/// machine's own stable id, which cannot be found from it. Absent where the system has none or its
+/// file is not what it should be. Read anew on every call.
 std::optional<std::string> machineId();
 
 }  // namespace orvane

@@ -16,7 +16,7 @@ using ::testing::Optional;
 
 using namespace std::string_literals;
 
-constexpr const char* machineIdAsUuid = "01234567-89ab-cdef-0123-456789abcdef";
+constexpr const char* machineIdAsUuid = "dba612b0-5219-46fb-a8d7-076ba628c63b";
 
 TEST_F(HardwareUuidTest, WithoutTheToolTheMachineIdStandsIn) {
     writeMachineId(machineIdText);

@@ -1,3 +1,4 @@
+#include "platform/child_process.h"
 #include "platform/machine_id.h"
 #include "platform/paths.h"
 #include "support/rooted_paths.h"
@@ -17,7 +18,9 @@ namespace {
 using ::testing::Optional;
 
 constexpr const char* digits = "0123456789abcdef0123456789abcdef";
-constexpr const char* uuid = "01234567-89ab-cdef-0123-456789abcdef";
+/// What `systemd-id128 machine-id --uuid --app-specific=bc95cd8ed88e4cf19c75727418b63a56` prints on
+/// a machine with this id.
+constexpr const char* uuid = "dba612b0-5219-46fb-a8d7-076ba628c63b";
 
 class MachineIdTest : public ::testing::Test {
   protected:
@@ -29,7 +32,7 @@ class MachineIdTest : public ::testing::Test {
     TempDirectory root_;
 };
 
-TEST_F(MachineIdTest, TheDigitsAreFormattedAsAUuid) {
+TEST_F(MachineIdTest, TheMachinesOwnIdBecomesOneForThisProgram) {
     keep(std::string(digits) + "\n");
     EXPECT_THAT(machineId(), Optional(std::string(uuid)));
 }
@@ -55,7 +58,19 @@ TEST_F(MachineIdTest, TheFileIsReadAnewOnEveryCall) {
     keep(digits);
     EXPECT_THAT(machineId(), Optional(std::string(uuid)));
     keep("ffffffffffffffffffffffffffffffff\n");
-    EXPECT_THAT(machineId(), Optional(std::string("ffffffff-ffff-ffff-ffff-ffffffffffff")));
+    EXPECT_THAT(machineId(), Optional(std::string("ffbd0f4a-9e5f-4983-bfdb-b2935e40164b")));
+}
+
+/// The service manager's own tool is asked for the id of this machine.
+TEST_F(MachineIdTest, ItIsTheOneThatTheServiceManagerDerives) {
+    const auto expected =
+        outputOf("/usr/bin/systemd-id128",
+                 {"machine-id", "--uuid", "--app-specific=bc95cd8ed88e4cf19c75727418b63a56"});
+    if (!expected || expected->empty()) {
+        GTEST_SKIP() << "takes systemd-id128 and a machine with an id";
+    }
+    keep(readFile("/etc/machine-id"));
+    EXPECT_EQ(machineId().value_or("none") + "\n", *expected);
 }
 
 TEST_F(MachineIdTest, AnythingButThirtyTwoLowerCaseDigitsGivesNone) {
@@ -73,7 +88,7 @@ TEST_F(MachineIdTest, AnythingButThirtyTwoLowerCaseDigitsGivesNone) {
         {"before a", "0123456789abcdef0123456789abcde`\n"},
         {"before 0", "0123456789abcdef0123456789abcde/\n"},
         {"behind 9", "0123456789abcdef0123456789abcde:\n"},
-        {"already a UUID", std::string(uuid) + "\n"},
+        {"already a UUID", "01234567-89ab-cdef-0123-456789abcdef\n"},
         {"carriage return", std::string(digits) + "\r\n"},
         {"leading blank", " " + std::string(digits) + "\n"},
         {"two lines", std::string(digits) + "\n" + digits + "\n"},

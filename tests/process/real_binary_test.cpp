@@ -145,7 +145,7 @@ TEST_F(RealBinaryTest, WithoutTheRegistryToolTheMachineIdIsSent) {
     const DaemonProcess process(daemon());
     ASSERT_TRUE(server.waitForRequests(3));
     EXPECT_EQ(server.requestsTo(effectivePath).at(0).target,
-              std::string(effectivePath) + "?hardware_uuid=01234567-89ab-cdef-0123-456789abcdef");
+              std::string(effectivePath) + "?hardware_uuid=dba612b0-5219-46fb-a8d7-076ba628c63b");
 }
 
 TEST_F(RealBinaryTest, TheConfigFileIsReadFromTheAccountsHome) {
