@@ -5,6 +5,7 @@
 #include "daemon/policy_runner.h"
 #include "platform/environment.h"
 #include "platform/heap.h"
+#include "platform/private_memory.h"
 
 #include <cstdlib>
 #include <exception>
@@ -18,34 +19,44 @@ namespace {
 std::unique_ptr<const Logger> logger;
 std::unique_ptr<PolicyRunner> runner;
 
-/// A fresh process is the remedy, whatever ended the loop and on whatever thread.
-[[noreturn]] void endProcess() {
+void logException() {
     try {
         if (logger != nullptr) {
-            logger->error("OrvanePolicyDaemon main loop returned — exiting for launchd respawn");
+            logger->error("OrvanePolicyDaemon cannot go on — exiting for launchd respawn");
         }
-    } catch (...) {  // NOLINT(bugprone-empty-catch): there is no memory for words
+    } catch (...) {  // NOLINT(bugprone-empty-catch): there is no memory for a message
     }
+}
+
+/// A fresh process is the remedy, whatever was thrown and on whatever thread.
+[[noreturn]] void endAfterException() {
+    logException();
     std::_Exit(EXIT_FAILURE);
 }
 
 }  // namespace
 
 void runProcess() noexcept {
-    std::set_terminate(endProcess);
+    std::set_terminate(endAfterException);
     keepHeapSmall();
+    keepMemoryPrivate();
     occupyStandardDescriptors();
-    ignoreBrokenPipes();
+    ignoreWriteSignals();
+    // The HTTP library would write the keys of all TLS connections to that file.
+    unsetVariable("SSLKEYLOGFILE");
     try {
         removeLeftovers();
         logger = std::make_unique<const Logger>(daemonLogger());
         logger->log("OrvanePolicyDaemon starting (pid=%{public}d)", processId());
         runner = std::make_unique<PolicyRunner>();
         runner->run();
-    } catch (...) {  // NOLINT(bugprone-empty-catch): the end is the same
-        // Not left to `noexcept`: GCC 16.2 hands on a bad address there, which ends it by a signal.
+        logger->error("OrvanePolicyDaemon main loop returned — exiting for launchd respawn");
+    } catch (...) {
+        // Not left to `noexcept`: GCC 16.2 passes on a bad address there, which ends the process by
+        // a signal.
+        logException();
     }
-    endProcess();
+    std::_Exit(EXIT_FAILURE);
 }
 
 }  // namespace orvane

@@ -55,10 +55,11 @@ class SpawnSettings {
         (void)posix_spawnattr_init(&attributes_);
         (void)posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF);
         (void)posix_spawnattr_setpgroup(&attributes_, 0);
-        // The daemon ignores SIGPIPE, and that would be inherited.
+        // The daemon ignores these (environment.h), and that would be inherited.
         sigset_t defaults;
         (void)sigemptyset(&defaults);
         (void)sigaddset(&defaults, SIGPIPE);
+        (void)sigaddset(&defaults, SIGXFSZ);
         (void)posix_spawnattr_setsigdefault(&attributes_, &defaults);
     }
     SpawnSettings(const SpawnSettings&) = delete;

@@ -27,8 +27,13 @@ std::size_t terminalWidth() {
     return size.ws_col == 0 ? usual : size.ws_col;
 }
 
-void ignoreBrokenPipes() {
+void unsetVariable(const char* name) {
+    (void)::unsetenv(name);
+}
+
+void ignoreWriteSignals() {
     (void)std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGXFSZ, SIG_IGN);
 }
 
 void occupyStandardDescriptors() {

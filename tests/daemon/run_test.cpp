@@ -177,7 +177,7 @@ TEST_F(RunTest, ABadBaseDoesNotStopTheLoop) {
                     "error Bad apiUrl in config: https://h x", "error Unexpected HTTP 500"));
 }
 
-TEST_F(RunTest, WhenTheLoopEndsTheProcessSaysSoAndExitsWithOne) {
+TEST_F(RunTest, WhenAnExceptionEndsTheLoopTheProcessSaysSoAndExitsWithOne) {
     const pid_t child = ::fork();
     if (child == 0) {
         virtual_clock::onSleep([](double) { throw virtual_clock::EndOfLoop(); });
@@ -191,7 +191,7 @@ TEST_F(RunTest, WhenTheLoopEndsTheProcessSaysSoAndExitsWithOne) {
         logLines(),
         ElementsAre("default OrvanePolicyDaemon starting (pid=" + std::to_string(child) + ")",
                     resolving, noProfile,
-                    "error OrvanePolicyDaemon main loop returned — exiting for launchd respawn"));
+                    "error OrvanePolicyDaemon cannot go on — exiting for launchd respawn"));
 }
 
 }  // namespace

@@ -118,13 +118,15 @@ TEST_F(ChildProcessTest, TheToolHasAProcessGroupOfItsOwn) {
                 Optional(std::string("its own\n")));
 }
 
-TEST_F(ChildProcessTest, ABrokenPipeEndsTheToolThoughTheParentIgnoresIt) {
-    const auto output = inChild([] {
-        ignoreBrokenPipes();
-        return outputOf("/bin/sh", {"-c", "echo before; kill -PIPE $$; echo after"})
-            .value_or("none");
-    });
-    EXPECT_EQ(output, "before\n");
+TEST_F(ChildProcessTest, WhatTheParentIgnoresEndsTheTool) {
+    for (const std::string signal : {"PIPE", "XFSZ"}) {
+        const auto output = inChild([&] {
+            ignoreWriteSignals();
+            return outputOf("/bin/sh", {"-c", "echo before; kill -" + signal + " $$; echo after"})
+                .value_or("none");
+        });
+        EXPECT_EQ(output, "before\n") << signal;
+    }
 }
 
 TEST_F(ChildProcessTest, TheToolGetsNoOtherDescriptor) {

@@ -1,5 +1,6 @@
 #include "platform/environment.h"
 
+#include "platform/child_process.h"
 #include "platform/system_calls.h"
 #include "support/in_child.h"
 #include "support/test_files.h"
@@ -8,6 +9,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -79,10 +81,31 @@ std::string writeToBrokenPipe() {
 TEST(EnvironmentTest, AWriteToABrokenPipeBecomesAnError) {
     EXPECT_EQ(inChild([] {
                   (void)std::signal(SIGPIPE, SIG_DFL);
-                  ignoreBrokenPipes();
+                  ignoreWriteSignals();
                   return writeToBrokenPipe();
               }),
               "error");
+}
+
+TEST(EnvironmentTest, AWriteBeyondTheLimitForFilesBecomesAnError) {
+    const TempDirectory directory;
+    EXPECT_EQ(inChild([&] {
+                  (void)std::signal(SIGXFSZ, SIG_DFL);
+                  const rlimit none{0, 0};
+                  ::setrlimit(RLIMIT_FSIZE, &none);
+                  ignoreWriteSignals();
+                  const int file =
+                      ::open((directory.path() / "f").c_str(), O_WRONLY | O_CREAT, 0600);
+                  return ::write(file, "x", 1) < 0 && errno == EFBIG ? "error" : "written";
+              }),
+              "error");
+}
+
+TEST(EnvironmentTest, AVariableThatIsUnsetIsGoneForChildrenToo) {
+    ::setenv("ORVANE_TEST_VARIABLE", "value", 1);
+    unsetVariable("ORVANE_TEST_VARIABLE");
+    EXPECT_EQ(environmentValue("ORVANE_TEST_VARIABLE"), "");
+    EXPECT_EQ(outputOf("/bin/sh", {"-c", "echo ${ORVANE_TEST_VARIABLE-unset}"}), "unset\n");
 }
 
 bool isNullDevice(int descriptor) {

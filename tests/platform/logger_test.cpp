@@ -167,7 +167,7 @@ TEST_F(LoggerTest, AClosedStandardErrorLosesTheMessageOnly) {
 
 TEST_F(LoggerTest, ABrokenPipeLosesTheMessageOnly) {
     EXPECT_EQ(inChild([] {
-                  ignoreBrokenPipes();
+                  ignoreWriteSignals();
                   std::array<int, 2> ends{};
                   if (::pipe(ends.data()) != 0) {
                       return "no pipe";

@@ -2,11 +2,14 @@
 #include "platform/semaphore.h"
 #include "process/private_root_test.h"
 #include "support/daemon_test.h"
+#include "support/in_child.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <grp.h>
 #include <netinet/in.h>
 #include <nlohmann/json.hpp>
 #include <sys/socket.h>
@@ -16,6 +19,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <string>
 #include <thread>
@@ -146,6 +150,28 @@ TEST_F(RealBinaryTest, WithoutTheRegistryToolTheMachineIdIsSent) {
     ASSERT_TRUE(server.waitForRequests(3));
     EXPECT_EQ(server.requestsTo(effectivePath).at(0).target,
               std::string(effectivePath) + "?hardware_uuid=dba612b0-5219-46fb-a8d7-076ba628c63b");
+}
+
+TEST_F(RealBinaryTest, ItsMemoryAndEnvironmentAreClosedToItsOwnAccount) {
+    constexpr uid_t nobody = 65534;
+    ScriptedServer server;
+    server.on(pollPath, {staySilent()});
+    enrol(server.url());
+    std::filesystem::permissions(root.path(), std::filesystem::perms(0755));
+    DaemonSetup setup = daemon();
+    setup.prepare = [enter = setup.prepare] {
+        return enter() && ::setgroups(0, nullptr) == 0 && ::setgid(nobody) == 0 &&
+               ::setuid(nobody) == 0;
+    };
+    const DaemonProcess process(setup);
+    ASSERT_TRUE(server.waitForRequests(1));
+    const std::filesystem::path proc = "/proc/" + std::to_string(process.pid());
+    EXPECT_TRUE(asOrdinaryUser([&] { return ::access((proc / "status").c_str(), R_OK) == 0; }));
+    for (const char* name : {"mem", "environ", "maps", "fd"}) {
+        EXPECT_TRUE(asOrdinaryUser([&] {
+            return ::open((proc / name).c_str(), O_RDONLY | O_CLOEXEC) < 0 && errno == EACCES;
+        })) << name;
+    }
 }
 
 TEST_F(RealBinaryTest, TheConfigFileIsReadFromTheAccountsHome) {

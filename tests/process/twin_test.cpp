@@ -3,16 +3,25 @@
 #include "process/daemon_process.h"
 #include "support/daemon_test.h"
 #include "support/scripted_server.h"
+#include "support/test_ca.h"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
 
 namespace orvane::test {
 namespace {
 
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -71,15 +80,128 @@ TEST_F(TwinTest, KilledInAHoldItGoesOnWhereItWasAfterARestart) {
     EXPECT_EQ(server.requestsTo(pollPath).at(2).header("If-None-Match"), "\"v1\"");
 }
 
-TEST_F(TwinTest, KilledWhileItMadeTheLogAnewItLeavesNothingBesideItAfterARestart) {
+TEST_F(TwinTest, WhatAKilledProcessLeftIsGoneAfterARestart) {
     writeFile(activityFile(), "{}\n");
     writeFile(activityFile().parent_path() / leftoverNameOf(activityFile().filename()), "{\"byt");
+    writeFile(orvane() / leftoverNameOf("policy.json.tmp"), "{");
+    writeFile(setup() / leftoverNameOf("capture-policy.json"), "{");
     enrol(server.url());
     server.on(pollPath, {answer(304), staySilent()});
     const DaemonProcess daemon(twin());
     ASSERT_TRUE(server.waitForRequests(2));
     EXPECT_THAT(namesIn(activityFile().parent_path()), ElementsAre(activityFile().filename()));
+    EXPECT_THAT(namesIn(orvane()), ElementsAre("logs"));
+    EXPECT_THAT(namesIn(setup()), ElementsAre("enroll-config.json"));
     EXPECT_THAT(readFile(activityFile()), StartsWith("{}\n{"));
+}
+
+/// Two daemons of one account, on one home and one setup directory, with a server that has a new
+/// policy for each poll.
+TEST_F(TwinTest, TwoAtOnceDoNotFailEachOtherAndShowWholeFilesOnly) {
+    constexpr int turns = 60;
+    const std::string hosts(2'000'000, 'h');
+    const auto policyOf = [&](int number) {
+        return R"({"etag":"v)" + std::to_string(1000 + number) +
+               R"(","config":{"capture":{"enabled":true,"hosts":[")" +
+               std::to_string(1000 + number) + hosts + R"("]}}})";
+    };
+    std::vector<Step> answers;
+    for (int i = 0; i < turns; ++i) {
+        answers.push_back(answer(200, policyOf(i)));
+    }
+    server.on(pollPath, answers);
+    server.always(pollPath, staySilent());
+    server.always(effectivePath, answer(404));
+    enrol(server.url());
+    DaemonSetup second = twin();
+    second.logFile = root() / "stderr2";
+    const DaemonProcess one(twin());
+    const DaemonProcess other(second);
+    const auto sizeOf = [](const std::filesystem::path& path) {
+        std::error_code error;
+        const auto size = std::filesystem::file_size(path, error);
+        return error ? 0 : size;
+    };
+    std::set<std::uintmax_t> policySizes;
+    std::set<std::uintmax_t> captureSizes;
+    // Without a pause: a part of a file is not there for long.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (server.requestsTo(pollPath).size() < turns + 2 &&
+           std::chrono::steady_clock::now() < deadline) {
+        for (int i = 0; i < 100; ++i) {
+            policySizes.insert(sizeOf(orvane() / "policy.json"));
+            captureSizes.insert(sizeOf(captureFile()));
+        }
+    }
+    EXPECT_EQ(server.requestsTo(pollPath).size(), turns + 2U);
+    policySizes.erase(0);
+    captureSizes.erase(0);
+    EXPECT_THAT(policySizes, ElementsAre(policyOf(0).size()));
+    EXPECT_THAT(captureSizes, ElementsAre(::testing::Gt(hosts.size())));
+    for (const DaemonProcess* process : {&one, &other}) {
+        EXPECT_THAT(process->logLines(), ::testing::Each(Not(StartsWith("error"))));
+    }
+    EXPECT_THAT(namesIn(orvane()), ElementsAre("logs", "policy-etag.json", "policy.json"));
+    EXPECT_THAT(namesIn(setup()), ElementsAre("capture-policy.json", "enroll-config.json"));
+}
+
+TEST_F(TwinTest, AnswersAreForTheOnlyArgumentAndStartNothing) {
+    enrol(server.url());
+    for (const std::string argument : {"--version", "--help"}) {
+        DaemonSetup setup = twin();
+        setup.arguments = {argument};
+        setup.prepare = [] {
+            const int out = ::open((root() / "stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            return ::dup2(out, STDOUT_FILENO) >= 0;
+        };
+        DaemonProcess process(setup);
+        ASSERT_TRUE(waitUntil([&] { return !process.isRunning(); }));
+        EXPECT_EQ(process.end(0), 0) << argument;
+        EXPECT_THAT(readFile(root() / "stdout"), HasSubstr("OrvanePolicyDaemon"));
+        EXPECT_EQ(readFile(root() / "stderr"), "");
+    }
+    EXPECT_THAT(namesIn(root() / "home"), IsEmpty());
+    EXPECT_TRUE(server.requests().empty());
+}
+
+TEST_F(TwinTest, OtherArgumentsAreIgnored) {
+    enrol(server.url());
+    server.on(pollPath, {staySilent()});
+    DaemonSetup setup = twin();
+    setup.arguments = {"--version", "--verbose"};
+    const DaemonProcess process(setup);
+    EXPECT_TRUE(server.waitForRequests(1));
+}
+
+TEST_F(TwinTest, ALimitForTheSizeOfFilesIsAnErrorThatIsLogged) {
+    enrol(server.url());
+    server.on(pollPath,
+              {answer(200, R"({"x":")" + std::string(100'000, 'x') + R"("})"), staySilent()});
+    server.on(effectivePath, {answer(404)});
+    DaemonSetup setup = twin();
+    setup.prepare = [] {
+        const rlimit limit{50'000, 50'000};
+        return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
+    };
+    DaemonProcess process(setup);
+    ASSERT_TRUE(server.waitForRequests(3));
+    EXPECT_TRUE(process.isRunning());
+    EXPECT_THAT(process.logLines(),
+                Contains("error atomic write to " + (orvane() / "policy.json").string() +
+                         " failed: File too large"));
+}
+
+TEST_F(TwinTest, TheKeysOfConnectionsAreWrittenNowhere) {
+    const TestCa ca;
+    ca.trustIn(root() / "etc/ssl/certs");
+    ScriptedServer secure(ca.issueForLoopback());
+    secure.on(pollPath, {staySilent()});
+    enrol(secure.url());
+    DaemonSetup setup = twin();
+    setup.environment["SSLKEYLOGFILE"] = root() / "keys";
+    const DaemonProcess process(setup);
+    ASSERT_TRUE(secure.waitForRequests(1));
+    EXPECT_FALSE(std::filesystem::exists(root() / "keys"));
 }
 
 TEST_F(TwinTest, TheRegistryToolLeavesNoZombie) {
