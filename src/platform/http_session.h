@@ -79,7 +79,8 @@ class HttpSession {
     /// The longest value of a request header. Libraries have limits of their own, beyond which they
     /// leave the header out, send nothing, or say that memory is short.
     static constexpr std::size_t headerValueLimit = 65'536;
-    /// How long one read may take.
+    /// How long one call of the library may keep the session's thread before `endFlood` cuts the
+    /// connections, and how much later than the limits a completion may be called.
     static constexpr std::chrono::seconds grace{5};
 
     explicit HttpSession(HttpLimits limits);
@@ -89,8 +90,8 @@ class HttpSession {
     ~HttpSession();
 
     /// Starts `request`, returns at once. `completion` is called exactly once, on the session's
-    /// thread, and must neither block nor throw; only when the thread cannot be started is it
-    /// called right here.
+    /// thread, and should return soon, for the session does nothing else meanwhile; an exception
+    /// from it ends the process. Only when the thread cannot be started is it called right here.
     ///
     /// A request that must not go on the wire completes with an error: a URL that is not http(s)
     /// with a host ("unsupported URL"), a header value with a control character or longer than

@@ -16,8 +16,9 @@ namespace orvane {
 enum class LogLevel { standard, debug, error };
 
 /// Writes messages under one subsystem and category. Copies are cheap and share the destination.
-/// Every operation may be called from any thread, writes one message, blocks no longer than one
-/// write, and never fails outward: a log that cannot be written is no reason to stop guarding.
+/// Every operation may be called from any thread, writes one message and blocks until all of it is
+/// written. A log that cannot be written is no reason to stop guarding: what goes wrong is not
+/// reported. Only memory may run out, which throws std::bad_alloc.
 class Logger {
   public:
     Logger(std::string subsystem, std::string category);

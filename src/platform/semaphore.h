@@ -25,10 +25,11 @@ class Semaphore {
     /// Blocks until the count is positive, then takes one.
     void wait();
 
-    /// As `wait`, until `deadline` at the latest; false when that has passed.
+    /// As `wait`, until `deadline` on the clock of clock.h at the latest; false when that has
+    /// passed.
     bool waitUntil(clock::TimePoint deadline);
 
-    /// As `wait`, for at most `limit` on the monotonic clock; false when it ran out.
+    /// As `wait`, for at most `limit` in real time, whatever clock.h says; false when it ran out.
     bool waitFor(std::chrono::milliseconds limit);
 
   private:

@@ -11,7 +11,8 @@
 namespace orvane {
 
 /// Texts in order, held in one piece of memory: hundreds of thousands of them take little more than
-/// their bytes. Up to 4 GiB in all.
+/// their bytes. REQUIRES: less than 4 GiB in all; nothing checks it, since all that is read is
+/// smaller.
 class TextList {
   public:
     TextList() = default;
