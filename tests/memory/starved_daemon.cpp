@@ -7,12 +7,16 @@
 #include "memory/starved_daemon.h"
 
 #include "daemon/process_entry.h"
+#include "platform/clock.h"
+#include "platform/continuous_time.h"
 
 #include <sys/resource.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdlib>
@@ -99,15 +103,32 @@ int posix_memalign(void** block, std::size_t alignment, std::size_t size) {
     return *block != nullptr ? 0 : ENOMEM;
 }
 
-int nanosleep(const timespec* /*wanted*/, timespec* /*left*/) {
+}  // extern "C"
+
+// The machine's clock, whose second sleep is the end.
+namespace orvane::clock {
+
+TimePoint monotonicNow() {
+    return TimePoint(continuousTime());
+}
+
+std::chrono::nanoseconds sinceEpoch() {
+    return std::chrono::system_clock::now().time_since_epoch();
+}
+
+void sleep(double /*seconds*/) {
     static bool isFirst = true;
     if (!std::exchange(isFirst, false) || (struck && goesOn)) {
         std::_Exit(struck ? orvane::test::wentOn : orvane::test::untouched);
     }
-    return 0;
 }
 
-}  // extern "C"
+std::chrono::milliseconds blockLimit(TimePoint deadline) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - monotonicNow());
+    return std::max(left, std::chrono::milliseconds::zero());
+}
+
+}  // namespace orvane::clock
 
 int main() {
     watchStack();
