@@ -26,7 +26,7 @@ struct ExpectedMember {
 class Comparison {
   public:
     /// Keys and lists are not copied.
-    explicit Comparison(std::vector<ExpectedMember> expected);
+    explicit Comparison(const std::vector<ExpectedMember>& expected);
     Comparison(const Comparison&) = delete;
     Comparison& operator=(const Comparison&) = delete;
     ~Comparison();

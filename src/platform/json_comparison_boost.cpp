@@ -15,8 +15,8 @@ namespace {
 /// Follows the parser's events. Every handler stops the parser at the first difference.
 class Comparer : public ParserEvents {
   public:
-    explicit Comparer(std::vector<ExpectedMember> expected) {
-        for (ExpectedMember& member : expected) {
+    explicit Comparer(const std::vector<ExpectedMember>& expected) {
+        for (const ExpectedMember& member : expected) {
             longestKey_ = std::max(longestKey_, member.key.size());
             members_.push_back({member, false});
         }
@@ -170,8 +170,7 @@ boost::json::parse_options options() {
 
 class Comparison::Parser {
   public:
-    explicit Parser(std::vector<ExpectedMember> expected)
-        : parser_(options(), std::move(expected)) {}
+    explicit Parser(const std::vector<ExpectedMember>& expected) : parser_(options(), expected) {}
 
     bool add(std::string_view piece) {
         if (std::exchange(isFirst_, false)) {
@@ -193,8 +192,8 @@ class Comparison::Parser {
     bool isUsable_ = true;
 };
 
-Comparison::Comparison(std::vector<ExpectedMember> expected)
-    : parser_(std::make_unique<Parser>(std::move(expected))) {}
+Comparison::Comparison(const std::vector<ExpectedMember>& expected)
+    : parser_(std::make_unique<Parser>(expected)) {}
 
 Comparison::~Comparison() = default;
 
