@@ -3,15 +3,12 @@
 #include "platform/files.h"
 #include "platform/paths.h"
 
-#include <initializer_list>
-
 namespace orvane {
 
 void removeLeftovers() {
-    for (const auto& directory :
-         {paths::orvaneDirectory(), paths::logDirectory(), paths::setupDirectory()}) {
-        files::removeScratchFiles(directory);
-    }
+    files::removeScratchFiles(paths::orvaneDirectory());
+    files::removeScratchFiles(paths::logDirectory());
+    files::removeScratchFiles(paths::setupDirectory());
 }
 
 }  // namespace orvane

@@ -45,8 +45,8 @@ void runProcess() noexcept {
     // The HTTP library would write the keys of all TLS connections to that file.
     unsetVariable("SSLKEYLOGFILE");
     try {
-        removeLeftovers();
         logger = std::make_unique<const Logger>(daemonLogger());
+        removeLeftovers();
         logger->log("OrvanePolicyDaemon starting (pid=%{public}d)", processId());
         runner = std::make_unique<PolicyRunner>();
         runner->run();

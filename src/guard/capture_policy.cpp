@@ -32,9 +32,9 @@ bool isUpToDate(const std::filesystem::path& file, const CapturePolicy& wanted) 
     // take seconds to read is too large.
     constexpr auto limit = std::uint64_t{1024} * 1024 * 1024;
     const auto comparison = comparisonWith(wanted);
-    return files::readInPieces(file, limit,
-                               [&](std::string_view piece) { return comparison->add(piece); }) &&
-           comparison->isSame();
+    const bool isRead = files::readInPieces(
+        file, limit, [&](std::string_view piece) { return comparison->add(piece); });
+    return isRead && comparison->isSame();
 }
 
 std::optional<CapturePolicy> deriveCapturePolicy(std::string_view guardPolicy) {

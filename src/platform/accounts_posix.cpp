@@ -38,7 +38,7 @@ bool become(const Account& account) {
         const std::string result = become(account) ? body() : "";
         std::FILE* const file = ::fdopen(output, "w");
         (void)std::fwrite(result.data(), 1, result.size(), file);
-        (void)std::fclose(file);
+        (void)std::fflush(file);
     } catch (...) {  // NOLINT(bugprone-empty-catch): no result says enough
     }
     std::_Exit(EXIT_SUCCESS);

@@ -32,7 +32,7 @@ class Comparer : public ParserEvents {
     bool on_object_begin(error_code& error) {
         const bool isExpected = depth_ == 0 || takeOther();
         ++depth_;
-        return isExpected || refuse(error);
+        return check(isExpected, error);
     }
     bool on_object_end(std::size_t /*count*/, error_code& /*error*/) { return leave(); }
     bool on_array_begin(error_code& error) {
@@ -41,18 +41,17 @@ class Comparer : public ParserEvents {
         if (list != nullptr) {
             std::exchange(current_, nullptr)->isSeen = true;
             list_ = list;
-            listDepth_ = depth_;
             index_ = 0;
         }
         ++depth_;
-        return isExpected || refuse(error);
+        return check(isExpected, error);
     }
     bool on_array_end(std::size_t /*count*/, error_code& error) {
         (void)leave();
-        if (list_ == nullptr || depth_ != listDepth_) {
+        if (list_ == nullptr) {
             return true;
         }
-        return std::exchange(list_, nullptr)->size() == index_ || refuse(error);
+        return check(std::exchange(list_, nullptr)->size() == index_, error);
     }
 
     bool on_key_part(std::string_view part, std::size_t /*size*/, error_code& /*error*/) {
@@ -74,37 +73,37 @@ class Comparer : public ParserEvents {
     }
 
     bool on_string_part(std::string_view part, std::size_t /*size*/, error_code& error) {
-        return list_ == nullptr || compare(part) || refuse(error);
+        return check(list_ == nullptr || compare(part), error);
     }
     bool on_string(std::string_view end, std::size_t /*size*/, error_code& error) {
         if (list_ == nullptr) {
-            return takeOther() || refuse(error);
+            return check(takeOther(), error);
         }
         const bool isSame = compare(end) && offset_ == (*list_)[index_].size();
         offset_ = 0;
         ++index_;
-        return isSame || refuse(error);
+        return check(isSame, error);
     }
 
     bool on_int64(std::int64_t /*value*/, std::string_view /*end*/, error_code& error) {
-        return takeOther() || refuse(error);
+        return check(takeOther(), error);
     }
     bool on_uint64(std::uint64_t /*value*/, std::string_view /*end*/, error_code& error) {
-        return takeOther() || refuse(error);
+        return check(takeOther(), error);
     }
     bool on_double(double value, std::string_view /*end*/, error_code& error) {
-        return (!std::isinf(value) && takeOther()) || refuse(error);
+        return check(!std::isinf(value) && takeOther(), error);
     }
     bool on_bool(bool value, error_code& error) {
         const bool* const expected =
             current_ == nullptr ? nullptr : std::get_if<bool>(&current_->expected.value);
         if (expected == nullptr) {
-            return takeOther() || refuse(error);
+            return check(takeOther(), error);
         }
         std::exchange(current_, nullptr)->isSeen = true;
-        return value == *expected || refuse(error);
+        return check(value == *expected, error);
     }
-    bool on_null(error_code& error) { return takeOther() || refuse(error); }
+    bool on_null(error_code& error) { return check(takeOther(), error); }
 
   private:
     struct Member {
@@ -119,6 +118,14 @@ class Comparer : public ParserEvents {
     static const TextList* listOf(const Member& member) {
         const auto* const list = std::get_if<const TextList*>(&member.expected.value);
         return list == nullptr ? nullptr : *list;
+    }
+
+    /// Ends the parsing unless `isExpected`, and returns that.
+    static bool check(bool isExpected, error_code& error) {
+        if (!isExpected) {
+            (void)refuse(error);
+        }
+        return isExpected;
     }
 
     /// Takes a value that is not of the type that the current member should have, if there is one.
@@ -151,13 +158,13 @@ class Comparer : public ParserEvents {
 
     std::vector<Member> members_;
     std::size_t longestKey_ = 0;
-    std::size_t depth_ = 0;           ///< how many containers are open
-    std::string key_;                 ///< its beginning, until it has ended
-    Member* current_ = nullptr;       ///< the member that the next value belongs to
-    const TextList* list_ = nullptr;  ///< what the array that is open is compared with
-    std::size_t listDepth_ = 0;       ///< how many containers are open around it
-    std::size_t index_ = 0;           ///< of the text that comes next
-    std::size_t offset_ = 0;          ///< how much of it has come
+    std::size_t depth_ = 0;      ///< how many containers are open
+    std::string key_;            ///< its beginning, until it has ended
+    Member* current_ = nullptr;  ///< the member that the next value belongs to
+    const TextList* list_ =
+        nullptr;              ///< what the array that is open is compared with; holds texts only
+    std::size_t index_ = 0;   ///< of the text that comes next
+    std::size_t offset_ = 0;  ///< how much of it has come
 };
 
 boost::json::parse_options options() {

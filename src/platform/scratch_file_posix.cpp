@@ -25,7 +25,8 @@ constexpr std::size_t tokenLength = 16;
 /// Hexadecimal digits that nobody can predict.
 std::string randomToken() {
     std::uint64_t number = 0;
-    (void)::getentropy(&number, sizeof number);  // fails only on kernels without the call
+    // Fails only on kernels without the call; then the number stays 0.
+    [[maybe_unused]] const int failed = ::getentropy(&number, sizeof number);
     std::array<char, tokenLength + 1> digits{};
     (void)std::snprintf(digits.data(), digits.size(), "%016jx", std::uintmax_t{number});
     return digits.data();
@@ -169,7 +170,8 @@ void removeScratchFiles(const fs::path& directory) {
     for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
          entry.increment(error)) {
         const fs::path& path = entry->path();
-        if (isScratchName(path.filename().native()) && isOwnFile(path)) {
+        const std::string name = path.filename();
+        if (isScratchName(name) && isOwnFile(path)) {
             (void)removeFile(path);
         }
     }

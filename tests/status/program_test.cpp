@@ -217,8 +217,9 @@ TEST_F(StatusProgramTest, ItWritesNothing) {
     const auto state = [&] {
         std::string all;
         for (const auto& entry : fs::recursive_directory_iterator(files.root())) {
+            const auto written = entry.last_write_time().time_since_epoch();
             all += entry.path().string() + " " +
-                   std::to_string(entry.last_write_time().time_since_epoch().count()) + "\n";
+                   std::to_string(static_cast<std::int64_t>(written.count())) + "\n";
         }
         return all;
     };
