@@ -35,7 +35,10 @@ bool become(const Account& account) {
 [[noreturn]] void runBody(const Account& account, const std::function<std::string()>& body,
                           int output) {
     try {
-        const std::string result = become(account) ? body() : "";
+        std::string result;
+        if (become(account)) {
+            result = body();
+        }
         std::FILE* const file = ::fdopen(output, "w");
         (void)std::fwrite(result.data(), 1, result.size(), file);
         (void)std::fflush(file);
