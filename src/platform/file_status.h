@@ -20,4 +20,8 @@ struct FileStatus {
 /// cannot be seen.
 std::optional<FileStatus> fileStatus(const std::filesystem::path& path);
 
+/// The bytes that an account without privileges can still use on the disk with `path`; absent when
+/// that cannot be found out. (libc++'s std::filesystem::space takes none for unknown.)
+std::optional<std::uintmax_t> freeBytesAt(const std::filesystem::path& path);
+
 }  // namespace orvane

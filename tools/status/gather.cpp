@@ -11,7 +11,6 @@
 #include "status/source.h"
 
 #include <filesystem>
-#include <system_error>
 
 namespace orvane::status {
 
@@ -70,12 +69,6 @@ Capture captureFor(const std::string& policy) {
                             : CaptureState::different;
     }
     return capture;
-}
-
-std::optional<std::uintmax_t> freeBytesAt(const std::filesystem::path& directory) {
-    std::error_code error;
-    const auto space = std::filesystem::space(directory, error);
-    return error ? std::nullopt : std::optional(space.available);
 }
 
 }  // namespace

@@ -50,7 +50,7 @@ class Transfer {
     /// answer came, and it is the connection that is to blame, not the server. It had served
     /// before, its peer is dead, or HTTP/2 broke off as it does when the server stops taking
     /// requests. The library sends some of these again by itself, which ones depends on its
-    /// version; it is twice in all whoever does it.
+    /// version; it is sent twice at most, in any case.
     [[nodiscard]] bool isToBeSentAgain(CURLcode code) const;
 
     /// All limits count from here.
