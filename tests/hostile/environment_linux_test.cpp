@@ -89,6 +89,8 @@ TEST_F(EnvironmentVariablesTest, AllThatATurnAsksForAreInTheTable) {
     names.merge(askedByATurnAt("https://192.0.2.1"));
     EXPECT_THAT(names, IsSupersetOf({"ORVANE_API_KEY", "JOURNAL_STREAM", "https_proxy",
                                      "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy"}));
+    // LLVM's unwinder, which only builds with libc++ have, asks what to print of its own work.
+    std::erase_if(names, [](const std::string& name) { return name.starts_with("LIBUNWIND_"); });
     for (const std::string& name : names) {
         EXPECT_THAT(page(), HasSubstr("`" + name + "`"));
     }
