@@ -24,10 +24,10 @@ SystemCallHooks* hooksInPlace() {
 }
 
 WithSystemCallHooks::WithSystemCallHooks(SystemCallHooks wanted) {
-    // Kept to the end of the process, for the thread that is in one of them when they are taken
-    // away.
-    static std::list<SystemCallHooks> all;
-    inPlace = &all.emplace_back(std::move(wanted));
+    // Never destroyed: a thread may be in one of them when they are taken away, and libcurl's
+    // threads that look up names may outlive main().
+    static auto* const all = new std::list<SystemCallHooks>;
+    inPlace = &all->emplace_back(std::move(wanted));
 }
 
 WithSystemCallHooks::~WithSystemCallHooks() {
