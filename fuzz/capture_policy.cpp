@@ -7,7 +7,7 @@
 #include "daemon/daemon_logger.h"
 #include "fuzz.h"
 #include "json_model.h"
-#include "platform/paths.h"
+#include "platform/machine/paths.h"
 #include "support/log_capture.h"
 #include "support/test_files.h"
 

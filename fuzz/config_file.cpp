@@ -3,7 +3,7 @@
 #include "config/config_file.h"
 
 #include "fuzz.h"
-#include "platform/text.h"
+#include "platform/text/text.h"
 #include "support/test_files.h"
 #include "utf8_model.h"
 

@@ -7,9 +7,9 @@
 // there was no error. A plain answer is understood to the byte. What would hang is for whoever runs
 // this to notice: the fuzzer and the test both have a limit for one input.
 #include "fuzz.h"
-#include "platform/descriptor.h"
-#include "platform/http_session.h"
-#include "platform/semaphore.h"
+#include "platform/files/descriptor.h"
+#include "platform/http/http_session.h"
+#include "platform/http/semaphore.h"
 #include "support/sockets.h"
 #include "support/virtual_clock.h"
 

@@ -1,7 +1,7 @@
 // JSON a second time, by another library: what the daemon has to find in a text.
 #pragma once
 
-#include "platform/text_list.h"
+#include "platform/text/text_list.h"
 
 #include <memory>
 #include <optional>
@@ -13,8 +13,8 @@ struct json_t;
 
 namespace orvane::fuzz {
 
-/// A text that may be a JSON object by the daemon's rules (platform/json.h). Paths name members as
-/// they do there.
+/// A text that may be a JSON object by the daemon's rules (platform/json/json.h). Paths name
+/// members as they do there.
 class JsonModel {
   public:
     explicit JsonModel(std::string_view text);

@@ -1,7 +1,7 @@
 // Log messages: a format and texts for it, a NUL between them. A format's conversions are those of
 // a plain list of spellings; a message is what a second rendering makes of it; no text brings a
 // control character or a malformed sequence into it.
-#include "platform/log_format.h"
+#include "platform/log/log_format.h"
 
 #include "fuzz.h"
 #include "utf8_model.h"

@@ -3,8 +3,8 @@
 #include "config/orvane_config.h"
 #include "fuzz.h"
 #include "json_model.h"
-#include "platform/json.h"
-#include "platform/paths.h"
+#include "platform/json/json.h"
+#include "platform/machine/paths.h"
 #include "support/test_files.h"
 
 #include <array>

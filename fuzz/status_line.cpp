@@ -3,8 +3,8 @@
 // interpret, and no user name in a URL.
 #include "fuzz.h"
 #include "json_model.h"
-#include "platform/text.h"
-#include "platform/timestamp.h"
+#include "platform/text/text.h"
+#include "platform/text/timestamp.h"
 #include "status/activity_line.h"
 #include "status/words.h"
 

@@ -4,7 +4,7 @@
 #include "daemon/poll_request.h"
 #include "fuzz.h"
 #include "guard/effective_config.h"
-#include "platform/url.h"
+#include "platform/http/url.h"
 
 #include <arpa/inet.h>
 

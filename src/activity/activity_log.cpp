@@ -1,11 +1,11 @@
 #include "activity/activity_log.h"
 
-#include "platform/clock.h"
-#include "platform/environment.h"
-#include "platform/files.h"
-#include "platform/json.h"
-#include "platform/paths.h"
-#include "platform/timestamp.h"
+#include "platform/files/files.h"
+#include "platform/json/json.h"
+#include "platform/machine/clock.h"
+#include "platform/machine/paths.h"
+#include "platform/process/environment.h"
+#include "platform/text/timestamp.h"
 
 #include <filesystem>
 #include <tuple>

@@ -1,7 +1,7 @@
 #include "config/config_file.h"
 
 #include "config/white_space.h"
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 namespace orvane {
 

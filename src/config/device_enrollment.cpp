@@ -1,7 +1,7 @@
 #include "config/device_identity.h"
-#include "platform/files.h"
-#include "platform/json.h"
-#include "platform/paths.h"
+#include "platform/files/files.h"
+#include "platform/json/json.h"
+#include "platform/machine/paths.h"
 
 #include <utility>
 

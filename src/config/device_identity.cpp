@@ -1,7 +1,7 @@
 #include "config/device_identity.h"
 
-#include "platform/json.h"
-#include "platform/semaphore.h"
+#include "platform/http/semaphore.h"
+#include "platform/json/json.h"
 
 #include <memory>
 #include <mutex>

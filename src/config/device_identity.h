@@ -1,7 +1,7 @@
 // The machine's identity as a device, turned into working credentials at the control plane.
 #pragma once
 
-#include "platform/http_session.h"
+#include "platform/http/http_session.h"
 
 #include <optional>
 #include <string>

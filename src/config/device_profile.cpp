@@ -1,6 +1,6 @@
 #include "config/device_identity.h"
 #include "config/orvane_config.h"
-#include "platform/environment.h"
+#include "platform/process/environment.h"
 
 namespace orvane {
 

@@ -1,10 +1,10 @@
 #include "config/hardware_uuid.h"
 
 #include "config/white_space.h"
-#include "platform/child_process.h"
-#include "platform/machine_id.h"
-#include "platform/paths.h"
-#include "platform/text.h"
+#include "platform/machine/machine_id.h"
+#include "platform/machine/paths.h"
+#include "platform/process/child_process.h"
+#include "platform/text/text.h"
 
 #include <algorithm>
 

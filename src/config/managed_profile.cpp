@@ -1,7 +1,7 @@
 #include "config/orvane_config.h"
-#include "platform/files.h"
-#include "platform/json.h"
-#include "platform/paths.h"
+#include "platform/files/files.h"
+#include "platform/json/json.h"
+#include "platform/machine/paths.h"
 
 namespace orvane {
 

@@ -1,9 +1,9 @@
 #include "config/orvane_config.h"
 
 #include "config/config_file.h"
-#include "platform/files.h"
-#include "platform/paths.h"
-#include "platform/text.h"
+#include "platform/files/files.h"
+#include "platform/machine/paths.h"
+#include "platform/text/text.h"
 
 namespace orvane {
 

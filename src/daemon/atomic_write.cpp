@@ -1,5 +1,5 @@
 #include "daemon/policy_runner.h"
-#include "platform/files.h"
+#include "platform/files/files.h"
 
 #include <system_error>
 

@@ -1,7 +1,7 @@
 // The daemon's name in the unified log.
 #pragma once
 
-#include "platform/logger.h"
+#include "platform/log/logger.h"
 
 namespace orvane {
 

@@ -1,9 +1,9 @@
 #include "daemon/exchange.h"
 
 #include "activity/activity_log.h"
-#include "platform/clock.h"
-#include "platform/semaphore.h"
-#include "platform/timestamp.h"
+#include "platform/http/semaphore.h"
+#include "platform/machine/clock.h"
+#include "platform/text/timestamp.h"
 
 #include <memory>
 #include <utility>

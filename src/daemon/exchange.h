@@ -1,7 +1,7 @@
 // One HTTP exchange as the caller sees it: synchronous, and on record.
 #pragma once
 
-#include "platform/http_session.h"
+#include "platform/http/http_session.h"
 
 #include <cstdint>
 #include <functional>

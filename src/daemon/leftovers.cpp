@@ -1,7 +1,7 @@
 #include "daemon/leftovers.h"
 
-#include "platform/files.h"
-#include "platform/paths.h"
+#include "platform/files/files.h"
+#include "platform/machine/paths.h"
 
 namespace orvane {
 

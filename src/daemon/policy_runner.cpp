@@ -4,8 +4,8 @@
 #include "daemon/daemon_logger.h"
 #include "daemon/poll_request.h"
 #include "guard/capture_policy.h"
-#include "platform/clock.h"
-#include "platform/paths.h"
+#include "platform/machine/clock.h"
+#include "platform/machine/paths.h"
 
 namespace orvane {
 

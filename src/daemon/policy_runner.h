@@ -2,8 +2,8 @@
 #pragma once
 
 #include "config/orvane_config.h"
-#include "platform/http_session.h"
-#include "platform/logger.h"
+#include "platform/http/http_session.h"
+#include "platform/log/logger.h"
 
 #include <cstdint>
 #include <filesystem>

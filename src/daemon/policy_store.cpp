@@ -1,6 +1,6 @@
 #include "daemon/policy_runner.h"
-#include "platform/files.h"
-#include "platform/json.h"
+#include "platform/files/files.h"
+#include "platform/json/json.h"
 
 #include <initializer_list>
 

@@ -1,7 +1,7 @@
 #include "daemon/exchange.h"
 #include "daemon/policy_runner.h"
 #include "daemon/poll_request.h"
-#include "platform/clock.h"
+#include "platform/machine/clock.h"
 
 #include <utility>
 

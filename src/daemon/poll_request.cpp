@@ -1,6 +1,6 @@
 #include "daemon/poll_request.h"
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 #include <utility>
 #include <vector>

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "config/orvane_config.h"
-#include "platform/http_session.h"
+#include "platform/http/http_session.h"
 
 #include <cstdint>
 #include <optional>

@@ -3,9 +3,9 @@
 #include "daemon/daemon_logger.h"
 #include "daemon/leftovers.h"
 #include "daemon/policy_runner.h"
-#include "platform/environment.h"
-#include "platform/heap.h"
-#include "platform/private_memory.h"
+#include "platform/process/environment.h"
+#include "platform/process/heap.h"
+#include "platform/process/private_memory.h"
 
 #include <cstdlib>
 #include <exception>

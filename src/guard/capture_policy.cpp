@@ -1,8 +1,8 @@
 #include "guard/capture_policy.h"
 
-#include "platform/files.h"
-#include "platform/json.h"
-#include "platform/paths.h"
+#include "platform/files/files.h"
+#include "platform/json/json.h"
+#include "platform/machine/paths.h"
 
 #include <cstdint>
 #include <initializer_list>

@@ -2,9 +2,9 @@
 // stored guard policy.
 #pragma once
 
-#include "platform/json_comparison.h"
-#include "platform/logger.h"
-#include "platform/text_list.h"
+#include "platform/json/json_comparison.h"
+#include "platform/log/logger.h"
+#include "platform/text/text_list.h"
 
 #include <filesystem>
 #include <memory>

@@ -1,6 +1,6 @@
 #include "guard/effective_config.h"
 
-#include "platform/json.h"
+#include "platform/json/json.h"
 
 #include <vector>
 

@@ -2,7 +2,7 @@
 // on this machine. The decisions about asking for it and keeping it; all pure.
 #pragma once
 
-#include "platform/http_session.h"
+#include "platform/http/http_session.h"
 
 #include <cstdint>
 #include <optional>

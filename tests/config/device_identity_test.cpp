@@ -1,8 +1,8 @@
 #include "config/device_identity.h"
 
-#include "platform/clock.h"
+#include "platform/http/semaphore.h"
 #include "platform/http_library_calls.h"
-#include "platform/semaphore.h"
+#include "platform/machine/clock.h"
 #include "support/daemon_test.h"
 #include "support/in_child.h"
 #include "support/scripted_server.h"

@@ -1,7 +1,7 @@
 // The machine's clock, but for its sleep, which returns at once and adds a line with the seconds to
 // ORVANE_ROOT/sleeps.
-#include "platform/clock.h"
-#include "platform/continuous_time.h"
+#include "platform/machine/clock.h"
+#include "platform/machine/continuous_time.h"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
 // The machine's clock, but for its sleep, which always lasts for ORVANE_SLEEP seconds.
-#include "platform/clock.h"
-#include "platform/continuous_time.h"
+#include "platform/machine/clock.h"
+#include "platform/machine/continuous_time.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 #include "hostile/hostile_turn.h"
 
-#include "platform/clock.h"
 #include "platform/http_exchange.h"
+#include "platform/machine/clock.h"
 #include "support/virtual_clock.h"
 
 #include <gmock/gmock.h>

@@ -1,8 +1,8 @@
 // A server that breaks the rules of HTTP/2 (RFC 9113), on every endpoint.
 #include "hostile/hostile_turn.h"
+#include "platform/http/semaphore.h"
 #include "platform/http_exchange.h"
-#include "platform/paths.h"
-#include "platform/semaphore.h"
+#include "platform/machine/paths.h"
 #include "support/h2_frames.h"
 #include "support/http_library.h"
 #include "support/test_ca.h"

@@ -1,6 +1,6 @@
 // Whoever cannot prove to be the server gets not one byte of a credential, on every endpoint.
 #include "hostile/hostile_turn.h"
-#include "platform/paths.h"
+#include "platform/machine/paths.h"
 #include "support/http_library.h"
 #include "support/test_ca.h"
 

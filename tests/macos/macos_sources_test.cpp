@@ -1,12 +1,12 @@
 // The sources for macOS, compiled against small fakes of its headers: the order of their calls, and
 // what they make of the system's errors.
-#include "platform/child_descriptors.h"
-#include "platform/continuous_time.h"
-#include "platform/flush.h"
-#include "platform/heap.h"
-#include "platform/logger.h"
-#include "platform/machine_id.h"
-#include "platform/tcp_socket.h"
+#include "platform/files/flush.h"
+#include "platform/http/tcp_socket.h"
+#include "platform/log/logger.h"
+#include "platform/machine/continuous_time.h"
+#include "platform/machine/machine_id.h"
+#include "platform/process/child_descriptors.h"
+#include "platform/process/heap.h"
 
 #include <dlfcn.h>
 #include <fcntl.h>

@@ -1,5 +1,5 @@
 // What is made of the system's proxies, which are stood in for: the settings, a script, a run loop.
-#include "platform/proxy.h"
+#include "platform/http/proxy.h"
 
 #include <CFNetwork/CFNetwork.h>
 #include <gtest/gtest.h>

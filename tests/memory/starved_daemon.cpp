@@ -7,8 +7,8 @@
 #include "memory/starved_daemon.h"
 
 #include "daemon/process_entry.h"
-#include "platform/clock.h"
-#include "platform/continuous_time.h"
+#include "platform/machine/clock.h"
+#include "platform/machine/continuous_time.h"
 
 #include <sys/resource.h>
 

@@ -1,4 +1,4 @@
-#include "platform/accounts.h"
+#include "platform/machine/accounts.h"
 
 #include "support/in_child.h"
 

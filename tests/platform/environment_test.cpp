@@ -1,6 +1,6 @@
-#include "platform/environment.h"
+#include "platform/process/environment.h"
 
-#include "platform/child_process.h"
+#include "platform/process/child_process.h"
 #include "platform/system_calls.h"
 #include "support/in_child.h"
 #include "support/test_files.h"

@@ -1,6 +1,6 @@
-#include "platform/file_pieces.h"
+#include "platform/files/file_pieces.h"
 
-#include "platform/file_status.h"
+#include "platform/files/file_status.h"
 #include "support/test_files.h"
 
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/files.h"
+#include "platform/files/files.h"
 
 #include "platform/scratch_name.h"
 #include "platform/system_calls.h"

@@ -1,4 +1,4 @@
-#include "platform/heap.h"
+#include "platform/process/heap.h"
 
 #include <gtest/gtest.h>
 #include <malloc.h>

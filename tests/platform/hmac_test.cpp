@@ -1,4 +1,4 @@
-#include "platform/hmac.h"
+#include "platform/machine/hmac.h"
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>

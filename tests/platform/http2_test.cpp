@@ -1,8 +1,8 @@
 // The same session over HTTP/2.
 #include "platform/h2_front.h"
+#include "platform/http/http_session.h"
 #include "platform/http_exchange.h"
-#include "platform/http_session.h"
-#include "platform/paths.h"
+#include "platform/machine/paths.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
 #include "support/virtual_clock.h"

@@ -1,6 +1,6 @@
 #include "platform/http_exchange.h"
 
-#include "platform/semaphore.h"
+#include "platform/http/semaphore.h"
 #include "support/rooted_paths.h"
 #include "support/virtual_clock.h"
 

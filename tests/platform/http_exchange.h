@@ -1,7 +1,7 @@
 // HTTP exchanges as tests of the session see them.
 #pragma once
 
-#include "platform/http_session.h"
+#include "platform/http/http_session.h"
 #include "support/scripted_server.h"
 #include "support/test_files.h"
 

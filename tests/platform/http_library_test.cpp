@@ -1,9 +1,9 @@
 // What happens when the HTTP library, the threads or the memory refuse.
+#include "platform/http/http_session.h"
+#include "platform/http/semaphore.h"
 #include "platform/http_exchange.h"
 #include "platform/http_library_calls.h"
-#include "platform/http_session.h"
-#include "platform/paths.h"
-#include "platform/semaphore.h"
+#include "platform/machine/paths.h"
 #include "platform/system_calls.h"
 #include "support/allocation_limit.h"
 #include "support/scripted_server.h"

@@ -1,8 +1,8 @@
 // How long an exchange may take and how much it may bring.
-#include "platform/clock.h"
+#include "platform/http/http_session.h"
 #include "platform/http_exchange.h"
-#include "platform/http_session.h"
-#include "platform/paths.h"
+#include "platform/machine/clock.h"
+#include "platform/machine/paths.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
 #include "support/virtual_clock.h"

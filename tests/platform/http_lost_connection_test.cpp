@@ -1,7 +1,7 @@
 // Connections that end while a request is on them, lead nowhere, or have been idle.
+#include "platform/http/http_session.h"
 #include "platform/http_exchange.h"
-#include "platform/http_session.h"
-#include "platform/paths.h"
+#include "platform/machine/paths.h"
 #include "platform/system_calls.h"
 #include "support/h2_frames.h"
 #include "support/scripted_server.h"

@@ -1,7 +1,7 @@
 // Proxies from the environment: honoured, but never on the way to this very machine.
+#include "platform/http/http_session.h"
 #include "platform/http_exchange.h"
-#include "platform/http_session.h"
-#include "platform/paths.h"
+#include "platform/machine/paths.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
 

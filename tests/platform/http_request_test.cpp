@@ -1,6 +1,6 @@
 // What a request looks like on the wire, and which ones never get there.
+#include "platform/http/http_session.h"
 #include "platform/http_exchange.h"
-#include "platform/http_session.h"
 #include "support/http_library.h"
 #include "support/scripted_server.h"
 

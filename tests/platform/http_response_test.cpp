@@ -1,6 +1,6 @@
 // What comes back, and what is made of an exchange that breaks off.
+#include "platform/http/http_session.h"
 #include "platform/http_exchange.h"
-#include "platform/http_session.h"
 #include "support/scripted_server.h"
 
 #include <gmock/gmock.h>

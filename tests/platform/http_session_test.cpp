@@ -1,5 +1,5 @@
 // The session itself: connections, threads, several requests, its end.
-#include "platform/http_session.h"
+#include "platform/http/http_session.h"
 
 #include "platform/http_exchange.h"
 #include "support/scripted_server.h"

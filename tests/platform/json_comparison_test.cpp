@@ -1,6 +1,6 @@
-#include "platform/json_comparison.h"
+#include "platform/json/json_comparison.h"
 
-#include "platform/json.h"
+#include "platform/json/json.h"
 
 #include <gtest/gtest.h>
 

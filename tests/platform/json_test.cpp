@@ -1,4 +1,4 @@
-#include "platform/json.h"
+#include "platform/json/json.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "platform/log_format.h"
+#include "platform/log/log_format.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

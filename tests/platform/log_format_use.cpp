@@ -1,6 +1,6 @@
 // Compiled, never run: the uses that must compile and, one per value of MISUSE, those that must
 // not.
-#include "platform/logger.h"
+#include "platform/log/logger.h"
 
 #include <string>
 

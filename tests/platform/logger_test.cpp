@@ -1,6 +1,6 @@
-#include "platform/logger.h"
+#include "platform/log/logger.h"
 
-#include "platform/environment.h"
+#include "platform/process/environment.h"
 #include "platform/system_calls.h"
 #include "support/in_child.h"
 #include "support/log_capture.h"

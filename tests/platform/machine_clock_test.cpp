@@ -1,6 +1,6 @@
 // The clock that the daemon ships with.
-#include "platform/clock.h"
-#include "platform/continuous_time.h"
+#include "platform/machine/clock.h"
+#include "platform/machine/continuous_time.h"
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>

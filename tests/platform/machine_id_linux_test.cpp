@@ -1,6 +1,6 @@
-#include "platform/child_process.h"
-#include "platform/machine_id.h"
-#include "platform/paths.h"
+#include "platform/machine/machine_id.h"
+#include "platform/machine/paths.h"
+#include "platform/process/child_process.h"
 #include "support/rooted_paths.h"
 #include "support/test_files.h"
 

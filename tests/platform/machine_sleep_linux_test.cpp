@@ -1,8 +1,8 @@
 // The machine sleeps in the middle of an exchange: the time limit of poll(2) does not count that,
 // and stands still here altogether.
-#include "platform/continuous_time.h"
+#include "platform/http/http_session.h"
 #include "platform/http_exchange.h"
-#include "platform/http_session.h"
+#include "platform/machine/continuous_time.h"
 #include "platform/system_calls.h"
 #include "support/scripted_server.h"
 #include "support/test_files.h"

@@ -1,7 +1,7 @@
 // Host names: when they are looked up, and a name server that hangs.
+#include "platform/http/http_session.h"
+#include "platform/http/semaphore.h"
 #include "platform/http_exchange.h"
-#include "platform/http_session.h"
-#include "platform/semaphore.h"
 #include "platform/system_calls.h"
 #include "support/scripted_server.h"
 #include "support/virtual_clock.h"

@@ -1,6 +1,6 @@
 #include "platform/scratch_name.h"
 
-#include "platform/files.h"
+#include "platform/files/files.h"
 #include "platform/system_calls.h"
 #include "support/test_files.h"
 

@@ -1,4 +1,4 @@
-#include "platform/semaphore.h"
+#include "platform/http/semaphore.h"
 
 #include "support/virtual_clock.h"
 

@@ -1,4 +1,4 @@
-#include "platform/text_list.h"
+#include "platform/text/text_list.h"
 
 #include <gtest/gtest.h>
 

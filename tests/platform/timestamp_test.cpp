@@ -1,4 +1,4 @@
-#include "platform/timestamp.h"
+#include "platform/text/timestamp.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,9 +1,9 @@
 // HTTPS to servers that a test's own authority vouches for, which the machine's trust store knows.
 #pragma once
 
+#include "platform/http/http_session.h"
 #include "platform/http_exchange.h"
-#include "platform/http_session.h"
-#include "platform/paths.h"
+#include "platform/machine/paths.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
 

@@ -1,4 +1,4 @@
-#include "platform/url.h"
+#include "platform/http/url.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -1,5 +1,5 @@
 // The daemon as it ships, with its fixed paths and its real clock, in a root directory of its own.
-#include "platform/semaphore.h"
+#include "platform/http/semaphore.h"
 #include "process/private_root_test.h"
 #include "support/daemon_test.h"
 #include "support/in_child.h"

@@ -1,5 +1,5 @@
 // Where systemd leaves its traces, with a stand-in for systemctl.
-#include "platform/accounts.h"
+#include "platform/machine/accounts.h"
 #include "status/service.h"
 #include "support/rooted_paths.h"
 #include "support/test_files.h"

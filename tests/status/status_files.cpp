@@ -1,6 +1,6 @@
 #include "status/status_files.h"
 
-#include "platform/timestamp.h"
+#include "platform/text/timestamp.h"
 
 #include <nlohmann/json.hpp>
 

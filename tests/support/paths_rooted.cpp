@@ -1,6 +1,6 @@
 // Everything below one directory: ORVANE_ROOT, or what a test has set.
-#include "platform/environment.h"
-#include "platform/paths.h"
+#include "platform/machine/paths.h"
+#include "platform/process/environment.h"
 #include "support/rooted_paths.h"
 
 #include <cstdlib>

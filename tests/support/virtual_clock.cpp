@@ -1,6 +1,6 @@
 #include "support/virtual_clock.h"
 
-#include "platform/clock.h"
+#include "platform/machine/clock.h"
 
 #include <algorithm>
 #include <atomic>

@@ -2,7 +2,7 @@
 
 #include "daemon/poll_request.h"
 #include "guard/effective_config.h"
-#include "platform/json.h"
+#include "platform/json/json.h"
 
 #include <algorithm>
 #include <charconv>

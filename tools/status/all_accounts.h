@@ -1,7 +1,7 @@
 // The reports of all accounts of a machine.
 #pragma once
 
-#include "platform/accounts.h"
+#include "platform/machine/accounts.h"
 #include "status/verdict.h"
 
 #include <functional>

@@ -1,12 +1,12 @@
 #include "status/gather.h"
 
 #include "guard/capture_policy.h"
-#include "platform/accounts.h"
-#include "platform/clock.h"
-#include "platform/file_status.h"
-#include "platform/files.h"
-#include "platform/json.h"
-#include "platform/paths.h"
+#include "platform/files/file_status.h"
+#include "platform/files/files.h"
+#include "platform/json/json.h"
+#include "platform/machine/accounts.h"
+#include "platform/machine/clock.h"
+#include "platform/machine/paths.h"
 #include "status/service.h"
 #include "status/source.h"
 

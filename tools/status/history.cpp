@@ -1,7 +1,7 @@
 #include "status/history.h"
 
 #include "daemon/poll_request.h"
-#include "platform/files.h"
+#include "platform/files/files.h"
 #include "status/lines_backward.h"
 
 #include <algorithm>

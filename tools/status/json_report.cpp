@@ -1,7 +1,7 @@
 #include "status/json_report.h"
 
-#include "platform/json.h"
-#include "platform/timestamp.h"
+#include "platform/json/json.h"
+#include "platform/text/timestamp.h"
 #include "status/words.h"
 
 #include <deque>

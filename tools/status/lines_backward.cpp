@@ -1,6 +1,6 @@
 #include "status/lines_backward.h"
 
-#include "platform/file_pieces.h"
+#include "platform/files/file_pieces.h"
 
 #include <algorithm>
 #include <string>

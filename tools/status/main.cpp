@@ -1,4 +1,4 @@
-#include "platform/accounts.h"
+#include "platform/machine/accounts.h"
 #include "status/run.h"
 
 int main(int count, char** words) {

@@ -1,6 +1,6 @@
 #include "status/prometheus_report.h"
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 #include <algorithm>
 #include <array>

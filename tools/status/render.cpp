@@ -1,6 +1,6 @@
 #include "status/render.h"
 
-#include "platform/environment.h"
+#include "platform/process/environment.h"
 #include "status/json_report.h"
 #include "status/prometheus_report.h"
 

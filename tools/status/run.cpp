@@ -1,6 +1,6 @@
 #include "status/run.h"
 
-#include "platform/environment.h"
+#include "platform/process/environment.h"
 #include "status/gather.h"
 #include "status/render.h"
 

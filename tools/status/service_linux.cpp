@@ -1,7 +1,7 @@
-#include "platform/accounts.h"
-#include "platform/child_process.h"
-#include "platform/files.h"
-#include "platform/paths.h"
+#include "platform/files/files.h"
+#include "platform/machine/accounts.h"
+#include "platform/machine/paths.h"
+#include "platform/process/child_process.h"
 #include "status/service.h"
 
 #include <chrono>

@@ -1,6 +1,6 @@
 #include "status/words.h"
 
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 #include <algorithm>
 #include <array>

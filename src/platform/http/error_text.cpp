@@ -1,6 +1,6 @@
 #include "platform/http/error_text.h"
 
-#include "platform/http_session.h"
+#include "platform/http/http_session.h"
 
 namespace orvane {
 

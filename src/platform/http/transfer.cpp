@@ -1,7 +1,7 @@
 #include "platform/http/transfer.h"
 
 #include "platform/http/error_text.h"
-#include "platform/text.h"
+#include "platform/text/text.h"
 
 #include <algorithm>
 #include <array>

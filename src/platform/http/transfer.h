@@ -1,11 +1,11 @@
 // One exchange of an HTTP session.
 #pragma once
 
-#include "platform/clock.h"
 #include "platform/http/curl_handles.h"
+#include "platform/http/http_session.h"
+#include "platform/http/open_sockets.h"
 #include "platform/http/trust_store.h"
-#include "platform/http_session.h"
-#include "platform/open_sockets.h"
+#include "platform/machine/clock.h"
 
 #include <array>
 #include <chrono>

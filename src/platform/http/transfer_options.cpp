@@ -1,6 +1,6 @@
 // What the library is told of an exchange.
+#include "platform/http/proxy.h"
 #include "platform/http/transfer.h"
-#include "platform/proxy.h"
 
 #include <algorithm>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "platform/http/trust_store.h"
 
-#include "platform/paths.h"
+#include "platform/machine/paths.h"
 
 #include <unistd.h>
 

@@ -1,13 +1,13 @@
 // The thread of an HTTP session, and its exchanges.
 #pragma once
 
-#include "platform/clock.h"
-#include "platform/continuous_time.h"
 #include "platform/http/curl_handles.h"
+#include "platform/http/http_session.h"
+#include "platform/http/open_sockets.h"
 #include "platform/http/transfer.h"
 #include "platform/http/trust_store.h"
-#include "platform/http_session.h"
-#include "platform/open_sockets.h"
+#include "platform/machine/clock.h"
+#include "platform/machine/continuous_time.h"
 
 #include <atomic>
 #include <chrono>

@@ -1,0 +1,166 @@
+#include "platform/files/file_calls.h"
+#include "platform/files/files.h"
+#include "platform/files/uninterrupted.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <utility>
+
+namespace orvane::files {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// The regular file at `path`, open for reading, and its size; not open when there is none or it is
+/// larger than `limit`.
+struct OpenFile {
+    Descriptor descriptor = Descriptor();
+    std::uint64_t size = 0;
+};
+
+OpenFile openToRead(const fs::path& path, std::uint64_t limit) {
+    // Non-blocking, so that a FIFO cannot hold the caller.
+    Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
+    struct stat status {};
+    if (!file.isOpen() || uninterrupted([&] { return ::fstat(file.number(), &status); }) != 0 ||
+        !S_ISREG(status.st_mode)) {
+        return {};
+    }
+    const auto size = static_cast<std::uint64_t>(status.st_size);
+    return size > limit ? OpenFile{} : OpenFile{std::move(file), size};
+}
+
+std::optional<std::string> readToEnd(int descriptor, std::size_t expected, std::size_t limit) {
+    std::string content(expected, '\0');
+    std::size_t done = 0;
+    // One byte more than expected is asked for, so that the end of the file is seen, and a file
+    // that grows meanwhile is taken as it grew.
+    for (;;) {
+        if (done == content.size()) {
+            content.resize(std::max<std::size_t>(4096, content.size() + content.size() / 2));
+        }
+        const ssize_t count = uninterrupted(
+            [&] { return ::read(descriptor, content.data() + done, content.size() - done); });
+        if (count < 0) {
+            return std::nullopt;
+        }
+        if (count == 0) {
+            content.resize(done);
+            return content;
+        }
+        done += static_cast<std::size_t>(count);
+        if (done > limit) {
+            return std::nullopt;
+        }
+    }
+}
+
+/// Whether a directory is at `path`, links followed; false with errno set.
+bool isDirectory(const fs::path& path) {
+    struct stat status {};
+    if (uninterrupted([&] { return ::stat(path.c_str(), &status); }) != 0) {
+        return false;
+    }
+    errno = ENOTDIR;
+    return S_ISDIR(status.st_mode);
+}
+
+}  // namespace
+
+std::optional<std::string> read(const fs::path& path, std::size_t limit) {
+    const OpenFile file = openToRead(path, limit);
+    return file.descriptor.isOpen()
+               ? readToEnd(file.descriptor.number(), static_cast<std::size_t>(file.size) + 1, limit)
+               : std::nullopt;
+}
+
+bool readInPieces(const fs::path& path, std::uint64_t limit, const TakePiece& take) {
+    const OpenFile file = openToRead(path, limit);
+    if (!file.descriptor.isOpen()) {
+        return false;
+    }
+    constexpr std::size_t pieceSize = std::size_t{64} * 1024;
+    std::string piece(pieceSize, '\0');
+    std::uint64_t done = 0;
+    for (;;) {
+        const ssize_t count = uninterrupted(
+            [&] { return ::read(file.descriptor.number(), piece.data(), piece.size()); });
+        if (count <= 0) {
+            return count == 0;
+        }
+        done += static_cast<std::uint64_t>(count);
+        if (done > limit ||
+            !take(std::string_view(piece).substr(0, static_cast<std::size_t>(count)))) {
+            return false;
+        }
+    }
+}
+
+bool appendLine(const fs::path& path, std::string_view line) {
+    // Non-blocking, so that a FIFO planted under the name cannot hold the caller.
+    const Descriptor file = openFile(path, O_WRONLY | O_APPEND | O_NONBLOCK);
+    if (!file.isOpen()) {
+        return false;
+    }
+    // A line that was cut short (a full disk) is still ended, so that it spoils no later one.
+    if (writeAll(file.number(), line) > 0) {
+        (void)writeAll(file.number(), "\n");
+    }
+    return true;
+}
+
+bool exists(const fs::path& path) {
+    struct stat status {};
+    return uninterrupted([&] { return ::stat(path.c_str(), &status); }) == 0;
+}
+
+std::error_code createDirectories(const fs::path& path) {
+    if (path.empty() || isDirectory(path)) {
+        return {};
+    }
+    if (errno != ENOENT) {
+        return lastError();
+    }
+    if (const auto error = createDirectories(path.parent_path())) {
+        return error;
+    }
+    if (uninterrupted([&] { return ::mkdir(path.c_str(), 0777); }) == 0) {
+        return {};
+    }
+    const auto error = lastError();
+    // Somebody else may have been quicker.
+    return error == std::errc::file_exists && isDirectory(path) ? std::error_code() : error;
+}
+
+std::error_code remove(const fs::path& path) {
+    // remove(3): unlink for a file or link, rmdir for a directory, which must be empty.
+    return uninterrupted([&] { return ::remove(path.c_str()); }) == 0 ? std::error_code()
+                                                                      : lastError();
+}
+
+std::error_code move(const fs::path& from, const fs::path& to) {
+    struct stat status {};
+    if (statusOf(to, status)) {
+        return std::make_error_code(std::errc::file_exists);
+    }
+    if (!renameFile(from, to)) {
+        return lastError();
+    }
+    flushDirectory(to.parent_path());
+    return {};
+}
+
+std::error_code setMode(const fs::path& path, unsigned mode) {
+    const auto bits = static_cast<mode_t>(mode);
+    return uninterrupted(
+               [&] { return ::fchmodat(AT_FDCWD, path.c_str(), bits, AT_SYMLINK_NOFOLLOW); }) == 0
+               ? std::error_code()
+               : lastError();
+}
+
+}  // namespace orvane::files

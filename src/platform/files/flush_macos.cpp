@@ -1,0 +1,21 @@
+#include "platform/files/flush.h"
+#include "platform/files/uninterrupted.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+namespace orvane::files {
+
+bool flushToDisk(int descriptor) {
+    // fsync(2) on macOS stops at the drive's own cache; F_FULLFSYNC does not, but not every file
+    // system knows it. A failed write is told only once, so fsync would not fail for it again.
+    if (uninterrupted([=] { return ::fcntl(descriptor, F_FULLFSYNC); }) == 0) {
+        return true;
+    }
+    return errno != EIO && errno != ENOSPC &&
+           uninterrupted([=] { return ::fsync(descriptor); }) == 0;
+}
+
+}  // namespace orvane::files

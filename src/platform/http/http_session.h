@@ -1,0 +1,119 @@
+// HTTP over libcurl: GET requests, their answers delivered on a thread of the session's own.
+#pragma once
+
+#include "platform/http/url.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace orvane {
+
+struct HttpHeader {
+    std::string name;
+    std::string value;
+};
+
+/// A GET request. Nothing but `headers`, a User-Agent and what the transport needs (Host,
+/// Accept-Encoding) is sent; in particular no Accept unless it is among `headers`, and no
+/// Authorization for a user name in the URL.
+struct HttpRequest {
+    Url url;
+    std::vector<HttpHeader> headers;
+    /// Longest silence from the other side; the session's own limit when absent.
+    std::optional<std::chrono::milliseconds> inactivityLimit;
+};
+
+/// What the server answered. Any final status counts, a redirect too: none is followed.
+struct HttpResponse {
+    std::int64_t status = 0;
+    /// The decoded body, possibly empty; absent when the exchange broke off before its end.
+    std::optional<std::string> body;
+};
+
+/// How an exchange ended: a response, or an error, or both when it broke off behind the header.
+struct HttpResult {
+    std::optional<HttpResponse> response;
+    std::optional<std::string> error;  ///< for people
+};
+
+using HttpCompletion = std::function<void(HttpResult)>;
+
+/// Limits of every exchange of a session, on the clock of clock.h.
+struct HttpLimits {
+    /// Longest time without a byte in either direction. Connecting and the TLS handshake, which
+    /// count as silence, get 30 s at most.
+    std::chrono::milliseconds inactivity;
+    /// Longest time from start to end. Both count from the start again when a request is sent once
+    /// more.
+    std::chrono::milliseconds total;
+};
+
+/// A client with connections of its own, kept alive and reused.
+///
+/// One worker thread is the callback queue: it starts with the first request and sleeps, without
+/// waking, until there is something to do; only while it connects does it wake once a second. Only
+/// http and https are spoken, TLS 1.2 or later with peer and host verified against the machine's
+/// trust store, HTTP/2 where the server takes it. The proxy variables of the environment are
+/// honoured, except for loopback hosts. There are no cookies, no cache and no credentials from
+/// files. A decoded body over `bodyLimit` ends the exchange with an error, and so do more than
+/// `headerLimit` bytes of header lines, those of interim answers and behind a chunked body
+/// included. After a failed exchange its connections are dropped, so that the next one resolves and
+/// connects again; an address at which TLS was not answered is then passed by, where there is
+/// another.
+///
+/// A connection that has been idle for more than 3 s is not used again. A request that is lost
+/// before any byte of its answer is sent once more, on a new connection, without anybody noticing:
+/// if its connection had served before, if the peer is dead, or if the server stopped taking
+/// requests. A dead peer is noticed within 75 s.
+class HttpSession {
+  public:
+    static constexpr std::size_t bodyLimit = std::size_t{100} * 1024 * 1024;
+    /// Below the limits of all versions of the library.
+    static constexpr std::size_t headerLimit = std::size_t{256} * 1024;
+    /// The longest value of a request header. Libraries have limits of their own, beyond which they
+    /// leave the header out, send nothing, or say that memory is short.
+    static constexpr std::size_t headerValueLimit = 65'536;
+    /// How long one call of the library may keep the session's thread before `endFlood` cuts the
+    /// connections, and how much later than the limits a completion may be called.
+    static constexpr std::chrono::seconds grace{5};
+
+    explicit HttpSession(HttpLimits limits);
+    HttpSession(const HttpSession&) = delete;
+    HttpSession& operator=(const HttpSession&) = delete;
+    /// Ends what is under way (its completions get an error) and waits for the thread.
+    ~HttpSession();
+
+    /// Starts `request`, returns at once. `completion` is called exactly once, on the session's
+    /// thread, and should return soon, for the session does nothing else meanwhile; an exception
+    /// from it ends the process. Only when the thread cannot be started is it called right here.
+    ///
+    /// A request that must not go on the wire completes with an error: a URL that is not http(s)
+    /// with a host ("unsupported URL"), a header value with a control character or longer than
+    /// `headerValueLimit`. May be called from any thread but not from a completion.
+    void send(HttpRequest request, HttpCompletion completion);
+
+    /// How long after `send` a completion has been called at the latest, but for a flood and for a
+    /// request that is sent once more, which may take as long again.
+    [[nodiscard]] std::chrono::milliseconds completionLimit() const;
+
+    /// For the caller whose wait has timed out. A server that floods with HTTP/2 frames that carry
+    /// nothing keeps the library from returning, and this session's thread from looking at the
+    /// clock. If that has lasted for `grace`, all connections are cut off: what is overdue ends as
+    /// timed out, the rest as lost. May be called from any thread.
+    void endFlood();
+
+    /// The process-wide session for requests that bring their own limit. Never destroyed.
+    static HttpSession& shared();
+
+  private:
+    class Worker;
+    std::unique_ptr<Worker> worker_;
+};
+
+}  // namespace orvane

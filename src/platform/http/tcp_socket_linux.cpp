@@ -1,0 +1,22 @@
+#include "platform/http/tcp_socket.h"
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+namespace orvane {
+
+int openTcpSocket(int family, int type, int protocol) noexcept {
+    constexpr int probes = 3;
+    constexpr int unacknowledgedMilliseconds = 60'000;
+    const int socket = ::socket(family, type | SOCK_CLOEXEC, protocol);
+    if (socket >= 0) {
+        // Probes are sent only while nothing else waits to be acknowledged; tcp(7).
+        (void)::setsockopt(socket, IPPROTO_TCP, TCP_KEEPCNT, &probes, sizeof probes);
+        (void)::setsockopt(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacknowledgedMilliseconds,
+                           sizeof unacknowledgedMilliseconds);
+    }
+    return socket;
+}
+
+}  // namespace orvane

@@ -1,0 +1,119 @@
+#include "platform/machine/hmac.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstddef>
+
+namespace orvane {
+
+namespace {
+
+constexpr std::size_t blockSize = 64;
+using Block = std::array<std::uint8_t, blockSize>;
+
+// FIPS 180-4, 4.2.2.
+constexpr std::array<std::uint32_t, 64> constants{
+    0x428a2f98, 0x71374491, 0xb5c0fbcf, 0xe9b5dba5, 0x3956c25b, 0x59f111f1, 0x923f82a4, 0xab1c5ed5,
+    0xd807aa98, 0x12835b01, 0x243185be, 0x550c7dc3, 0x72be5d74, 0x80deb1fe, 0x9bdc06a7, 0xc19bf174,
+    0xe49b69c1, 0xefbe4786, 0x0fc19dc6, 0x240ca1cc, 0x2de92c6f, 0x4a7484aa, 0x5cb0a9dc, 0x76f988da,
+    0x983e5152, 0xa831c66d, 0xb00327c8, 0xbf597fc7, 0xc6e00bf3, 0xd5a79147, 0x06ca6351, 0x14292967,
+    0x27b70a85, 0x2e1b2138, 0x4d2c6dfc, 0x53380d13, 0x650a7354, 0x766a0abb, 0x81c2c92e, 0x92722c85,
+    0xa2bfe8a1, 0xa81a664b, 0xc24b8b70, 0xc76c51a3, 0xd192e819, 0xd6990624, 0xf40e3585, 0x106aa070,
+    0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
+    0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
+
+class Hash {
+  public:
+    void add(std::span<const std::uint8_t> bytes) {
+        for (const std::uint8_t byte : bytes) {
+            add(byte);
+        }
+    }
+
+    /// The digest of all that was added; nothing can be added afterwards.
+    Sha256 finish() {
+        const std::uint64_t bits = size_ * 8;
+        add(0x80);
+        while (size_ % blockSize != blockSize - sizeof bits) {
+            add(0);
+        }
+        for (unsigned shift = 64; shift > 0; shift -= 8) {
+            add(static_cast<std::uint8_t>(bits >> (shift - 8)));
+        }
+        Sha256 digest{};
+        for (std::size_t i = 0; i < digest.size(); ++i) {
+            digest.at(i) = static_cast<std::uint8_t>(state_.at(i / 4) >> (24 - i % 4 * 8));
+        }
+        return digest;
+    }
+
+  private:
+    void add(std::uint8_t byte) {
+        block_.at(size_++ % blockSize) = byte;
+        if (size_ % blockSize == 0) {
+            compress();
+        }
+    }
+
+    // FIPS 180-4, 6.2.2, with its names.
+    void compress() {
+        std::array<std::uint32_t, 64> w{};
+        for (std::size_t i = 0; i < blockSize; ++i) {
+            w.at(i / 4) = w.at(i / 4) << 8U | block_.at(i);
+        }
+        for (std::size_t t = 16; t < w.size(); ++t) {
+            const std::uint32_t a = w.at(t - 15);
+            const std::uint32_t b = w.at(t - 2);
+            w.at(t) = w.at(t - 16) + (std::rotr(a, 7) ^ std::rotr(a, 18) ^ a >> 3U) + w.at(t - 7) +
+                      (std::rotr(b, 17) ^ std::rotr(b, 19) ^ b >> 10U);
+        }
+        auto [a, b, c, d, e, f, g, h] = state_;
+        for (std::size_t t = 0; t < w.size(); ++t) {
+            const std::uint32_t first = h +
+                                        (std::rotr(e, 6) ^ std::rotr(e, 11) ^ std::rotr(e, 25)) +
+                                        ((e & f) ^ (~e & g)) + constants.at(t) + w.at(t);
+            const std::uint32_t second = (std::rotr(a, 2) ^ std::rotr(a, 13) ^ std::rotr(a, 22)) +
+                                         ((a & b) ^ (a & c) ^ (b & c));
+            h = g;
+            g = f;
+            f = e;
+            e = d + first;
+            d = c;
+            c = b;
+            b = a;
+            a = first + second;
+        }
+        const std::array<std::uint32_t, 8> last{a, b, c, d, e, f, g, h};
+        for (std::size_t i = 0; i < state_.size(); ++i) {
+            state_.at(i) += last.at(i);
+        }
+    }
+
+    std::array<std::uint32_t, 8> state_{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a,
+                                        0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19};
+    Block block_{};
+    std::uint64_t size_ = 0;
+};
+
+Hash startedWith(std::span<const std::uint8_t> key, std::uint8_t pad) {
+    Block block{};
+    std::copy(key.begin(), key.end(), block.begin());
+    for (std::uint8_t& byte : block) {
+        byte ^= pad;
+    }
+    Hash hash;
+    hash.add(block);
+    return hash;
+}
+
+}  // namespace
+
+Sha256 hmacSha256(std::span<const std::uint8_t> key, std::span<const std::uint8_t> message) {
+    Hash inner = startedWith(key, 0x36);
+    inner.add(message);
+    Hash outer = startedWith(key, 0x5c);
+    outer.add(inner.finish());
+    return outer.finish();
+}
+
+}  // namespace orvane
