@@ -1,5 +1,6 @@
 // The log under a service manager: the journal.
 #include "platform/log/logger.h"
+
 #include "platform/own_mounts_linux.h"
 #include "platform/system_calls.h"
 #include "support/in_child.h"

@@ -1,4 +1,5 @@
 #include "platform/machine/machine_id.h"
+
 #include "platform/machine/paths.h"
 #include "platform/process/child_process.h"
 #include "support/rooted_paths.h"

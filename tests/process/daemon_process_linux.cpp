@@ -1,5 +1,6 @@
 // What the system knows of a process, from /proc: see proc(5).
 #include "process/daemon_process.h"
+
 #include "support/test_files.h"
 
 #include <filesystem>

@@ -1,6 +1,7 @@
 // Where systemd leaves its traces, with a stand-in for systemctl.
-#include "platform/machine/accounts.h"
 #include "status/service.h"
+
+#include "platform/machine/accounts.h"
 #include "support/rooted_paths.h"
 #include "support/test_files.h"
 

@@ -1,5 +1,6 @@
 // The log of tests and of the demo on macOS: standard error, where it can be read back.
 #include "platform/log/logger.h"
+
 #include "platform/log/message_line.h"
 
 #include <utility>

@@ -1,8 +1,9 @@
+#include "status/service.h"
+
 #include "platform/files/files.h"
 #include "platform/machine/accounts.h"
 #include "platform/machine/paths.h"
 #include "platform/process/child_process.h"
-#include "status/service.h"
 
 #include <chrono>
 #include <cstdlib>

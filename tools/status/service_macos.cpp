@@ -1,7 +1,8 @@
+#include "status/service.h"
+
 #include "platform/machine/accounts.h"
 #include "platform/machine/paths.h"
 #include "platform/process/child_process.h"
-#include "status/service.h"
 
 #include <string>
 

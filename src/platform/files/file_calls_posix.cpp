@@ -1,4 +1,5 @@
 #include "platform/files/file_calls.h"
+
 #include "platform/files/flush.h"
 #include "platform/files/uninterrupted.h"
 

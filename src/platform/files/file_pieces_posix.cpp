@@ -1,5 +1,6 @@
-#include "platform/files/descriptor.h"
 #include "platform/files/file_pieces.h"
+
+#include "platform/files/descriptor.h"
 #include "platform/files/uninterrupted.h"
 
 #include <fcntl.h>

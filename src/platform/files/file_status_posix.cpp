@@ -1,4 +1,5 @@
 #include "platform/files/file_status.h"
+
 #include "platform/files/uninterrupted.h"
 
 #include <sys/stat.h>

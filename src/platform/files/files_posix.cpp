@@ -1,5 +1,6 @@
-#include "platform/files/file_calls.h"
 #include "platform/files/files.h"
+
+#include "platform/files/file_calls.h"
 #include "platform/files/uninterrupted.h"
 
 #include <unistd.h>

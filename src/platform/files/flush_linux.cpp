@@ -1,4 +1,5 @@
 #include "platform/files/flush.h"
+
 #include "platform/files/uninterrupted.h"
 
 #include <unistd.h>

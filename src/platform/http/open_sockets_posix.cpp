@@ -1,5 +1,6 @@
-#include "platform/files/descriptor.h"
 #include "platform/http/open_sockets.h"
+
+#include "platform/files/descriptor.h"
 #include "platform/http/tcp_socket.h"
 
 #include <netdb.h>

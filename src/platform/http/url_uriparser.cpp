@@ -1,4 +1,5 @@
 #include "platform/http/url.h"
+
 #include "platform/text/text.h"
 
 #include <arpa/inet.h>

@@ -1,4 +1,5 @@
 #include "platform/json/json.h"
+
 #include "platform/json/json_events_boost.h"
 #include "platform/text/text.h"
 

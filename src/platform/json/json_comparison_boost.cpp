@@ -1,5 +1,6 @@
-#include "platform/json/json.h"
 #include "platform/json/json_comparison.h"
+
+#include "platform/json/json.h"
 #include "platform/json/json_events_boost.h"
 #include "platform/text/text.h"
 

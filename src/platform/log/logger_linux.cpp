@@ -1,6 +1,7 @@
+#include "platform/log/logger.h"
+
 #include "platform/files/descriptor.h"
 #include "platform/files/uninterrupted.h"
-#include "platform/log/logger.h"
 #include "platform/log/message_line.h"
 #include "platform/process/environment.h"
 

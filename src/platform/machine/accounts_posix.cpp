@@ -1,6 +1,7 @@
+#include "platform/machine/accounts.h"
+
 #include "platform/files/descriptor.h"
 #include "platform/files/uninterrupted.h"
-#include "platform/machine/accounts.h"
 #include "platform/machine/clock.h"
 
 #include <grp.h>

@@ -1,4 +1,5 @@
 #include "platform/machine/clock.h"
+
 #include "platform/machine/continuous_time.h"
 
 #include <poll.h>

@@ -1,6 +1,7 @@
+#include "platform/machine/machine_id.h"
+
 #include "platform/files/files.h"
 #include "platform/machine/hmac.h"
-#include "platform/machine/machine_id.h"
 #include "platform/machine/paths.h"
 #include "platform/text/text.h"
 

@@ -1,4 +1,5 @@
 #include "platform/machine/paths.h"
+
 #include "platform/process/environment.h"
 
 #include <pwd.h>

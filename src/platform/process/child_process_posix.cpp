@@ -1,7 +1,8 @@
+#include "platform/process/child_process.h"
+
 #include "platform/files/descriptor.h"
 #include "platform/files/uninterrupted.h"
 #include "platform/process/child_descriptors.h"
-#include "platform/process/child_process.h"
 
 #include <fcntl.h>
 #include <spawn.h>
