@@ -13,7 +13,7 @@ import subprocess
 import time
 
 REPOSITORY = pathlib.Path("/repository")
-BUILD = REPOSITORY / "build/bench"
+BUILD = REPOSITORY / "build/release"
 PEERS = REPOSITORY / "bench/peers"
 HOME = pathlib.Path("/home/agent")
 ORVANE = HOME / ".orvane"

@@ -9,8 +9,8 @@ import shutil
 import subprocess
 
 REPOSITORY = pathlib.Path("/repository")
-DAEMON = REPOSITORY / "build/bench/OrvanePolicyDaemon"
-SET_SLEEP = REPOSITORY / "build/bench/tests/fronts/orvane-daemon-set-sleep"
+DAEMON = REPOSITORY / "build/release/OrvanePolicyDaemon"
+SET_SLEEP = REPOSITORY / "build/release/tests/fronts/orvane-daemon-set-sleep"
 SETUP = pathlib.Path("/private/tmp/dev.orvane.setup")
 CERTIFICATES = pathlib.Path("/etc/ssl/certs")
 PLACE = pathlib.Path("/tmp/fronts")
