@@ -9,8 +9,7 @@ namespace orvane {
 
 using Sha256 = std::array<std::uint8_t, 32>;
 
-/// HMAC-SHA-256 (RFC 2104, FIPS 180-4) of `message` under `key`, which must not be longer than 64
-/// bytes. Takes no memory and cannot fail.
+/// HMAC-SHA-256 (RFC 2104, FIPS 180-4) of `message` under `key`. Allocates nothing and cannot fail.
 Sha256 hmacSha256(std::span<const std::uint8_t> key, std::span<const std::uint8_t> message);
 
 }  // namespace orvane
