@@ -2,6 +2,7 @@
 
 #include "platform/files/files.h"
 #include "platform/json/json.h"
+#include "platform/machine/clock.h"
 #include "platform/machine/paths.h"
 
 #include <cstdint>
@@ -28,12 +29,14 @@ std::optional<CapturePolicy> storedCapturePolicy(const std::filesystem::path& fi
 }  // namespace
 
 bool isUpToDate(const std::filesystem::path& file, const CapturePolicy& wanted) {
-    // Any account may have put the file there. It is never held in memory, and only one that would
-    // take seconds to read is too large.
-    constexpr auto limit = std::uint64_t{1024} * 1024 * 1024;
+    // Any account may have put the file there. Its size does not matter, since it is never held in
+    // memory, but it must not keep the daemon from its polls: where a file system shares blocks
+    // between files, terabytes of JSON cost nothing.
+    const auto deadline = clock::monotonicNow() + comparisonLimit;
     const auto comparison = comparisonWith(wanted);
-    const bool isRead = files::readInPieces(
-        file, limit, [&](std::string_view piece) { return comparison->add(piece); });
+    const bool isRead = files::readInPieces(file, [&](std::string_view piece) {
+        return comparison->add(piece) && clock::monotonicNow() < deadline;
+    });
     return isRead && comparison->isSame();
 }
 

@@ -6,6 +6,7 @@
 #include "platform/log/logger.h"
 #include "platform/text/text_list.h"
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -32,7 +33,12 @@ std::optional<CapturePolicy> deriveCapturePolicy(std::string_view guardPolicy);
 /// "intercept_hosts" have to be there; a missing "suppress_ech" counts as false. Pure.
 std::unique_ptr<json::Comparison> comparisonWith(const CapturePolicy& wanted);
 
-/// Whether the capture-policy file at `file` can be read and already says `wanted`.
+/// How long an existing capture-policy file may take to compare: about a gigabyte's time under the
+/// service's processor limit. One that takes longer counts as different.
+inline constexpr std::chrono::seconds comparisonLimit(5);
+
+/// Whether the capture-policy file at `file` can be read and already says `wanted`. Takes little
+/// memory, whatever the file's size, and no more than `comparisonLimit`.
 bool isUpToDate(const std::filesystem::path& file, const CapturePolicy& wanted);
 
 /// The capture-policy file's text. Pure.

@@ -1,13 +1,17 @@
 #include "guard/capture_policy.h"
 
+#include "platform/system_calls.h"
 #include "support/daemon_test.h"
 #include "support/in_child.h"
+#include "support/virtual_clock.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -347,6 +351,28 @@ TEST_F(CaptureFileTest, AHugeSparseFileIsReplaced) {
         applyPolicy(policyA);
         EXPECT_EQ(readFile(captureFile()), captureA);
     }
+}
+
+/// Nothing limits how long a file of another account may be.
+TEST_F(CaptureFileTest, AFileThatTakesTooLongToCompareIsReplaced) {
+    writeFile(policyFile(), policyA);
+    const std::string existing = captureA + std::string(std::size_t{150} * 1024, ' ');
+    std::chrono::milliseconds pieceTime{1000};
+    SystemCallHooks hooks;
+    hooks.read = [&](int descriptor, std::size_t) -> std::optional<ssize_t> {
+        if (pathOf(descriptor) == captureFile()) {
+            virtual_clock::advance(pieceTime);
+        }
+        return std::nullopt;
+    };
+    const WithSystemCallHooks installed(hooks);
+    writeFile(captureFile(), existing);
+    apply();
+    EXPECT_TRUE(readFile(captureFile()) == existing);
+    pieceTime = guard::comparisonLimit / 2;
+    apply();
+    EXPECT_EQ(readFile(captureFile()), captureA);
+    EXPECT_THAT(logLines(), ElementsAre(messageA));
 }
 
 TEST_F(CaptureFileTest, AFileThatSaysSomethingElseIsReplaced) {

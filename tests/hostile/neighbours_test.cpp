@@ -18,6 +18,7 @@
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <ostream>
 #include <stdexcept>
@@ -561,6 +562,36 @@ INSTANTIATE_TEST_SUITE_P(, SparseSetupFileTest,
                              std::erase_if(letters, [](char c) { return c < 'a' || c > 'z'; });
                              return letters;
                          });
+
+/// A file that says what the daemon would, at great length.
+class LongCaptureFileTest : public StickySetupDirectoryTest {
+  protected:
+    /// Of 64 MiB, which this process does not hold either: its children would start with them.
+    static void writeLongCaptureFile() {
+        std::ofstream file(captureFile());
+        file << R"({"enabled":false,)";
+        for (int i = 0; i < 64; ++i) {
+            file << std::string(std::size_t{1} << 20U, ' ');
+        }
+        file << R"("intercept_hosts":["a"],"suppress_ech":false})";
+    }
+};
+
+TEST_F(LongCaptureFileTest, IsComparedInLittleMemoryAndStays) {
+    takeTurn(1, Source::config, true);
+    rusage usual{};
+    (void)::getrusage(RUSAGE_CHILDREN, &usual);
+    fs::remove(captureFile());
+    writeLongCaptureFile();
+    const auto size = fs::file_size(captureFile());
+    log.clear();
+    takeTurn(1, Source::config, true);
+    rusage usage{};
+    (void)::getrusage(RUSAGE_CHILDREN, &usage);
+    EXPECT_LT(usage.ru_maxrss, usual.ru_maxrss + 4096);
+    EXPECT_THAT(takeLog(), ::testing::Not(Contains(::testing::HasSubstr("capture-policy"))));
+    EXPECT_EQ(fs::file_size(captureFile()), size);
+}
 
 // --- Modes
 

@@ -3,7 +3,9 @@
 #include "platform/json/json.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -129,6 +131,25 @@ TEST(JsonComparisonTest, ATextThatIsNotUsableIsNeverTheSame) {
 TEST(JsonComparisonTest, AByteOrderMarkIsPassedOver) {
     EXPECT_TRUE(isSame("\xEF\xBB\xBF{}", {}, 1000));
     EXPECT_FALSE(isSame("\xEF\xBB\xBF\xEF\xBB\xBF{}", {}, 1000));
+}
+
+/// More than any file that is held in memory may have, in as much memory as a short text takes.
+TEST(JsonComparisonTest, ATextMayHaveAnyLength) {
+    constexpr std::size_t pieces = 1600;
+    const std::string piece(std::size_t{1} << 20U, ' ');
+    const std::string member = R"("x":")" + piece + R"(",)";
+    json::Comparison comparison({{"a", true}});
+    ASSERT_TRUE(comparison.add("{" + member));
+    rusage before{};
+    ASSERT_EQ(::getrusage(RUSAGE_SELF, &before), 0);
+    for (std::size_t i = 0; i < pieces; ++i) {
+        ASSERT_TRUE(comparison.add(i % 2 == 0 ? piece : member));
+    }
+    rusage after{};
+    ASSERT_EQ(::getrusage(RUSAGE_SELF, &after), 0);
+    EXPECT_LT(after.ru_maxrss, before.ru_maxrss + 1024);
+    ASSERT_TRUE(comparison.add(R"("a":true})"));
+    EXPECT_TRUE(comparison.isSame());
 }
 
 TEST(JsonComparisonTest, LongKeysAreNotTakenForTheirBeginnings) {

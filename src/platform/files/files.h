@@ -34,9 +34,10 @@ std::optional<std::string> read(const std::filesystem::path& path, std::size_t l
 using TakePiece = std::function<bool(std::string_view piece)>;
 
 /// Reads the regular file at `path`, links followed, and hands it to `take` piece by piece, so that
-/// its size does not matter to the caller's memory. True when all of it was taken. False, too, when
-/// it cannot be read, is not a regular file or is larger than `limit`.
-bool readInPieces(const std::filesystem::path& path, std::uint64_t limit, const TakePiece& take);
+/// its size does not matter to the caller's memory. True when all of it was taken; false, too, when
+/// it cannot be read or is not a regular file. A file that grows meanwhile is read to its new end:
+/// `take` has to stop one that has no end.
+bool readInPieces(const std::filesystem::path& path, const TakePiece& take);
 
 /// Replaces the file at `path` as a whole: readers see the old content or the new, never a part.
 /// The content is on disk before it gets its name, and so is the name before this returns, where

@@ -17,14 +17,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The regular file at `path`, open for reading, and its size; not open when there is none or it is
-/// larger than `limit`.
+/// The regular file at `path`, open for reading, and its size; not open when there is none.
 struct OpenFile {
     Descriptor descriptor = Descriptor();
     std::uint64_t size = 0;
 };
 
-OpenFile openToRead(const fs::path& path, std::uint64_t limit) {
+OpenFile openToRead(const fs::path& path) {
     // Non-blocking, so that a FIFO cannot hold the caller.
     Descriptor file = openFile(path, O_RDONLY | O_NONBLOCK);
     struct stat status {};
@@ -32,8 +31,7 @@ OpenFile openToRead(const fs::path& path, std::uint64_t limit) {
         !S_ISREG(status.st_mode)) {
         return {};
     }
-    const auto size = static_cast<std::uint64_t>(status.st_size);
-    return size > limit ? OpenFile{} : OpenFile{std::move(file), size};
+    return {std::move(file), static_cast<std::uint64_t>(status.st_size)};
 }
 
 std::optional<std::string> readToEnd(int descriptor, std::size_t expected, std::size_t limit) {
@@ -74,29 +72,26 @@ bool isDirectory(const fs::path& path) {
 }  // namespace
 
 std::optional<std::string> read(const fs::path& path, std::size_t limit) {
-    const OpenFile file = openToRead(path, limit);
-    return file.descriptor.isOpen()
+    const OpenFile file = openToRead(path);
+    return file.descriptor.isOpen() && file.size <= limit
                ? readToEnd(file.descriptor.number(), static_cast<std::size_t>(file.size) + 1, limit)
                : std::nullopt;
 }
 
-bool readInPieces(const fs::path& path, std::uint64_t limit, const TakePiece& take) {
-    const OpenFile file = openToRead(path, limit);
+bool readInPieces(const fs::path& path, const TakePiece& take) {
+    const OpenFile file = openToRead(path);
     if (!file.descriptor.isOpen()) {
         return false;
     }
     constexpr std::size_t pieceSize = std::size_t{64} * 1024;
     std::string piece(pieceSize, '\0');
-    std::uint64_t done = 0;
     for (;;) {
         const ssize_t count = uninterrupted(
             [&] { return ::read(file.descriptor.number(), piece.data(), piece.size()); });
         if (count <= 0) {
             return count == 0;
         }
-        done += static_cast<std::uint64_t>(count);
-        if (done > limit ||
-            !take(std::string_view(piece).substr(0, static_cast<std::size_t>(count)))) {
+        if (!take(std::string_view(piece).substr(0, static_cast<std::size_t>(count)))) {
             return false;
         }
     }
