@@ -2,10 +2,15 @@
 #include "status/healthy_facts.h"
 #include "status/json_report.h"
 #include "status/prometheus_report.h"
+#include "status/status_page.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
+
+#include <map>
+#include <set>
+#include <sstream>
 
 namespace orvane::status {
 namespace {
@@ -79,6 +84,25 @@ TEST_F(JsonReportTest, StatesHaveFixedNames) {
     EXPECT_EQ(report()["capture"], "missing");
 }
 
+TEST_F(JsonReportTest, TheManualHasEveryMemberAndItsType) {
+    using Types = std::map<std::string, std::string>;
+    Types documented;
+    for (const auto& row : test::tableRows("For programs")) {
+        for (const std::string& member : test::codeIn(row.at(0))) {
+            documented[member] = row.at(1);
+        }
+    }
+    facts.history.lastPoll->error = "lost";
+    facts.history.lastPoll->status = 0;
+    facts.history.countedSince = facts.now;
+    Types known;
+    const auto object = nlohmann::json::parse(jsonReport(facts, judge(facts)));
+    for (const auto& [member, value] : object.items()) {
+        known[member] = value.is_number_integer() ? "integer" : value.type_name();
+    }
+    EXPECT_EQ(documented, known);
+}
+
 class PrometheusReportTest : public ::testing::Test {
   protected:
     [[nodiscard]] std::string samples() const { return prometheusSamples(facts, judge(facts)); }
@@ -126,6 +150,23 @@ TEST_F(PrometheusReportTest, WhatIsNotSoIsZero) {
     EXPECT_THAT(text, HasSubstr("capture_in_step{account=\"alice\"} 0\n"));
     EXPECT_THAT(text, HasSubstr("capture_enabled{account=\"alice\"} 0\n"));
     EXPECT_THAT(text, Not(HasSubstr("restarts")));
+}
+
+TEST_F(PrometheusReportTest, TheManualHasEveryMetric) {
+    std::set<std::string> documented;
+    for (const auto& row : test::tableRows("Metrics")) {
+        for (const std::string& metric : test::codeIn(row.at(0))) {
+            documented.insert(metric);
+        }
+    }
+    std::set<std::string> known;
+    std::istringstream exposition(prometheusExposition(samples()));
+    for (std::string line; std::getline(exposition, line);) {
+        if (!line.starts_with("#")) {
+            known.insert(line.substr(0, line.find('{')));
+        }
+    }
+    EXPECT_EQ(documented, known);
 }
 
 TEST_F(PrometheusReportTest, LabelsAreEscaped) {

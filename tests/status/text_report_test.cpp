@@ -131,6 +131,12 @@ TEST_F(TextReportTest, ThePictureHasABarForEachHourAndTheCurrentOneIsTheLast) {
     EXPECT_THAT(rowOf("last 24 h"), EndsWith("▁\033[31m▂\033[0m\033[31m▄\033[0m\033[31m█\033[0m"));
 }
 
+TEST_F(TextReportTest, ThePictureFitsOnATerminalWithItsColorsToo) {
+    style = {true, true, false, 80};
+    facts.history.hours.fill({12, 6});
+    EXPECT_THAT(rowOf("last 24 h"), StartsWith("288 polls, 0 failed  \033[31m▄\033[0m"));
+}
+
 TEST_F(TextReportTest, EachStateOfTheCapturePolicyHasItsWords) {
     facts.capture = {CaptureState::different, false, 1, true, {}};
     EXPECT_EQ(rowOf("capture policy"), "off, 1 host, not in step with the policy");

@@ -1,10 +1,14 @@
 #include "status/verdict.h"
 
+#include "status/all_accounts.h"
 #include "status/healthy_facts.h"
+#include "status/status_page.h"
 
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <map>
+#include <set>
 
 namespace orvane::status {
 namespace {
@@ -234,6 +238,30 @@ std::string nameOfCase(const ::testing::TestParamInfo<Case>& info) {
 INSTANTIATE_TEST_SUITE_P(Services, VerdictTest, ::testing::ValuesIn(services), nameOfCase);
 INSTANTIATE_TEST_SUITE_P(Polls, VerdictTest, ::testing::ValuesIn(polls), nameOfCase);
 INSTANTIATE_TEST_SUITE_P(Files, VerdictTest, ::testing::ValuesIn(files), nameOfCase);
+
+TEST(VerdictPageTest, TheManualHasEveryProblemAndItsExitStatuses) {
+    using Table = std::map<std::string, std::set<int>>;
+    Table documented;
+    for (const auto& row : test::tableRows("Verdicts")) {
+        for (const std::string& problem : test::codeIn(row.at(0))) {
+            for (const char c : row.at(1)) {
+                if (c >= '0' && c <= '9') {
+                    documented[problem].insert(c - '0');
+                }
+            }
+        }
+    }
+    const Verdict noAnswer = unpacked("bob", "").verdict;
+    Table known{{noAnswer.problem, {static_cast<int>(noAnswer.level)}}};
+    for (const auto& cases : {services, polls, files}) {
+        for (const Case& each : cases) {
+            if (each.level != Level::healthy) {
+                known[each.problem].insert(static_cast<int>(each.level));
+            }
+        }
+    }
+    EXPECT_EQ(documented, known);
+}
 
 TEST(LevelTest, TheValuesAreThoseOfMonitoring) {
     EXPECT_EQ(static_cast<int>(Level::healthy), 0);

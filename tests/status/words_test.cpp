@@ -75,6 +75,13 @@ TEST(WrappedTest, LinesAreBrokenAtSpaces) {
     EXPECT_EQ(wrapped("", 0, 2, 9), "");
     EXPECT_EQ(wrapped("äöü äöü", 0, 0, 7), "äöü äöü");
     EXPECT_EQ(wrapped("averylongword x", 0, 1, 5), "averylongword\n x");
+    EXPECT_EQ(wrapped("one  two", 0, 2, 7), "one\n  two");
+}
+
+TEST(WrappedTest, ColorsTakeNoColumns) {
+    const std::string two = "\033[31mt\033[0mw\033[1;32mo\033[0m";
+    EXPECT_EQ(wrapped("one " + two + " three", 0, 0, 13), "one " + two + " three");
+    EXPECT_EQ(wrapped("one " + two + " three", 0, 0, 12), "one " + two + "\nthree");
 }
 
 }  // namespace

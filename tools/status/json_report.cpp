@@ -37,28 +37,6 @@ class Members {
     std::vector<json::Member> members_;
 };
 
-std::string_view nameOf(ServiceState state) {
-    switch (state) {
-        case ServiceState::running:
-            return "running";
-        case ServiceState::restarting:
-            return "restarting";
-        case ServiceState::stopped:
-            return "stopped";
-        case ServiceState::masked:
-            return "masked";
-        case ServiceState::notInstalled:
-            return "not installed";
-        case ServiceState::notLoggedIn:
-            return "not logged in";
-        case ServiceState::systemAccount:
-            return "system account";
-        case ServiceState::unknown:
-            break;
-    }
-    return "unknown";
-}
-
 std::string_view nameOf(CaptureState state) {
     switch (state) {
         case CaptureState::inStep:

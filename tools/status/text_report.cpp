@@ -25,25 +25,13 @@ std::string ago(Time time, const Facts& facts, const Style& style) {
 }
 
 std::string_view stateInWords(ServiceState state) {
-    switch (state) {
-        case ServiceState::running:
-            return "running";
-        case ServiceState::restarting:
-            return "about to be started again";
-        case ServiceState::stopped:
-            return "stopped";
-        case ServiceState::masked:
-            return "masked";
-        case ServiceState::notInstalled:
-            return "not installed";
-        case ServiceState::notLoggedIn:
-            return "not logged in";
-        case ServiceState::systemAccount:
-            return "none for this account";
-        case ServiceState::unknown:
-            break;
+    if (state == ServiceState::restarting) {
+        return "about to be started again";
     }
-    return "unknown (no service manager to ask)";
+    if (state == ServiceState::systemAccount) {
+        return "none for this account";
+    }
+    return state == ServiceState::unknown ? "unknown (no service manager to ask)" : nameOf(state);
 }
 
 std::string serviceText(const Service& service, const Style& style) {

@@ -32,7 +32,44 @@ bool isContinuation(char byte) {
     return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
 }
 
+/// How many columns `text` takes on a terminal: its characters, without the sequences that color
+/// them.
+std::size_t columnsOf(std::string_view text) {
+    std::size_t columns = 0;
+    bool isInSequence = false;
+    for (const char c : text) {
+        isInSequence = isInSequence || c == '\033';
+        if (!isInSequence && !isContinuation(c)) {
+            ++columns;
+        }
+        isInSequence = isInSequence && c != 'm';
+    }
+    return columns;
+}
+
 }  // namespace
+
+std::string_view nameOf(ServiceState state) {
+    switch (state) {
+        case ServiceState::running:
+            return "running";
+        case ServiceState::restarting:
+            return "restarting";
+        case ServiceState::stopped:
+            return "stopped";
+        case ServiceState::masked:
+            return "masked";
+        case ServiceState::notInstalled:
+            return "not installed";
+        case ServiceState::notLoggedIn:
+            return "not logged in";
+        case ServiceState::systemAccount:
+            return "system account";
+        case ServiceState::unknown:
+            break;
+    }
+    return "unknown";
+}
 
 std::string inWords(std::chrono::nanoseconds duration, Units units) {
     const auto seconds =
@@ -102,9 +139,9 @@ std::string wrapped(std::string_view text, std::size_t column, std::size_t inden
     while (!text.empty()) {
         const std::string_view word = text.substr(0, text.find(' '));
         text.remove_prefix(std::min(text.size(), word.size() + 1));
-        const auto length = static_cast<std::size_t>(
-            std::count_if(word.begin(), word.end(), [](char c) { return !isContinuation(c); }));
+        const std::size_t length = columnsOf(word);
         if (!result.empty() && column + 1 + length > width) {
+            result.erase(result.find_last_not_of(' ') + 1);
             result += '\n' + std::string(indent, ' ');
             column = indent;
         } else if (!result.empty()) {

@@ -1,7 +1,7 @@
-// Times, durations and texts from elsewhere, in words. All pure.
+// States, times, durations and texts from elsewhere, in words. All pure.
 #pragma once
 
-#include "status/activity_line.h"
+#include "status/facts.h"
 
 #include <chrono>
 #include <cstdint>
@@ -9,6 +9,9 @@
 #include <string_view>
 
 namespace orvane::status {
+
+/// The fixed name of a state, such as "not installed".
+std::string_view nameOf(ServiceState state);
 
 /// How units are written: "3 d 4 h", or "3 days 4 hours".
 enum class Units { abbreviated, spelledOut };
@@ -28,8 +31,9 @@ std::string printable(std::string_view text, std::size_t most);
 /// `url` without the user name and password that may be in it.
 std::string withoutUserInfo(std::string_view url);
 
-/// `text` in lines of at most `width` characters where it has spaces to break it at; all lines but
-/// the first one are indented by `indent`, and the first one begins at `column`.
+/// `text` in lines of at most `width` columns where it has spaces to break it at; all lines but the
+/// first one are indented by `indent`, and the first one begins at `column`. Sequences that color
+/// it take no columns.
 std::string wrapped(std::string_view text, std::size_t column, std::size_t indent,
                     std::size_t width);
 
