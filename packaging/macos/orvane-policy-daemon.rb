@@ -22,6 +22,7 @@ class OrvanePolicyDaemon < Formula
     libexec.install "build/release/OrvanePolicyDaemon"
     bin.install "build/release/orvane-policy-status"
     libexec.install "packaging/macos/rotate-activity-log"
+    man1.install "build/release/packaging/orvane-policy-status.1"
     man8.install "build/release/packaging/OrvanePolicyDaemon.8"
     # Homebrew starts one service for each formula; this one is for launchd itself.
     inreplace "packaging/macos/dev.orvane.policy-daemon.rotation.plist", "/Library/Application Support/Orvane", opt_libexec

@@ -434,10 +434,13 @@ class ScriptsTest(Scratch):
 
     def test_the_status_command_comes_with_the_daemon_that_it_was_built_with(self):
         (self.program.parent / "orvane-policy-status").write_text("the command")
+        (self.program.parent / "packaging/orvane-policy-status.1").write_text("its manual")
         self.be_a_mac()
         self.assertEqual(self.install("--root", str(self.root)).returncode, 0)
         command = self.root / PLACE / "orvane-policy-status"
         self.assertEqual((command.read_text(), mode_of(command)), ("the command", 0o755))
+        manual = command.with_suffix(".1")
+        self.assertEqual((manual.read_text(), mode_of(manual)), ("its manual", 0o644))
         self.assertEqual(self.calls("codesign"), [f"codesign --force --sign - {self.root / PROGRAM}",
                                                   f"codesign --force --sign - {command}"])
         self.assertEqual(self.run_script("remove", "--root", str(self.root)).returncode, 0)
@@ -705,6 +708,7 @@ class FormulaTest(unittest.TestCase):
         self.assertIn('libexec.install "build/release/OrvanePolicyDaemon"', lines)
         self.assertIn('bin.install "build/release/orvane-policy-status"', lines)
         self.assertIn('libexec.install "packaging/macos/rotate-activity-log"', lines)
+        self.assertIn('man1.install "build/release/packaging/orvane-policy-status.1"', lines)
         self.assertIn('man8.install "build/release/packaging/OrvanePolicyDaemon.8"', lines)
         place = re.search(r'inreplace "([^"]+)", "([^"]+)", ', lines)
         self.assertEqual((SOURCE / place.group(1)).name, f"{ROTATION}.plist")
