@@ -73,6 +73,7 @@ def fresh_home(url, stored=None):
     last turn."""
     shutil.rmtree(ORVANE, ignore_errors=True)
     ORVANE.mkdir()
+    SETUP.mkdir(parents=True, exist_ok=True)
     for file in SETUP.iterdir():  # the directory itself is being watched
         file.unlink()
     (SETUP / "enroll-config.json").write_text(f'{{"api_url":"{url}","api_key":"key-0123456789abcdef"}}')

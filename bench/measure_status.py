@@ -1,6 +1,7 @@
 """What the status command costs, and that it does not grow with the activity log."""
 
 import os
+import resource
 import statistics
 import subprocess
 import time
@@ -28,16 +29,22 @@ def write_log(lines, hole=0):
             log.write(LINE % time.strftime("%Y-%m-%dT%H:%M:%S.000Z", ended))
 
 
+def used():
+    """Milliseconds of processor time of all children so far."""
+    usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+    return (usage.ru_utime + usage.ru_stime) * 1000
+
+
 def milliseconds(command):
-    """From the start to the end of one run."""
-    start = time.monotonic()
+    """Of processor time, of one run. It waits for nothing, so on a machine at rest it takes no longer."""
+    before = used()
     subprocess.run(command, stdout=subprocess.DEVNULL, check=False)
-    return (time.monotonic() - start) * 1000
+    return used() - before
 
 
 def measure(short):
     h.fresh_home("http://127.0.0.1:9")
-    logs = {"day": (288, 0), "flood": (8000, 0), "large": (288, 10**10)}
+    logs = {"day": (288, 0), "flood": (8000, 0), "large": (288, 10**9), "larger": (288, 10**10)}
     times = {name: [] for name in [*logs, "true"]}
     for _ in range(RUNS):  # in turns: what else the machine does must not look like growth
         for name, (lines, hole) in logs.items():
@@ -45,13 +52,18 @@ def measure(short):
             times[name].append(milliseconds([STATUS]))
         times["true"].append(milliseconds(["/usr/bin/true"]))
     os.unlink(h.ACTIVITY_LOG)
-    day, flood, large, nothing = (statistics.median(times[name]) for name in [*logs, "true"])
+    day, flood, large, larger, nothing = (statistics.median(times[name]) for name in [*logs, "true"])
     return {
         "rows": [
             h.row(
-                "a run of orvane-policy-status, a log of 288 polls", "50 ms", day <= 50, "ms", daemon=day, true=nothing
+                "processor time of orvane-policy-status, a log of 288 polls",
+                "≤ 50 ms",
+                day <= 50,
+                "ms",
+                daemon=day,
+                true=nothing,
             ),
-            h.row("the same, a log of which 1 MiB is read", "50 ms", flood <= 50, "ms", daemon=flood),
-            h.row("the same, a log of 10 GB against a day's", "none", large <= 1.5 * day, "×", daemon=large / day),
+            h.row("the same, a log of which 1 MiB is read, the most there is", "≤ 50 ms", flood <= 50, "ms", daemon=flood),
+            h.row("the same, a log of 10 GB against 1 GB", "none", larger <= 1.2 * large, "×", daemon=larger / large),
         ]
     }
