@@ -457,8 +457,9 @@ class UnlistedDirectoryTest : public NeighbourhoodTest {
 
     void expectAllStored() {
         takeTurn(1, Source::config, true);
-        EXPECT_THAT(takeLog(),
-                    ::testing::Each(::testing::Not(::testing::StartsWith("error atomic"))));
+        for (const std::string& line : takeLog()) {
+            EXPECT_THAT(line, ::testing::Not(::testing::HasSubstr("write")));
+        }
         EXPECT_EQ(readFile(orvane() / "policy.json"), policyOf(1));
         EXPECT_EQ(readFile(orvane() / "policy-etag.json"), R"({"etag":"v1"})");
         EXPECT_EQ(readFile(orvane() / "guard-effective.json"), effectiveOf(1));
