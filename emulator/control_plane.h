@@ -1,6 +1,8 @@
 #pragma once
 
 #include "emulator/decision.h"
+#include "emulator/exchange.h"
+#include "emulator/fault.h"
 
 #include <chrono>
 #include <cstddef>
@@ -9,44 +11,46 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace orvane::emulator {
 
-/// One request and what became of it, for whoever watches. Holds no credentials.
-struct Exchange {
-    std::string method;
-    std::string target;                 ///< Path and query exactly as sent.
-    std::string ifNoneMatch;            ///< As sent, with its quotes; empty when absent.
-    unsigned status = 0;                ///< 0 while the request is still held.
-    std::size_t bytes = 0;              ///< Length of the answer's body.
-    std::chrono::milliseconds held{0};  ///< From the request's arrival to its answer.
+/// What a control plane does beyond answering.
+struct Behavior {
+    std::chrono::seconds longestHold{300};  ///< Polls are held no longer, whatever they ask for.
+    bool jitter = false;                    ///< They are held for 80 to 100 % of their time.
+    unsigned failEvery = 0;     ///< Each poll whose number is a multiple is refused; 0 for none.
+    unsigned failStatus = 503;  ///< With this status.
+    std::uint64_t seed = 0;     ///< For what is chosen at random.
 };
 
 /// How to run a control plane.
 struct Options {
-    std::uint16_t port = 0;  ///< TCP port on the loopback interface; 0 for any free one.
-    Account account;         ///< An empty `apiUrl` stands for the server's own address.
+    std::string address = "127.0.0.1";  ///< The address to listen on.
+    std::uint16_t port = 0;             ///< TCP port; 0 for any free one.
+    Account account;                    ///< An empty `apiUrl` stands for the server's own address.
     Behavior behavior;
     std::string certificatePem;  ///< With a certificate and its key the server speaks HTTPS only;
     std::string privateKeyPem;   ///< with both empty, HTTP only.
 
-    /// Called when a request begins to be held, and when a request has its answer, which is just
-    /// before that answer is sent. Both run on the server's thread, one at a time, and must be
-    /// quick, must not throw and must not destroy the control plane.
+    /// Called when a request of an agent begins to be held, and when one has its answer, which is
+    /// just before that answer is sent, or ends without one; also for requests of people that
+    /// change something. Both run on the server's thread, one at a time, and must be quick, must
+    /// not throw and must not destroy the control plane.
     std::function<void(const Exchange&)> onHeld;
     std::function<void(const Exchange&)> onExchange;
 };
 
-/// A control plane on this machine's loopback interface: it serves one policy to any number of
-/// agents and holds their polls until the policy changes.
+/// A control plane on this machine: it serves one policy to any number of agents, holds their polls
+/// until the policy changes, and shows people at `/` what happens.
 ///
 /// It answers from construction to destruction, on a thread of its own; a second thread ends the
-/// polls whose time is up. An agent that hangs up while held is noticed when the hold ends. All
-/// operations may be called from any thread.
+/// polls whose time is up and notices agents that hang up. All operations may be called from any
+/// thread.
 class ControlPlane {
   public:
-    /// Starts to listen. Throws std::runtime_error when that is not possible (the port is taken,
-    /// the certificate is unusable, HTTPS is not supported).
+    /// Starts to listen. Throws BadInput when that is not possible (the port is taken, the
+    /// certificate does not fit the key, HTTPS is not supported). SIGPIPE is ignored from then on.
     explicit ControlPlane(Options options);
 
     /// Lets go of held polls and stops.
@@ -60,9 +64,12 @@ class ControlPlane {
     /// Scheme, address and port, without a slash at the end.
     std::string baseUrl() const;
 
-    /// Makes `json` the policy (see readPolicy) and lets held polls have it at once.
-    /// False, and nothing changes, when it is not a JSON object.
-    bool setPolicy(std::string_view json);
+    /// Makes `json` the policy (see readPolicy) and lets held polls have it at once. Throws
+    /// BadInput when it is unusable; then nothing changes.
+    void setPolicy(std::string_view json);
+
+    /// Switches `faults` on and all others off, for held polls as well.
+    void setFaults(std::vector<Fault> faults);
 
     /// How many polls are held right now.
     std::size_t heldPolls() const;

@@ -1,25 +1,25 @@
+#include "emulator/bad_input.h"
+#include "emulator/certificate.h"
 #include "emulator/control_plane.h"
 #include "emulator/flags.h"
 #include "emulator/policy_file.h"
+#include "emulator/record.h"
+#include "emulator/wall_time.h"
 
 #include <sys/resource.h>
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
-#include <ctime>
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <iomanip>
 #include <iostream>
 #include <optional>
+#include <random>
 #include <span>
-#include <sstream>
-#include <stdexcept>
 #include <string>
 #include <thread>
-#include <utility>
 
 namespace {
 
@@ -27,30 +27,24 @@ using namespace orvane::emulator;
 
 constexpr std::chrono::milliseconds lookInterval{250};
 
+/// A descriptor for each held poll, and some more.
+constexpr rlim_t wantedDescriptors = 10'500;
+
 volatile std::sig_atomic_t stopAsked = 0;
 
 extern "C" void askToStop(int /*signal*/) {
     stopAsked = 1;
 }
 
-/// For example 2026-11-21T02:14:00.123Z.
-std::string timestamp() {
-    const auto now = std::chrono::system_clock::now();
-    const auto sinceEpoch = std::chrono::floor<std::chrono::milliseconds>(now.time_since_epoch());
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
-    std::tm utc{};
-    gmtime_r(&seconds, &utc);
-    std::ostringstream text;
-    text << std::put_time(&utc, "%FT%T.") << std::setw(3) << std::setfill('0')
-         << sinceEpoch.count() % 1000 << 'Z';
-    return text.str();
-}
-
 /// Writes the line in one piece, so that those of two threads never mix.
 void printLine(std::string text) {
     const auto isControl = [](char c) { return static_cast<unsigned char>(c) < ' ' || c == 0x7f; };
     std::replace_if(text.begin(), text.end(), isControl, '?');
-    std::cout << timestamp() + ' ' + text + '\n' << std::flush;
+    std::cout << wallTime(std::chrono::system_clock::now()) + ' ' + text + '\n' << std::flush;
+}
+
+void complain(const std::string& text) {
+    std::cerr << "orvane-control-plane: " + text + '\n';
 }
 
 std::string requestText(const Exchange& exchange) {
@@ -59,23 +53,28 @@ std::string requestText(const Exchange& exchange) {
                                         : request + " If-None-Match " + exchange.ifNoneMatch;
 }
 
-void printHeld(const Exchange& exchange) {
-    printLine(requestText(exchange) + " -> held");
+std::string faultText(const Exchange& exchange) {
+    return exchange.fault.empty() ? "" : " (fault: " + exchange.fault + ')';
 }
 
-void printAnswered(const Exchange& exchange) {
-    printLine(requestText(exchange) + " -> " + std::to_string(exchange.status) + ", " +
-              std::to_string(exchange.bytes) + " bytes, held " +
-              std::to_string(exchange.held.count()) + " ms");
+void printHeld(const Exchange& exchange) {
+    printLine(requestText(exchange) + " -> held" + faultText(exchange));
+}
+
+void printEnded(const Exchange& exchange) {
+    const std::string outcome =
+        exchange.hungUp ? "hung up"
+        : exchange.status == 0
+            ? "no answer"
+            : std::to_string(exchange.status) + ", " + std::to_string(exchange.bytes) + " bytes";
+    printLine(requestText(exchange) + " -> " + outcome + ", held " +
+              std::to_string(exchange.held.count()) + " ms" + faultText(exchange));
 }
 
 std::string readPem(const std::filesystem::path& path) {
-    if (path.empty()) {
-        return {};
-    }
-    auto content = readFile(path);
-    if (!content || content->empty()) {
-        throw std::runtime_error("cannot read " + path.string());
+    const auto content = readFile(path);
+    if (!content) {
+        throw BadInput("cannot read " + path.string());
     }
     return *content;
 }
@@ -84,7 +83,7 @@ std::string readPem(const std::filesystem::path& path) {
 void writePort(const std::filesystem::path& path, std::uint16_t port) {
     const std::filesystem::path scratch = path.string() + ".new";
     if (!(std::ofstream(scratch) << port << std::endl)) {
-        throw std::runtime_error("cannot write " + scratch.string());
+        throw BadInput("cannot write " + scratch.string());
     }
     std::filesystem::rename(scratch, path);
 }
@@ -92,69 +91,118 @@ void writePort(const std::filesystem::path& path, std::uint16_t port) {
 void servePolicyOf(const WatchedFile& file, ControlPlane& controlPlane) {
     printLine("reading the policy in " + file.path().string());
     const auto content = readFile(file.path());
-    if (!content || !controlPlane.setPolicy(*content)) {
-        std::cerr << file.path().string() + " is not a usable policy (" +
-                         (content ? "not a JSON object" : "cannot be read") +
-                         "); the policy stays as it was\n";
+    if (!content) {
+        throw BadInput(file.path().string() + " cannot be read");
+    }
+    try {
+        controlPlane.setPolicy(*content);
+    } catch (const BadInput& mistake) {
+        throw BadInput(file.path().string() + ": " + mistake.what());
     }
 }
 
-/// Each held poll costs a file descriptor; the usual limit allows a thousand.
+/// The usual limit allows a thousand.
 void allowManyConnections() {
     rlimit limit{};
-    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
-        limit.rlim_cur = std::max(limit.rlim_cur, std::min<rlim_t>(limit.rlim_max, 10'240));
-        setrlimit(RLIMIT_NOFILE, &limit);
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wantedDescriptors) {
+        return;
+    }
+    limit.rlim_cur = std::min(limit.rlim_max, wantedDescriptors);
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur < wantedDescriptors) {
+        printLine("the limit of open files (ulimit -Hn) allows fewer than 10,000 held polls");
     }
 }
 
-Options optionsOf(const Flags& flags) {
+/// Appends to the record if there is one. When that fails, says so once and goes on without.
+void record(std::optional<Record>& file, const Exchange& exchange) {
+    if (file && !file->add(exchange)) {
+        complain("the record cannot be written any more; it ends here");
+        file.reset();
+    }
+}
+
+Options optionsOf(const Flags& flags, std::optional<Record>& file) {
     Options options;
+    options.address = flags.address;
     options.port = flags.port;
     options.account = flags.account;
     options.behavior = flags.behavior;
-    options.certificatePem = readPem(flags.certificate);
-    options.privateKeyPem = readPem(flags.privateKey);
     options.onHeld = printHeld;
-    options.onExchange = printAnswered;
+    options.onExchange = [&file](const Exchange& exchange) {
+        printEnded(exchange);
+        record(file, exchange);
+    };
+    TlsFiles tls{{}, flags.certificate, flags.privateKey};
+    if (!flags.tlsDirectory.empty()) {
+        tls = makeTlsFiles(flags.tlsDirectory, flags.address);
+        printLine("to trust it for a test: curl --cacert " + tls.authority.string());
+        printLine(
+            "                     or: sudo cp " + tls.authority.string() +
+            " /usr/local/share/ca-certificates/orvane-test.crt && sudo update-ca-certificates");
+    }
+    if (!tls.certificate.empty()) {
+        options.certificatePem = readPem(tls.certificate);
+        options.privateKeyPem = readPem(tls.privateKey);
+    }
     return options;
 }
 
-void serve(const Flags& flags) {
-    ControlPlane controlPlane(optionsOf(flags));
-    printLine("listening on " + controlPlane.baseUrl());
+/// The seed is printed where it is needed to have the same once more.
+std::uint64_t seedOf(const Flags& flags) {
+    const std::uint64_t seed = flags.seed ? *flags.seed : std::random_device{}();
+    if (!flags.seed && (flags.behavior.jitter || !flags.faults.empty())) {
+        printLine("chance begins with --seed " + std::to_string(seed));
+    }
+    return seed;
+}
+
+void serve(Flags flags) {
+    std::optional<Record> file;
+    if (!flags.record.empty()) {
+        file.emplace(flags.record);
+    }
+    flags.behavior.seed = seedOf(flags);
+    ControlPlane controlPlane(optionsOf(flags, file));
+    controlPlane.setFaults(flags.faults);
     WatchedFile policy(flags.policy);
-    const auto lookAtPolicy = [&] {
-        if (!flags.policy.empty() && policy.changed()) {
-            servePolicyOf(policy, controlPlane);
-        }
-    };
-    lookAtPolicy();
+    if (!flags.policy.empty() && policy.changed()) {
+        servePolicyOf(policy, controlPlane);
+    }
+    printLine("listening on " + controlPlane.baseUrl() + ", with a page at /");
     if (!flags.portFile.empty()) {
         writePort(flags.portFile, controlPlane.port());
     }
     while (stopAsked == 0) {
         std::this_thread::sleep_for(lookInterval);
-        lookAtPolicy();
+        if (flags.policy.empty() || !policy.changed()) {
+            continue;
+        }
+        try {
+            servePolicyOf(policy, controlPlane);
+        } catch (const BadInput& mistake) {
+            complain(std::string(mistake.what()) + "; the policy stays as it was");
+        }
     }
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    const auto flags = readFlags(std::span(argv, static_cast<std::size_t>(argc)).subspan(1));
-    if (!flags || flags->help) {
-        (flags ? std::cout : std::cerr) << usage();
-        return flags ? 0 : 2;
-    }
-    static_cast<void>(std::signal(SIGINT, askToStop));
-    static_cast<void>(std::signal(SIGTERM, askToStop));
-    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
-    allowManyConnections();
     try {
-        serve(*flags);
+        const Flags flags = readFlags(std::span(argv, static_cast<std::size_t>(argc)).subspan(1));
+        if (flags.help || flags.version) {
+            std::cout << (flags.help ? usage() : "orvane-control-plane " ORVANE_VERSION "\n");
+            return 0;
+        }
+        static_cast<void>(std::signal(SIGINT, askToStop));
+        static_cast<void>(std::signal(SIGTERM, askToStop));
+        allowManyConnections();
+        serve(flags);
+    } catch (const BadInput& mistake) {
+        complain(mistake.what());
+        return 2;
     } catch (const std::exception& error) {
-        std::cerr << "orvane-control-plane: " << error.what() << '\n';
+        complain(error.what());
         return 1;
     }
     return 0;

@@ -33,7 +33,10 @@ void readHeaders(MHD_Connection* connection, const char* method, const char* pat
     request.device = headerOf(connection, "X-Orv-Device");
     request.tenant = headerOf(connection, "X-Orv-Tenant");
     request.ifNoneMatch = headerOf(connection, "If-None-Match");
+    request.host = headerOf(connection, "Host");
+    request.origin = headerOf(connection, "Origin");
     pending.exchange.method = request.method;
+    pending.exchange.userAgent = headerOf(connection, "User-Agent");
     pending.exchange.ifNoneMatch = request.ifNoneMatch;
     pending.headersRead = true;
 }
@@ -43,23 +46,6 @@ void readBody(std::string_view bytes, Request& request) {
     if (!request.bodyTooLong) {
         request.body += bytes;
     }
-}
-
-MHD_Result send(MHD_Connection* connection, Reply reply) {
-    MHD_Response* const response = MHD_create_response_from_buffer(
-        reply.body.size(), reply.body.data(), MHD_RESPMEM_MUST_COPY);
-    if (response == nullptr) {
-        return MHD_NO;
-    }
-    if (!reply.body.empty()) {
-        MHD_add_response_header(response, "Content-Type", "application/json");
-    }
-    if (!reply.allow.empty()) {
-        MHD_add_response_header(response, "Allow", reply.allow.c_str());
-    }
-    const MHD_Result queued = MHD_queue_response(connection, reply.status, response);
-    MHD_destroy_response(response);
-    return queued;
 }
 
 }  // namespace orvane::emulator

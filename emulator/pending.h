@@ -1,8 +1,9 @@
 // A request to the local control plane as libmicrohttpd hands it over, piece by piece.
 #pragma once
 
-#include "emulator/control_plane.h"
 #include "emulator/decision.h"
+#include "emulator/exchange.h"
+#include "emulator/hang_ups.h"
 
 #include <microhttpd.h>
 
@@ -14,8 +15,6 @@
 
 namespace orvane::emulator {
 
-using Clock = std::chrono::steady_clock;
-
 /// A request on its way to an answer. The HTTP library carries it along with the connection.
 struct Pending {
     explicit Pending(std::string target) { exchange.target = std::move(target); }
@@ -24,8 +23,13 @@ struct Pending {
     Request request;
     Exchange exchange;
     bool headersRead = false;
-    bool counted = false;                           // Among the polls.
+    bool isHeld = false;       // Has been, at least once.
+    bool gone = false;         // The peer hung up.
+    std::uint64_t number = 0;  // Of a poll among its device's, once it is counted.
+    bool isRefused = false;    // For its number among all polls.
     std::optional<std::chrono::milliseconds> hold;  // How long at most, once that is decided.
+    std::chrono::seconds lateBy{0};                 // How late an answer has to be sent.
+    std::optional<Clock::time_point> answerAt;      // When, once there is an answer.
 };
 
 /// Fills in what the request line and the headers say.
@@ -34,8 +38,5 @@ void readHeaders(MHD_Connection* connection, const char* method, const char* pat
 
 /// Appends to the body, or notes that it is too long.
 void readBody(std::string_view bytes, Request& request);
-
-/// Queues the answer; MHD_NO, on which the library closes the connection, when there is no memory.
-MHD_Result send(MHD_Connection* connection, Reply reply);
 
 }  // namespace orvane::emulator

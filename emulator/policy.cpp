@@ -1,9 +1,11 @@
 #include "emulator/policy.h"
 
+#include "emulator/bad_input.h"
+#include "emulator/hash.h"
+
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
-#include <cstdint>
 #include <iomanip>
 #include <sstream>
 #include <utility>
@@ -16,29 +18,38 @@ using nlohmann::json;
 /// Writing JSON recurses, so a limit here keeps a hostile policy from exhausting the stack.
 constexpr int maxDepth = 1000;
 
-/// FNV-1a, 64 bits, as 16 hex digits: short, and the same for the same content.
+/// 16 hex digits: short, and the same for the same content.
 std::string tagOf(std::string_view content) {
-    std::uint64_t hash = 0xcbf29ce484222325;
-    for (const char byte : content) {
-        hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001b3;
-    }
     std::ostringstream digits;
-    digits << std::hex << std::setw(16) << std::setfill('0') << hash;
+    digits << std::hex << std::setw(16) << std::setfill('0') << hashOf(content);
     return digits.str();
 }
 
-std::optional<json> parseObject(std::string_view text) {
+/// Where the byte with the number `byte`, counted from 1, is in `text`.
+std::string placeOf(std::string_view text, std::size_t byte) {
+    const std::string_view before = text.substr(0, byte == 0 ? 0 : byte - 1);
+    const auto line = std::count(before.begin(), before.end(), '\n') + 1;
+    const std::size_t lineStart = before.rfind('\n') + 1;  // 0 if there is no line feed
+    return "line " + std::to_string(line) + ", column " +
+           std::to_string(before.size() - lineStart + 1);
+}
+
+json parse(std::string_view text) {
     int deepest = 0;
     const auto noteDepth = [&deepest](int depth, json::parse_event_t, const json&) {
         deepest = std::max(deepest, depth);
         return true;
     };
-    json value = json::parse(text, noteDepth, /*allow_exceptions=*/false);
-    if (!value.is_object() || deepest > maxDepth) {
-        return std::nullopt;
+    try {
+        json value = json::parse(text, noteDepth);
+        if (deepest > maxDepth) {
+            throw BadInput("the policy is nested more than " + std::to_string(maxDepth) +
+                           " levels deep");
+        }
+        return value;
+    } catch (const json::parse_error& error) {
+        throw BadInput("the policy is not valid JSON: see " + placeOf(text, error.byte));
     }
-    // By its name: a json converts to nearly everything, an optional included.
-    return std::make_optional(std::move(value));
 }
 
 std::string guardConfigOf(const json& policy) {
@@ -46,27 +57,40 @@ std::string guardConfigOf(const json& policy) {
     return found == policy.end() ? "{}" : found->dump();
 }
 
-std::string withTag(json policy, const std::string& tag) {
-    policy.erase("etag");
+/// The text of `policy`, which has no tag, with one as its first member.
+std::string tagged(const json& policy, const std::string& tag) {
     const std::string rest = policy.dump();
-    return R"({"etag":")" + tag + (policy.empty() ? "\"" : "\",") + rest.substr(1);
+    return R"({"etag":)" + json(tag).dump() + (policy.empty() ? "" : ",") + rest.substr(1);
 }
 
 }  // namespace
 
-std::optional<Policy> readPolicy(std::string_view json) {
-    auto object = parseObject(json);
-    if (!object) {
-        return std::nullopt;
+Policy readPolicy(std::string_view text) {
+    json object = parse(text);
+    if (!object.is_object()) {
+        throw BadInput("the policy is not a JSON object");
     }
-    std::string guardConfig = guardConfigOf(*object);
-    const auto etag = object->find("etag");
-    if (etag != object->end() && etag->is_string() && !etag->get_ref<std::string&>().empty()) {
-        return Policy{std::string(json), etag->get<std::string>(), std::move(guardConfig)};
+    std::string guardConfig = guardConfigOf(object);
+    const auto etag = object.find("etag");
+    if (etag != object.end() && etag->is_string() && !etag->get_ref<std::string&>().empty()) {
+        return {std::string(text), etag->get<std::string>(), std::move(guardConfig)};
     }
-    std::string tag = tagOf(json);
-    std::string text = withTag(std::move(*object), tag);
-    return Policy{std::move(text), std::move(tag), std::move(guardConfig)};
+    object.erase("etag");
+    std::string tag = tagOf(text);
+    std::string handedOut = tagged(object, tag);
+    return {std::move(handedOut), std::move(tag), std::move(guardConfig)};
+}
+
+Policy withTag(const Policy& policy, const std::string& tag) {
+    json object = json::parse(policy.text);
+    object.erase("etag");
+    return {tagged(object, tag), tag, policy.guardConfig};
+}
+
+std::string textWithoutTag(const Policy& policy) {
+    json object = json::parse(policy.text);
+    object.erase("etag");
+    return object.dump();
 }
 
 }  // namespace orvane::emulator

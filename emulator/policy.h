@@ -1,6 +1,5 @@
 #pragma once
 
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -10,14 +9,21 @@ namespace orvane::emulator {
 struct Policy {
     std::string text;         ///< The JSON object that agents receive, byte for byte.
     std::string etag;         ///< Its version tag, never empty, without quotes around it.
-    std::string guardConfig;  ///< Its member "guard_config" as JSON text, "{}" when it has none.
+    std::string guardConfig;  ///< Its member "guard_config" as JSON, "{}" when it has none.
 };
 
-/// Makes a policy of `json`; nothing when that is not a JSON object (or is nested absurdly deep).
+/// Makes a policy of `json`. Throws BadInput, which says where the mistake is, when that is not a
+/// JSON object or is nested absurdly deep.
 ///
-/// A policy whose member "etag" is a non-empty text is handed out exactly as given. Any other gets
-/// a tag derived from its content as its first member: without one, agents could not ask
+/// A policy whose member "etag" is a non-empty string is handed out exactly as given. Any other
+/// gets a tag derived from its content as its first member: without one, agents could not ask
 /// conditionally and every one of them would fetch it again at once.
-std::optional<Policy> readPolicy(std::string_view json);
+Policy readPolicy(std::string_view json);
+
+/// The same policy with another tag.
+Policy withTag(const Policy& policy, const std::string& tag);
+
+/// The policy's text without a tag.
+std::string textWithoutTag(const Policy& policy);
 
 }  // namespace orvane::emulator

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <utility>
 
 namespace orvane::emulator {
 
@@ -66,7 +67,29 @@ class Call {
         return answer;
     }
 
+    /// Sends the request and ends it when `received`, which gets the body as it comes, has `text`.
+    void until(std::string text, std::string& received) {
+        Expectation expectation{std::move(text), received};
+        curl_easy_setopt(curl_.get(), CURLOPT_WRITEFUNCTION, expect);
+        curl_easy_setopt(curl_.get(), CURLOPT_WRITEDATA, &expectation);
+        curl_easy_setopt(curl_.get(), CURLOPT_TIMEOUT, 30L);
+        curl_easy_perform(curl_.get());
+    }
+
   private:
+    struct Expectation {
+        std::string text;
+        std::string& received;
+    };
+
+    /// A CURLOPT_WRITEFUNCTION.
+    static std::size_t expect(char* bytes, std::size_t size, std::size_t count, void* context) {
+        auto& expectation = *static_cast<Expectation*>(context);
+        expectation.received.append(bytes, size * count);
+        const bool isThere = expectation.received.find(expectation.text) != std::string::npos;
+        return isThere ? 0 : size * count;
+    }
+
     std::unique_ptr<CURL, decltype(&curl_easy_cleanup)> curl_{curl_easy_init(), curl_easy_cleanup};
     std::unique_ptr<curl_slist, decltype(&curl_slist_free_all)> headers_{nullptr,
                                                                          curl_slist_free_all};

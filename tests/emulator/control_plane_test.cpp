@@ -1,6 +1,7 @@
 #include "emulator/control_plane.h"
 
 #include "call.h"
+#include "emulator/bad_input.h"
 #include "sample_account.h"
 
 #include <gtest/gtest.h>
@@ -10,7 +11,6 @@
 #include <future>
 #include <memory>
 #include <mutex>
-#include <stdexcept>
 #include <string>
 #include <thread>
 #include <utility>
@@ -21,7 +21,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// A control plane and what it told its watcher.
+/// A control plane and what it reported to its watcher.
 class AServer : public testing::Test {
   protected:
     static Options optionsFor(AServer& test) {
@@ -70,6 +70,24 @@ class AServer : public testing::Test {
         return answer;
     }
 
+    /// A poll that is given up while it is held.
+    void giveUp() const {
+        Call impatient(pollUrl("300"));
+        EXPECT_EQ(impatient.header("X-Orv-Key: key").giveUpAfter(200ms).send().result,
+                  CURLE_OPERATION_TIMEDOUT);
+    }
+
+    long putFaults(const std::string& json) const {
+        return Call(url("/faults")).method("PUT").body(json).send().status;
+    }
+
+    Exchange lastPoll() {
+        const std::scoped_lock lock(mutex_);
+        const auto found = std::find_if(exchanges_.rbegin(), exchanges_.rend(),
+                                        [](auto& each) { return each.isPoll; });
+        return found == exchanges_.rend() ? Exchange{} : *found;
+    }
+
     void untilHeld(std::size_t count) const {
         const auto giveUp = std::chrono::steady_clock::now() + 10s;
         while (plane_->heldPolls() != count && std::chrono::steady_clock::now() < giveUp) {
@@ -97,11 +115,18 @@ TEST_F(AServer, ListensOnAFreePortOfTheLoopbackInterface) {
 TEST_F(AServer, CannotTakeAPortThatIsTaken) {
     Options options;
     options.port = plane_->port();
-    EXPECT_THROW(ControlPlane{options}, std::runtime_error);
+    try {
+        const ControlPlane second(options);
+        FAIL();
+    } catch (const BadInput& mistake) {
+        EXPECT_EQ(mistake.what(), "cannot listen on 127.0.0.1:" + std::to_string(plane_->port()) +
+                                      ": the port is taken; give another one with --port, or none "
+                                      "for any");
+    }
 }
 
 TEST_F(AServer, AnswersAFirstPollAtOnce) {
-    ASSERT_TRUE(plane_->setPolicy(firstText));
+    plane_->setPolicy(firstText);
     const Answer answer = poll("300");
     EXPECT_EQ(answer.status, 200);
     EXPECT_EQ(answer.body, firstText);
@@ -214,11 +239,167 @@ TEST_F(AServer, ManyHeldPollsAreAnsweredTogether) {
 }
 
 TEST_F(AServer, AnAgentThatHangsUpWhileHeldDoesNoHarm) {
-    Call impatient(url(std::string(pollPath) + "?wait=300"));
-    EXPECT_EQ(impatient.header("X-Orv-Key: key").giveUpAfter(200ms).send().result,
-              CURLE_OPERATION_TIMEDOUT);
+    giveUp();
     plane_->setPolicy(firstText);
     EXPECT_EQ(poll("300").status, 200);
+}
+
+TEST_F(AServer, NoticesAtOnceThatAnAgentHangsUp) {
+    giveUp();
+    const auto patience = std::chrono::steady_clock::now() + 10s;
+    while (!lastExchange().hungUp && std::chrono::steady_clock::now() < patience) {
+        std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_TRUE(lastExchange().hungUp);
+    EXPECT_EQ(plane_->heldPolls(), 0U);
+    EXPECT_EQ(lastExchange().status, 0U);
+    EXPECT_LT(lastExchange().held, 100s);
+}
+
+TEST_F(AServer, HoldsNoLongerThanItIsTo) {
+    Options options = optionsFor(*this);
+    options.behavior.longestHold = 1s;
+    plane_ = std::make_unique<ControlPlane>(options);
+    EXPECT_EQ(poll("300").status, 304);
+    EXPECT_GE(lastExchange().held, 1s);
+}
+
+TEST_F(AServer, AFaultStrikesWhatIsHeldAlreadyAndEndsWhenItIsSwitchedOff) {
+    plane_->setPolicy(firstText);
+    auto answer = pollInBackground("300", "\"a/1\"");
+    untilHeld(1);
+    EXPECT_EQ(putFaults(R"([{"name":"forbidden"}])"), 204);
+    EXPECT_EQ(answer.get().status, 403);
+    EXPECT_EQ(lastPoll().fault, "forbidden");
+    EXPECT_EQ(Call(url("/faults")).send().body, R"([{"name":"forbidden"}])");
+    EXPECT_EQ(putFaults("[]"), 204);
+    EXPECT_EQ(poll("0").status, 200);
+    EXPECT_EQ(lastPoll().fault, "");
+}
+
+TEST_F(AServer, AFaultOfOneDeviceLeavesOthersAlone) {
+    plane_->setPolicy(firstText);
+    plane_->setFaults({parseFault("unauthorized,device=laptop")});
+    EXPECT_EQ(pollAt(pollUrl("0&agent_slug=laptop"), "").status, 401);
+    EXPECT_EQ(pollAt(pollUrl("0&agent_slug=other"), "").status, 200);
+}
+
+TEST_F(AServer, KeepsItsFaultsWhenNewOnesAreUnusable) {
+    plane_->setFaults({parseFault("truncate")});
+    EXPECT_EQ(putFaults(R"([{"name":"slw"}])"), 400);
+    EXPECT_EQ(Call(url("/faults")).send().body, R"([{"name":"truncate"}])");
+}
+
+TEST_F(AServer, NeverAnswersUntilTheFaultIsOver) {
+    plane_->setPolicy(firstText);
+    plane_->setFaults({parseFault("never-answer,seconds=1")});
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(poll("0").status, 200);
+    EXPECT_GE(std::chrono::steady_clock::now() - begin, 900ms);
+    EXPECT_EQ(Call(url("/faults")).send().body, "[]");
+}
+
+TEST_F(AServer, AnswersLateWhenItIsSlow) {
+    plane_->setPolicy(firstText);
+    plane_->setFaults({parseFault("slow,delay=1")});
+    EXPECT_EQ(poll("0").body, firstText);
+    EXPECT_GE(lastExchange().held, 1s);
+    EXPECT_EQ(lastExchange().fault, "slow");
+}
+
+TEST_F(AServer, LosesEveryConnectionInAnOutageButThoseOfPeople) {
+    plane_->setPolicy(firstText);
+    auto held = pollInBackground("300", "\"a/1\"");
+    untilHeld(1);
+    plane_->setFaults({parseFault("outage")});
+    EXPECT_EQ(held.get().result, CURLE_GOT_NOTHING);
+    EXPECT_EQ(poll("0").result, CURLE_GOT_NOTHING);
+    Call effective(url(effectivePath));
+    EXPECT_EQ(effective.header("X-Orv-Key: key").send().result, CURLE_GOT_NOTHING);
+    EXPECT_EQ(lastExchange().fault, "outage");
+    EXPECT_EQ(Call(url("/policy")).send().status, 200);
+}
+
+TEST_F(AServer, LosesTheConnectionInTheMiddleOfAPolicy) {
+    plane_->setPolicy(firstText);
+    plane_->setFaults({parseFault("drop-mid-body")});
+    const Answer answer = poll("0");
+    EXPECT_EQ(answer.result, CURLE_PARTIAL_FILE);
+    EXPECT_EQ(answer.body, firstText.substr(0, firstText.size() / 2));
+}
+
+TEST_F(AServer, SendsWhatIsNotHttp) {
+    plane_->setFaults({parseFault("garbage")});
+    const CURLcode result = poll("0").result;
+    EXPECT_TRUE(result == CURLE_UNSUPPORTED_PROTOCOL || result == CURLE_WEIRD_SERVER_REPLY)
+        << curl_easy_strerror(result);
+}
+
+TEST_F(AServer, SendsAHugePolicyThatIsJson) {
+    plane_->setFaults({parseFault("huge")});
+    const Answer answer = poll("0");
+    EXPECT_EQ(answer.status, 200);
+    EXPECT_EQ(answer.body.size(), 101U << 20U);
+    EXPECT_EQ(answer.body.find_last_not_of(' '), answer.body.find('}'));
+    EXPECT_EQ(lastExchange().bytes, 101U << 20U);
+}
+
+TEST_F(AServer, RedirectsAndSendsPortalsWithTheirHeaders) {
+    plane_->setFaults({parseFault("redirect,device=a"), parseFault("html-portal")});
+    const Answer redirect = pollAt(pollUrl("0&agent_slug=a"), "");
+    EXPECT_EQ(redirect.status, 302);
+    EXPECT_NE(redirect.headers.find("Location: " + plane_->baseUrl() + "/moved/api/"),
+              std::string::npos);
+    EXPECT_NE(poll("0").headers.find("Content-Type: text/html"), std::string::npos);
+}
+
+TEST_F(AServer, TheSeedDecidesHowLongPollsAreHeld) {
+    const auto heldWith = [this](std::uint64_t seed) {
+        Options options = optionsFor(*this);
+        options.behavior.jitter = true;
+        options.behavior.seed = seed;
+        plane_ = std::make_unique<ControlPlane>(options);
+        poll("2");
+        return lastExchange().held;
+    };
+    const auto first = heldWith(1);
+    EXPECT_LT(std::chrono::abs(heldWith(1) - first), 100ms);
+}
+
+TEST_F(AServer, StreamsWhatHappens) {
+    std::string received;
+    Call stream(url("/events"));
+    std::thread reader([&] { stream.until("\"status\":304", received); });
+    plane_->setPolicy(firstText);
+    EXPECT_EQ(putFaults(R"([{"name":"instant-304","device":"laptop"}])"), 204);
+    EXPECT_EQ(pollAt(pollUrl("300&agent_slug=laptop"), "").status, 304);
+    reader.join();
+    EXPECT_NE(received.find("event: policy\ndata: {\"tag\":\"a/1\""), std::string::npos)
+        << received;
+    EXPECT_NE(received.find("event: faults\ndata: [{\"device\":\"laptop\""), std::string::npos);
+    EXPECT_NE(received.find("event: devices\ndata: [{"), std::string::npos);
+}
+
+TEST_F(AServer, EndsItsStreamsWhenItStops) {
+    std::string first;
+    std::string second;
+    Call(url("/events")).until("event: faults", first);
+    Call stream(url("/events"));
+    std::thread reader([&] { stream.until("never", second); });
+    std::this_thread::sleep_for(200ms);
+    const auto begin = std::chrono::steady_clock::now();
+    plane_.reset();
+    reader.join();
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 10s);
+    EXPECT_EQ(first, second);
+}
+
+TEST_F(AServer, RefusesToBeChangedByAnotherSite) {
+    plane_->setPolicy(firstText);
+    Call foreign(url("/policy"));
+    foreign.method("PUT").body(secondText).header("Origin: http://evil.example");
+    EXPECT_EQ(foreign.send().status, 403);
+    EXPECT_EQ(poll("0").body, firstText);
 }
 
 TEST_F(AServer, LetsGoOfHeldPollsWhenItStops) {
@@ -228,7 +409,7 @@ TEST_F(AServer, LetsGoOfHeldPollsWhenItStops) {
     EXPECT_NE(answer.get().status, 200);
 }
 
-TEST_F(AServer, TellsItsWatcherOfEachExchange) {
+TEST_F(AServer, ReportsEachExchangeToItsWatcher) {
     plane_->setPolicy(firstText);
     poll("300", "\"a/0\"");
     const Exchange exchange = lastExchange();
@@ -249,10 +430,10 @@ TEST_F(AServer, TakesAPolicyThatIsPutAndGivesItBack) {
 
 TEST_F(AServer, KeepsItsPolicyWhenANewOneIsUnusable) {
     plane_->setPolicy(firstText);
-    EXPECT_FALSE(plane_->setPolicy("[]"));
+    EXPECT_THROW(plane_->setPolicy("[]"), BadInput);
     const Answer refused = Call(url("/policy")).method("PUT").body("nonsense").send();
     EXPECT_EQ(refused.status, 400);
-    EXPECT_EQ(refused.body, R"({"error":"the policy is not a JSON object"})");
+    EXPECT_EQ(refused.body, R"({"error":"the policy is not valid JSON: see line 1, column 2"})");
     EXPECT_EQ(poll("0").body, firstText);
 }
 
@@ -276,7 +457,7 @@ TEST_F(AServer, DecodesWhatIsAskedFor) {
               R"({"agent_slug":"a b&c","etag":"a/2","hardware_uuid":"u","guard_config":{}})");
 }
 
-TEST_F(AServer, TellsADeviceItsOwnAddress) {
+TEST_F(AServer, GivesADeviceItsOwnAddress) {
     Call call(url(agentConfigPath + std::string("?process=claude")));
     const Answer answer = call.header("X-Orv-Device: device").header("X-Orv-Tenant: tenant").send();
     EXPECT_EQ(answer.status, 200);

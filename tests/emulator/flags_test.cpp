@@ -1,9 +1,13 @@
 #include "emulator/flags.h"
 
+#include "emulator/bad_input.h"
+
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <optional>
+#include <algorithm>
+#include <sstream>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace orvane::emulator {
@@ -11,77 +15,100 @@ namespace {
 
 using namespace std::chrono_literals;
 
-std::optional<Flags> flagsOf(const std::vector<const char*>& arguments) {
-    return readFlags(arguments);
+/// Of arguments with single spaces between them.
+Flags flagsOf(const std::string& line) {
+    std::istringstream words(line);
+    std::vector<std::string> arguments{std::istream_iterator<std::string>(words), {}};
+    std::vector<const char*> pointers(arguments.size());
+    std::transform(arguments.begin(), arguments.end(), pointers.begin(),
+                   [](const std::string& argument) { return argument.c_str(); });
+    return readFlags(pointers);
+}
+
+std::string complaintAboutFlags(const std::string& line) {
+    try {
+        flagsOf(line);
+        return "none";
+    } catch (const BadInput& mistake) {
+        return mistake.what();
+    }
 }
 
 TEST(Flags, AllAreRead) {
-    const auto flags = flagsOf({"--key",
-                                "k",
-                                "--port",
-                                "65535",
-                                "--policy",
-                                "p",
-                                "--device",
-                                "d",
-                                "--tenant",
-                                "t",
-                                "--agent-slug",
-                                "s",
-                                "--agent-type",
-                                "y",
-                                "--cert",
-                                "c",
-                                "--private-key",
-                                "q",
-                                "--port-file",
-                                "f",
-                                "--jitter",
-                                "--fail-every",
-                                "3",
-                                "--with",
-                                "429"});
-    ASSERT_TRUE(flags);
-    EXPECT_EQ(flags->port, 65535);
-    EXPECT_EQ(flags->account.apiKey, "k");
-    EXPECT_EQ(flags->account.deviceToken, "d");
-    EXPECT_EQ(flags->account.tenantSlug, "t");
-    EXPECT_EQ(flags->account.agentSlug, "s");
-    EXPECT_EQ(flags->account.agentType, "y");
-    EXPECT_EQ(flags->policy, "p");
-    EXPECT_EQ(flags->certificate, "c");
-    EXPECT_EQ(flags->privateKey, "q");
-    EXPECT_EQ(flags->portFile, "f");
-    EXPECT_TRUE(flags->behavior.jitter);
-    EXPECT_EQ(flags->behavior.failEvery, 3U);
-    EXPECT_EQ(flags->behavior.failStatus, 429U);
+    const Flags flags = flagsOf(
+        "--key k --port 65535 --listen 0.0.0.0 --policy p --device d --tenant t --agent-slug s "
+        "--agent-type y --api-url u --cert c --private-key q --port-file f --jitter --hold 60 "
+        "--fail-every 3 --with 429 --seed 18446744073709551615 --record r "
+        "--fault slow,device=x --fault garbage --version");
+    EXPECT_EQ(flags.port, 65535);
+    EXPECT_EQ(flags.address, "0.0.0.0");
+    EXPECT_EQ(flags.account.apiKey, "k");
+    EXPECT_EQ(flags.account.deviceToken, "d");
+    EXPECT_EQ(flags.account.tenantSlug, "t");
+    EXPECT_EQ(flags.account.agentSlug, "s");
+    EXPECT_EQ(flags.account.agentType, "y");
+    EXPECT_EQ(flags.account.apiUrl, "u");
+    EXPECT_EQ(flags.policy, "p");
+    EXPECT_EQ(flags.certificate, "c");
+    EXPECT_EQ(flags.privateKey, "q");
+    EXPECT_EQ(flags.portFile, "f");
+    EXPECT_EQ(flags.record, "r");
+    EXPECT_TRUE(flags.behavior.jitter);
+    EXPECT_EQ(flags.behavior.longestHold, 60s);
+    EXPECT_EQ(flags.behavior.failEvery, 3U);
+    EXPECT_EQ(flags.behavior.failStatus, 429U);
+    EXPECT_EQ(flags.seed, UINT64_MAX);
+    ASSERT_EQ(flags.faults.size(), 2U);
+    EXPECT_EQ(flags.faults[0].device, "x");
+    EXPECT_EQ(flags.faults[1].kind, FaultKind::garbage);
+    EXPECT_TRUE(flags.version);
+    EXPECT_EQ(flagsOf("--tls t").tlsDirectory, "t");
 }
 
-TEST(Flags, WhatMakesNoSenseIsRefused) {
-    EXPECT_FALSE(flagsOf({}));
-    EXPECT_FALSE(flagsOf({"--key"}));
-    EXPECT_FALSE(flagsOf({"--key", ""}));
-    EXPECT_FALSE(flagsOf({"--key", "k", "--nonsense", "1"}));
-    EXPECT_FALSE(flagsOf({"--key", "k", "stray"}));
-    EXPECT_FALSE(flagsOf({"--key", "k", "--cert", "c"}));
-    for (const char* count : {"0", "-1", "x", "1000001"}) {
-        EXPECT_FALSE(flagsOf({"--key", "k", "--fail-every", count})) << count;
-    }
-    for (const char* status : {"399", "600", "x"}) {
-        EXPECT_FALSE(flagsOf({"--key", "k", "--fail-every", "2", "--with", status})) << status;
-    }
-    for (const char* port : {"65536", "-1", "x", "80x", ""}) {
-        EXPECT_FALSE(flagsOf({"--key", "k", "--port", port})) << port;
+TEST(Flags, NoneIsNeeded) {
+    const Flags flags = readFlags({});
+    EXPECT_EQ(flags.address, "127.0.0.1");
+    EXPECT_EQ(flags.port, 0);
+    EXPECT_EQ(flags.account.apiKey, "local-key");
+    EXPECT_FALSE(flags.seed);
+}
+
+TEST(Flags, WhatMakesNoSenseIsRefusedInALine) {
+    EXPECT_EQ(complaintAboutFlags("--key"), "--key needs a value; --help lists the options");
+    EXPECT_EQ(complaintAboutFlags("--nonsense 1"),
+              "there is no option \"--nonsense\"; --help lists them");
+    EXPECT_EQ(complaintAboutFlags("stray"), "there is no option \"stray\"; --help lists them");
+    EXPECT_EQ(complaintAboutFlags("--cert c"), "--cert and --private-key go together");
+    EXPECT_EQ(complaintAboutFlags("--tls t --cert c --private-key k"),
+              "--tls makes a certificate; leave out --cert and --private-key");
+    EXPECT_EQ(complaintAboutFlags("--fault slw"),
+              "--fault: there is no fault \"slw\"; orvane-control-plane --help lists them");
+    const std::vector<const char*> empty{"--key", ""};
+    EXPECT_THROW(readFlags(empty), BadInput);
+}
+
+TEST(Flags, ANumberOutOfItsRangeIsRefused) {
+    EXPECT_EQ(complaintAboutFlags("--port 65536"),
+              "--port: not a number from 0 to 65535: \"65536\"");
+    for (const char* line :
+         {"--port -1", "--port x", "--port 80x", "--fail-every 0", "--fail-every 1000001",
+          "--with 399", "--with 600", "--hold 301", "--hold -1", "--seed -1", "--seed x"}) {
+        EXPECT_THROW(flagsOf(line), BadInput) << line;
     }
 }
 
-TEST(Flags, HelpNeedsNothingElse) {
-    const auto flags = flagsOf({"--help"});
-    ASSERT_TRUE(flags);
-    EXPECT_TRUE(flags->help);
+TEST(Flags, HelpFitsOnAScreenAndNamesEveryFault) {
+    const std::string help = usage();
+    EXPECT_LE(std::count(help.begin(), help.end(), '\n'), 24);
+    std::istringstream lines(help);
+    for (std::string line; std::getline(lines, line);) {
+        EXPECT_LE(line.size(), 80U) << line;
+    }
+    for (const FaultDescription& fault : faultDescriptions()) {
+        EXPECT_NE(help.find(fault.name), std::string::npos) << fault.name;
+    }
+    EXPECT_TRUE(flagsOf("--help").help);
 }
-
-/// A directory of its own that goes away with the test.
 
 }  // namespace
 }  // namespace orvane::emulator

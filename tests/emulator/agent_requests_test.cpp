@@ -1,4 +1,4 @@
-#include "emulator/decision.h"
+#include "emulator/agent_requests.h"
 
 #include "emulator/policy.h"
 #include "sample_account.h"
@@ -38,7 +38,7 @@ Reply replyTo(const Request& request, const std::optional<Policy>& policy = read
     return std::get<Reply>(decide(request, anAccount(), policy));
 }
 
-TEST(Decision, APollWithAnotherTagOrNoneIsAnsweredAtOnce) {
+TEST(AgentRequests, APollWithAnotherTagOrNoneIsAnsweredAtOnce) {
     for (const std::string tag : {"", "\"a/0\"", "a/1", "W/\"a/1\"", "\"a/1"}) {
         const Reply reply = replyTo(aPoll("300", tag));
         EXPECT_EQ(reply.status, 200U) << tag;
@@ -46,16 +46,16 @@ TEST(Decision, APollWithAnotherTagOrNoneIsAnsweredAtOnce) {
     }
 }
 
-TEST(Decision, APollWithTheCurrentTagIsHeldAsLongAsItAsks) {
+TEST(AgentRequests, APollWithTheCurrentTagIsHeldAsLongAsItAsks) {
     EXPECT_EQ(std::get<Hold>(decideWithPolicy(aPoll("17"))).atMost, 17s);
 }
 
-TEST(Decision, APollIsHeldWhileThereIsNoPolicy) {
+TEST(AgentRequests, APollIsHeldWhileThereIsNoPolicy) {
     const Decision decision = decide(aPoll("17", ""), anAccount(), std::nullopt);
     EXPECT_EQ(std::get<Hold>(decision).atMost, 17s);
 }
 
-TEST(Decision, AWaitThatIsMissingOrUnusableIsZeroAndALongOneIsCapped) {
+TEST(AgentRequests, AWaitThatIsMissingOrUnusableIsZeroAndALongOneIsCapped) {
     const std::vector<std::pair<std::string, std::chrono::seconds>> cases{
         {"", 0s},
         {"x", 0s},
@@ -76,7 +76,7 @@ TEST(Decision, AWaitThatIsMissingOrUnusableIsZeroAndALongOneIsCapped) {
     EXPECT_EQ(std::get<Hold>(decideWithPolicy(bare)).atMost, 0s);
 }
 
-TEST(Decision, TheKeyMustMatchWhole) {
+TEST(AgentRequests, TheKeyMustMatchWhole) {
     for (const std::string path : {pollPath, effectivePath}) {
         for (const std::string key : {"", "ke", "keyy", "kex", "Key"}) {
             Request request = aRequest(path);
@@ -86,7 +86,7 @@ TEST(Decision, TheKeyMustMatchWhole) {
     }
 }
 
-TEST(Decision, ASecretLeftEmptyMatchesNothing) {
+TEST(AgentRequests, ASecretLeftEmptyMatchesNothing) {
     Request request = aRequest(agentConfigPath);
     EXPECT_EQ(std::get<Reply>(decide(request, {}, std::nullopt)).status, 401U);
     request = aRequest(pollPath);
@@ -94,7 +94,7 @@ TEST(Decision, ASecretLeftEmptyMatchesNothing) {
     EXPECT_EQ(std::get<Reply>(decide(request, {}, std::nullopt)).status, 401U);
 }
 
-TEST(Decision, TheEffectiveConfigurationSaysForWhomItIs) {
+TEST(AgentRequests, TheEffectiveConfigurationSaysForWhomItIs) {
     Request request = aRequest(effectivePath);
     EXPECT_EQ(replyTo(request).body,
               R"({"agent_slug":"","etag":"a/1","hardware_uuid":"","guard_config":{"capture":{}}})");
@@ -104,12 +104,11 @@ TEST(Decision, TheEffectiveConfigurationSaysForWhomItIs) {
               R"("hardware_uuid":"u","guard_config":{"capture":{}}})");
 }
 
-TEST(Decision, WithoutAPolicyThereIsNothingToRead) {
+TEST(AgentRequests, WithoutAPolicyThereIsNothingToRead) {
     EXPECT_EQ(replyTo(aRequest(effectivePath), std::nullopt).status, 404U);
-    EXPECT_EQ(replyTo(aRequest("/policy"), std::nullopt).status, 404U);
 }
 
-TEST(Decision, AKnownDeviceIsToldItsAccount) {
+TEST(AgentRequests, AKnownDeviceGetsItsAccount) {
     Request request = aRequest(agentConfigPath);
     request.device = "device";
     request.tenant = "tenant";
@@ -119,7 +118,7 @@ TEST(Decision, AKnownDeviceIsToldItsAccount) {
                           R"("api_url":"http://base","upload_api_key":"key"})");
 }
 
-TEST(Decision, ADeviceWithAWrongTokenOrTenantIsRefused) {
+TEST(AgentRequests, ADeviceWithAWrongTokenOrTenantIsRefused) {
     Request request = aRequest(agentConfigPath);
     request.device = "device";
     request.tenant = "other";
@@ -129,30 +128,31 @@ TEST(Decision, ADeviceWithAWrongTokenOrTenantIsRefused) {
     EXPECT_EQ(replyTo(request).status, 401U);
 }
 
-TEST(Decision, APolicyThatIsPutIsAccepted) {
-    Request request = aRequest("/policy");
-    request.method = "PUT";
-    request.body = secondText;
-    EXPECT_EQ(std::get<Accept>(decideWithPolicy(request)).policy.etag, "a/2");
-    request.body = "[]";
-    EXPECT_EQ(replyTo(request).status, 400U);
-    request.bodyTooLong = true;
-    EXPECT_EQ(replyTo(request).status, 413U);
-}
-
-TEST(Decision, AnUnknownPathIsNotFound) {
-    for (const std::string path : {"/", "", "/policy/", "/api/orvane/v1/guard/effective"}) {
-        EXPECT_EQ(replyTo(aRequest(path)).status, 404U) << path;
+TEST(AgentRequests, AreThoseToTheThreeAddresses) {
+    for (const std::string path : {pollPath, effectivePath, agentConfigPath}) {
+        EXPECT_TRUE(isFromAgent(aRequest(path))) << path;
     }
+    for (const std::string path : {"/", "", "/policy/", "/api/orvane/v1/guard/effective"}) {
+        EXPECT_FALSE(isFromAgent(aRequest(path))) << path;
+    }
+    EXPECT_TRUE(isPoll(aRequest(pollPath)));
+    EXPECT_FALSE(isPoll(aRequest(effectivePath)));
 }
 
-TEST(Decision, AWrongMethodIsToldTheRightOnes) {
+TEST(AgentRequests, AWrongMethodIsAnsweredWithTheRightOne) {
     Request request = aRequest(pollPath);
     request.method = "POST";
     EXPECT_EQ(replyTo(request).status, 405U);
-    EXPECT_EQ(replyTo(request).allow, "GET");
-    request.path = "/policy";
-    EXPECT_EQ(replyTo(request).allow, "GET, PUT");
+    EXPECT_EQ(replyTo(request).headers.at(0).second, "GET");
+    EXPECT_FALSE(isPoll(request));
+}
+
+TEST(AgentRequests, ADeviceIsCalledByItsAgentSlug) {
+    Request request = aRequest(pollPath);
+    EXPECT_EQ(deviceOf(request, anAccount()), "-");
+    request.query["agent_slug"] = "laptop";
+    EXPECT_EQ(deviceOf(request, anAccount()), "laptop");
+    EXPECT_EQ(deviceOf(aRequest(agentConfigPath), anAccount()), "slug");
 }
 
 }  // namespace

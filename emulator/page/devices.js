@@ -1,0 +1,195 @@
+// The table of devices and the timeline of the one that is chosen.
+import { aimFaultsAt } from "./faults.js";
+
+const rows = document.getElementById("rows");
+const filter = document.getElementById("filter");
+const count = document.getElementById("count");
+const names = document.getElementById("device-names");
+const timeline = document.getElementById("timeline");
+const exchanges = document.getElementById("exchanges");
+const timelineHeading = document.getElementById("timeline-heading");
+
+const devices = new Map(); // by name: { data, row, and the cells that change }
+let liveTag = null;
+let chosen = null;
+
+function element(name, text = "", className = "") {
+  const made = document.createElement(name);
+  made.textContent = text;
+  if (className) {
+    made.className = className;
+  }
+  return made;
+}
+
+function title(name) {
+  return name === "-" ? "(no agent slug)" : name;
+}
+
+function cell(row, label, className = "") {
+  const made = element("td", "", className);
+  made.dataset.label = label;
+  row.append(made);
+  return made;
+}
+
+function makeRow(name) {
+  const row = element("tr");
+  const button = element("button", title(name));
+  button.type = "button";
+  button.addEventListener("click", () => choose(name));
+  cell(row, "Device").append(button);
+  const held = cell(row, "Held");
+  const progress = element("progress");
+  const heldText = element("span");
+  held.append(progress, " ", heldText);
+  const device = {
+    row,
+    progress,
+    heldText,
+    outcome: cell(row, "Last answer"),
+    tag: cell(row, "Tag", "tag"),
+    enrolled: cell(row, "Enrolled by"),
+    seen: cell(row, "Last seen"),
+  };
+  devices.set(name, device);
+  rows.append(row);
+  const option = element("option");
+  option.value = name;
+  names.append(option);
+  return device;
+}
+
+// What became of an exchange, in a few words.
+export function outcome(exchange) {
+  const fault = exchange.fault ? ` (fault: ${exchange.fault})` : "";
+  if (exchange.hung_up) {
+    return `hung up${fault}`;
+  }
+  return (exchange.status === 0 ? "no answer" : String(exchange.status)) + fault;
+}
+
+function isGood(exchange) {
+  return !exchange.hung_up && !exchange.fault && (exchange.status === 200 || exchange.status === 304);
+}
+
+function unquoted(tag) {
+  return tag.startsWith('"') && tag.endsWith('"') && tag.length > 1 ? tag.slice(1, -1) : tag;
+}
+
+function showTag(device) {
+  const tag = unquoted(device.data.tag);
+  const isLive = tag !== "" && tag === liveTag;
+  device.tag.textContent = tag === "" ? "none" : `${isLive ? "live" : "other"}: ${tag}`;
+  device.tag.title = tag;
+  device.tag.classList.toggle("good", isLive);
+}
+
+function showHold(device, now) {
+  const { held, held_since: since, wait, fault } = device.data;
+  device.progress.hidden = held === 0;
+  if (held === 0) {
+    device.heldText.textContent = "no";
+    return;
+  }
+  const seconds = Math.max(0, Math.round((now - since) / 1000));
+  device.progress.max = Math.max(wait, 1);
+  device.progress.value = Math.min(seconds, wait);
+  device.progress.setAttribute("aria-label", `held ${seconds} of ${wait} seconds`);
+  device.heldText.textContent =
+    `${seconds} of ${wait} s` + (held > 1 ? `, ${held} polls` : "") + (fault ? ` (fault: ${fault})` : "");
+}
+
+function showRow(device) {
+  const { last, identity, last_seen: seen } = device.data;
+  device.outcome.textContent = last ? outcome(last) : "none yet";
+  device.outcome.className = !last ? "" : isGood(last) ? "good" : "bad";
+  device.enrolled.textContent = identity ? "device identity" : "key";
+  device.seen.textContent = new Date(seen).toLocaleTimeString();
+  showTag(device);
+  showHold(device, Date.now());
+}
+
+function isMeant(device) {
+  const wanted = filter.value.trim().toLowerCase();
+  return wanted === "" || device.row.textContent.toLowerCase().includes(wanted);
+}
+
+function applyFilter() {
+  let shown = 0;
+  for (const device of devices.values()) {
+    device.row.hidden = !isMeant(device);
+    shown += device.row.hidden ? 0 : 1;
+  }
+  count.textContent =
+    devices.size === 0 ? "No devices yet" : shown === devices.size ? `${shown} devices` : `${shown} of ${devices.size} devices`;
+}
+
+export function showDevices(list) {
+  for (const data of list) {
+    const device = devices.get(data.name) ?? makeRow(data.name);
+    device.data = data;
+    showRow(device);
+  }
+  applyFilter();
+  if (chosen !== null && list.some((data) => data.name === chosen)) {
+    loadTimeline();
+  }
+}
+
+export function clearDevices() {
+  devices.clear();
+  rows.replaceChildren();
+  names.replaceChildren();
+  applyFilter();
+}
+
+export function setLiveTag(tag) {
+  liveTag = tag;
+  for (const device of devices.values()) {
+    showTag(device);
+  }
+}
+
+function exchangeItem(exchange) {
+  const item = element("li", "", isGood(exchange) ? "" : "bad");
+  const held = (exchange.held / 1000).toFixed(1);
+  item.textContent =
+    `${new Date(exchange.at).toLocaleTimeString()}  ${outcome(exchange)}, ${exchange.bytes} bytes after ${held} s  ` +
+    `${exchange.method} ${exchange.target}` + (exchange.tag ? `  If-None-Match ${exchange.tag}` : "");
+  return item;
+}
+
+async function loadTimeline() {
+  const name = chosen;
+  const answer = await fetch(`/timeline?device=${encodeURIComponent(name)}`);
+  if (answer.ok && name === chosen) {
+    exchanges.replaceChildren(...(await answer.json()).reverse().map(exchangeItem));
+  }
+}
+
+function choose(name) {
+  chosen = name;
+  timeline.hidden = name === null;
+  for (const [other, device] of devices) {
+    device.row.setAttribute("aria-selected", String(other === name));
+  }
+  if (name !== null) {
+    timelineHeading.textContent = `Timeline of ${title(name)}`;
+    exchanges.replaceChildren();
+    loadTimeline();
+    timeline.scrollIntoView({ block: "nearest" });
+  }
+}
+
+filter.addEventListener("input", applyFilter);
+document.getElementById("close-timeline").addEventListener("click", () => choose(null));
+document.getElementById("fault-device").addEventListener("click", () => aimFaultsAt(chosen));
+setInterval(() => {
+  const now = Date.now();
+  for (const device of devices.values()) {
+    if (device.data.held > 0) {
+      showHold(device, now);
+    }
+  }
+}, 1000);

@@ -1,0 +1,27 @@
+// The page of the local control plane. What devices and policies say is only ever set as text, never as HTML.
+import { clearDevices, showDevices, setLiveTag } from "./devices.js";
+import { showPolicy } from "./policy.js";
+import { loadFaultKinds, showFaults } from "./faults.js";
+
+const connection = document.getElementById("connection");
+
+function listen() {
+  const events = new EventSource("/events");
+  events.addEventListener("open", () => {
+    clearDevices();
+    connection.textContent = "Live";
+  });
+  events.addEventListener("error", () => {
+    connection.textContent = "Connection lost; trying again …";
+  });
+  events.addEventListener("policy", (event) => {
+    const policy = JSON.parse(event.data);
+    setLiveTag(policy ? policy.tag : null);
+    showPolicy(policy);
+  });
+  events.addEventListener("faults", (event) => showFaults(JSON.parse(event.data)));
+  events.addEventListener("devices", (event) => showDevices(JSON.parse(event.data)));
+}
+
+loadFaultKinds();
+listen();

@@ -1,0 +1,123 @@
+// The editor of the policy: check, difference from what is live, what becomes of it, publication.
+import { differences } from "./diff.js";
+
+const editor = document.getElementById("editor");
+const check = document.getElementById("check");
+const diff = document.getElementById("diff");
+const capture = document.getElementById("capture");
+const publish = document.getElementById("publish");
+const liveTag = document.getElementById("live-tag");
+
+const around = 2; // lines of context in the difference
+let live = "";
+let asked = 0; // previews, of which only the last counts
+
+function say(text, isGood) {
+  check.textContent = text;
+  check.className = isGood ? "good" : "bad";
+}
+
+function showDiff() {
+  const rows = differences(live, editor.value);
+  if (rows === null) {
+    diff.textContent = "Too long to compare.";
+    return;
+  }
+  const isNear = (at) => rows.slice(Math.max(0, at - around), at + around + 1).some(({ kind }) => kind !== "same");
+  const lines = rows.filter((_, at) => isNear(at)).map(({ kind, line }) => {
+    const made = document.createElement(kind === "added" ? "ins" : kind === "removed" ? "del" : "div");
+    made.textContent = (kind === "added" ? "+ " : kind === "removed" ? "- " : "  ") + line;
+    return made;
+  });
+  diff.replaceChildren(...(lines.length === 0 ? ["Nothing."] : lines));
+}
+
+function objectIn(text) {
+  const value = JSON.parse(text);
+  if (value === null || typeof value !== "object" || Array.isArray(value)) {
+    throw new SyntaxError("a policy is a JSON object");
+  }
+  return value;
+}
+
+async function showPreview() {
+  const number = ++asked;
+  const answer = await fetch("/preview", { method: "POST", body: editor.value });
+  const preview = await answer.json();
+  if (number !== asked) {
+    return;
+  }
+  capture.textContent = !answer.ok ? preview.error
+    : preview.capture === null ? "The policy says nothing about capture: capture-policy.json stays as it is."
+    : JSON.stringify(preview.capture, null, 2);
+  publish.disabled = !answer.ok;
+  if (!answer.ok) {
+    say(preview.error, false);
+  } else if (preview.tag === liveTag.textContent && editor.value !== live) {
+    say("Valid JSON, but with the tag that is live: agents that have it would not be sent this policy.", false);
+  } else {
+    say("Valid JSON.", true);
+  }
+}
+
+function look() {
+  showDiff();
+  try {
+    objectIn(editor.value);
+  } catch (error) {
+    ++asked;
+    capture.textContent = "";
+    publish.disabled = true;
+    say(error.message, false);
+    return;
+  }
+  showPreview();
+}
+
+export function showPolicy(policy) {
+  const isUntouched = editor.value === live;
+  live = policy ? policy.text : "";
+  liveTag.textContent = policy ? policy.tag : "none";
+  if (isUntouched) {
+    editor.value = live;
+  }
+  look();
+}
+
+publish.addEventListener("click", async () => {
+  const answer = await fetch("/policy", { method: "PUT", body: editor.value });
+  if (answer.ok) {
+    live = editor.value;
+    say("Published.", true);
+  } else {
+    say((await answer.json()).error, false);
+  }
+});
+
+// The text with another tag, otherwise as it is: JavaScript would round large numbers.
+function withTag(text, tag) {
+  const policy = objectIn(text);
+  const before = typeof policy.etag === "string" ? JSON.stringify(policy.etag) : "";
+  const replaced = text.replace(new RegExp(`("etag"\\s*:\\s*)${before.replace(/[.*+?^${}()|[\]\\]/g, "\\$&")}`),
+    (_, name) => name + JSON.stringify(tag));
+  if (before !== "" && JSON.parse(replaced).etag === tag) {
+    return replaced;
+  }
+  return JSON.stringify({ ...policy, etag: tag }, null, 2) + "\n";
+}
+
+document.getElementById("next-tag").addEventListener("click", () => {
+  try {
+    editor.value = withTag(editor.value, `page-${new Date().toISOString().replace(/[^0-9TZ]/g, "")}`);
+  } catch {
+    // look() says what is wrong.
+  }
+  look();
+});
+
+document.getElementById("revert").addEventListener("click", () => {
+  editor.value = live;
+  look();
+});
+
+editor.addEventListener("input", look);
