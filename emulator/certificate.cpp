@@ -3,7 +3,6 @@
 #include "emulator/bad_input.h"
 
 #include <openssl/bio.h>
-#include <openssl/ec.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
@@ -46,7 +45,8 @@ Result required(Result result) {
 }
 
 Key makeKey() {
-    return Key(required(EVP_EC_gen("P-256")));
+    std::string curve = "P-256";
+    return Key(required(EVP_PKEY_Q_keygen(nullptr, nullptr, "EC", curve.data())));
 }
 
 void extend(X509* certificate, X509* issuer, int kind, const std::string& value) {

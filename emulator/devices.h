@@ -40,7 +40,7 @@ class Devices {
     std::uint64_t version() const { return version_; }
 
     /// The last exchanges of a device, the newest last: a JSON array, empty for an unknown device.
-    std::string timeline(const std::string& device) const;
+    std::string timeline(const std::string& name) const;
 
   private:
     struct Event {

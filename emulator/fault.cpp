@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 
 namespace orvane::emulator {
 namespace {
@@ -38,8 +39,8 @@ constexpr std::chrono::seconds usualOutage{60};
 constexpr unsigned longestSeconds = 86'400;
 
 FaultKind kindOf(std::string_view name) {
-    const auto found = std::find_if(descriptions.begin(), descriptions.end(),
-                                    [&](const auto& each) { return each.name == name; });
+    const auto* const found = std::find_if(descriptions.begin(), descriptions.end(),
+                                           [&](const auto& each) { return each.name == name; });
     if (found == descriptions.end()) {
         throw BadInput("there is no fault \"" + std::string(name) +
                        "\"; orvane-control-plane --help lists them");
@@ -119,10 +120,10 @@ Fault parseFault(std::string_view text) {
     return finished(fault);
 }
 
-std::vector<Fault> readFaults(std::string_view text) {
-    const json list = json::parse(text, nullptr, /*allow_exceptions=*/false);
+std::vector<Fault> readFaults(std::string_view json) {
+    const nlohmann::json list = nlohmann::json::parse(json, nullptr, /*allow_exceptions=*/false);
     if (!list.is_array()) {
-        throw BadInput("the faults are a JSON array, for example [{\"name\":\"slow\"}]");
+        throw BadInput(R"(the faults are a JSON array, for example [{"name":"slow"}])");
     }
     std::vector<Fault> faults;
     std::transform(list.begin(), list.end(), std::back_inserter(faults), faultIn);

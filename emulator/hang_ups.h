@@ -19,15 +19,15 @@ class HangUps {
     HangUps& operator=(const HangUps&) = delete;
 
     /// From now on waitUntil() tells `id` when the peer of `socket` is gone.
-    void watch(int socket, std::uint64_t id);
+    void watch(int socket, std::uint64_t id) const;
     /// No longer. To be called before the socket is closed.
-    void forget(int socket);
+    void forget(int socket) const;
 
     /// Blocks until peers are gone, which it returns, or `deadline`, or interrupt(). An id that is
     /// forgotten at the same moment may still be among them.
-    std::vector<std::uint64_t> waitUntil(Clock::time_point deadline);
+    std::vector<std::uint64_t> waitUntil(Clock::time_point deadline) const;
     /// Ends waitUntil(), or the next one.
-    void interrupt();
+    void interrupt() const;
 
   private:
     int queue_;

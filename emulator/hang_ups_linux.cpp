@@ -8,6 +8,7 @@
 #include <array>
 #include <cerrno>
 #include <system_error>
+#include <tuple>
 
 namespace orvane::emulator {
 namespace {
@@ -37,16 +38,16 @@ HangUps::~HangUps() {
     ::close(queue_);
 }
 
-void HangUps::watch(int socket, std::uint64_t id) {
+void HangUps::watch(int socket, std::uint64_t id) const {
     // A reset is always told, data never.
     control(queue_, EPOLL_CTL_ADD, socket, EPOLLRDHUP | EPOLLONESHOT, id);
 }
 
-void HangUps::forget(int socket) {
+void HangUps::forget(int socket) const {
     control(queue_, EPOLL_CTL_DEL, socket, 0, 0);
 }
 
-std::vector<std::uint64_t> HangUps::waitUntil(Clock::time_point deadline) {
+std::vector<std::uint64_t> HangUps::waitUntil(Clock::time_point deadline) const {
     constexpr std::chrono::milliseconds longest = std::chrono::hours(1);
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(
         std::min(deadline, Clock::now() + longest) - Clock::now());
@@ -61,15 +62,15 @@ std::vector<std::uint64_t> HangUps::waitUntil(Clock::time_point deadline) {
         if (id != wakeUpId) {
             gone.push_back(id);
         } else {
-            (void)!::read(wakeUp_, &number, sizeof number);
+            std::ignore = ::read(wakeUp_, &number, sizeof number);
         }
     }
     return gone;
 }
 
-void HangUps::interrupt() {
+void HangUps::interrupt() const {
     const std::uint64_t one = 1;
-    (void)!::write(wakeUp_, &one, sizeof one);
+    std::ignore = ::write(wakeUp_, &one, sizeof one);
 }
 
 }  // namespace orvane::emulator

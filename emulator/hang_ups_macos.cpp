@@ -34,15 +34,15 @@ HangUps::~HangUps() {
     ::close(queue_);
 }
 
-void HangUps::watch(int socket, std::uint64_t id) {
+void HangUps::watch(int socket, std::uint64_t id) const {
     change(queue_, static_cast<std::uintptr_t>(socket), EVFILT_READ, EV_ADD | EV_CLEAR, 0, id);
 }
 
-void HangUps::forget(int socket) {
+void HangUps::forget(int socket) const {
     change(queue_, static_cast<std::uintptr_t>(socket), EVFILT_READ, EV_DELETE, 0, 0);
 }
 
-std::vector<std::uint64_t> HangUps::waitUntil(Clock::time_point deadline) {
+std::vector<std::uint64_t> HangUps::waitUntil(Clock::time_point deadline) const {
     constexpr std::chrono::milliseconds longest = std::chrono::hours(1);
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(
         std::min(deadline, Clock::now() + longest) - Clock::now());
@@ -61,7 +61,7 @@ std::vector<std::uint64_t> HangUps::waitUntil(Clock::time_point deadline) {
     return gone;
 }
 
-void HangUps::interrupt() {
+void HangUps::interrupt() const {
     change(queue_, 0, EVFILT_USER, 0, NOTE_TRIGGER, wakeUpId);
 }
 

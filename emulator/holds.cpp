@@ -1,5 +1,7 @@
 #include "emulator/holds.h"
 
+#include <iterator>
+
 namespace orvane::emulator {
 namespace {
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
+#include <tuple>
 #include <utility>
 
 namespace orvane::emulator {
@@ -63,7 +64,7 @@ MHD_Result send(MHD_Connection* connection, const Drop& drop) {
     const int socket =
         MHD_get_connection_info(connection, MHD_CONNECTION_INFO_CONNECTION_FD)->connect_fd;
     // Where the peer is gone already there is nobody to send it to.
-    (void)!::send(socket, drop.bytes.data(), drop.bytes.size(), MSG_DONTWAIT);
+    std::ignore = ::send(socket, drop.bytes.data(), drop.bytes.size(), MSG_DONTWAIT);
     return MHD_NO;
 }
 

@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <memory>
 #include <utility>
 #include <variant>
 
