@@ -68,15 +68,11 @@ async def hanging(world, what, make):
     where = Device()
     where.hosts["two.test"] = [await make(where, port), where.front]
     account = world.account()
-    pause = 1 if world.is_short else None
-    daemon = await where.daemon(account, world.url(port, "two.test"), sleep=pause).start()
-    came = await after_start(account, 1, 150)
+    daemon = await where.daemon(account, world.url(port, "two.test")).start()
+    came = await after_start(account, 1, 100)
     await daemon.stop()
-    failed = [line["ms"] / 1000 for line in daemon.activity() if line["status"] == 0]
-    expected = (pause or 60) + sum(failed)
-    holds = len(failed) == 1 and 5 < failed[0] <= 60 and came < expected + 5
-    value = f"{', '.join(map(number, failed))}; through the other address {number(came)} after the start"
-    return Figure(f"{what}: given up after", value, holds)
+    errors = len(daemon.errors())
+    return Figure(f"{what}: poll after", f"{number(came)}, {errors} errors", 5 < came <= 20 and not errors)
 
 
 @case("held", is_long=False)
@@ -133,7 +129,7 @@ async def dying(world, what, make, http2):
     await account.wait_for_polls(1, 10)
     await asyncio.sleep(2)
     before = daemon.wake_ups()
-    await asyncio.sleep(18)
+    await asyncio.sleep(58)
     woken = daemon.wake_ups() - before
     await make(where)
     after = await after_start(account, 2, 400)
@@ -144,5 +140,5 @@ async def dying(world, what, make, http2):
     protocol = f"HTTP/{2 if http2 else 1.1}"
     return [
         Figure(f"{what}, {protocol}: next poll after", number(after), after <= 75 and statuses == [304]),
-        Figure(f"{what}, {protocol}: wake-ups in 18 s before", str(woken), woken == 0),
+        Figure(f"{what}, {protocol}: wake-ups in 58 s before", str(woken), woken == 0),
     ]

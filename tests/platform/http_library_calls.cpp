@@ -71,6 +71,15 @@ CURLMcode curl_multi_perform(CURLM* multi, int* running) {
                : realCall<decltype(curl_multi_perform)>("curl_multi_perform")(multi, running);
 }
 
+CURLMcode curl_multi_poll(CURLM* multi, curl_waitfd* others, unsigned count, int limit,
+                          int* ready) {
+    if (libraryHooks != nullptr) {
+        libraryHooks->wait(multi);
+    }
+    return realCall<decltype(curl_multi_poll)>("curl_multi_poll")(multi, others, count, limit,
+                                                                  ready);
+}
+
 curl_slist* curl_slist_append(curl_slist* list, const char* line) {
     return isRefused("curl_slist_append")
                ? nullptr

@@ -12,6 +12,8 @@ namespace orvane::test {
 struct HttpLibraryHooks {
     std::function<bool(CURLoption option)> refuseOption = [](CURLoption) { return false; };
     std::function<bool(std::string_view name)> refuseCall = [](std::string_view) { return false; };
+    /// Called before the session waits for something to do.
+    std::function<void(CURLM* multi)> wait = [](CURLM*) {};
 };
 
 /// Puts hooks in place for its lifetime, one at a time. Outlives the sessions that are to see them.

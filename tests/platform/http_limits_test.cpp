@@ -340,20 +340,6 @@ TEST_F(HttpLimitsTest, TheEndOfTheTlsHandshakeRestartsTheInactivityLimit) {
     EXPECT_TRUE(inTime || clock::monotonicNow() - handshake >= 100s);
 }
 
-TEST_F(HttpLimitsTest, WhatTheLibraryItselfTimesOutReadsTheSame) {
-    const TestCa ca;
-    ScriptedServer tls(ca.issueForLoopback());
-    Puppet stall;
-    tls.onConnect(stall.step());
-    HttpRequest request = requestFor(tls.url() + "/p");
-    request.inactivityLimit = 500ms;
-    Exchange exchange(session, std::move(request));
-    virtual_clock::advance(-1h);  // our own limit is far away
-    const auto result = exchange.result();
-    EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional(std::string(timedOut)));
-}
-
 // --- Size
 
 TEST_F(HttpLimitsTest, ABodyOfTheLimitIsTaken) {

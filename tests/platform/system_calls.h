@@ -34,6 +34,9 @@ struct SystemCallHooks {
     std::function<std::optional<std::string>(const std::string& host)> resolve;
     /// The limit in milliseconds for poll(2) in place of `limit` (Linux only), on any thread.
     std::function<int(const pollfd* descriptors, std::size_t count, int limit)> pollLimit;
+    /// For socket, bind, connect and setsockopt (Linux only), on any thread. `which` is the address
+    /// family, or the level of the option; `socket` is -1 for socket(2).
+    std::function<std::optional<int>(std::string_view name, int socket, int which)> network;
     /// For calls without a hook of their own (Linux only): the error that the one of this name
     /// fails with, or 0.
     std::function<int(std::string_view name)> refuse;

@@ -31,6 +31,15 @@ int unlessRefused(const char* name, Arguments... arguments) {
     return error != 0 ? failWith(error) : realCall<Function>(name)(arguments...);
 }
 
+/// As `unlessRefused`, if there is no other answer.
+template <typename Function, typename... Arguments>
+int unlessAnswered(const char* name, int socket, int which, Arguments... arguments) {
+    auto* const hooks = hooksInPlace();
+    const auto answer =
+        hooks != nullptr && hooks->network ? hooks->network(name, socket, which) : std::nullopt;
+    return answer ? *answer : unlessRefused<Function>(name, arguments...);
+}
+
 /// As `unlessRefused`, for calls whose result is the error.
 template <typename Function, typename... Arguments>
 int errorUnlessAccepted(const char* name, Arguments... arguments) {
@@ -71,6 +80,7 @@ using orvane::test::failWith;
 using orvane::test::hooksInPlace;
 using orvane::test::realCall;
 using orvane::test::refusalOf;
+using orvane::test::unlessAnswered;
 using orvane::test::unlessRefused;
 
 int fchmod(int descriptor, mode_t mode) noexcept {
@@ -121,7 +131,22 @@ int poll(struct pollfd* waiting, nfds_t count, int limit) {
 }
 
 int socket(int family, int type, int protocol) noexcept {
-    return unlessRefused<int(int, int, int)>("socket", family, type, protocol);
+    return unlessAnswered<int(int, int, int)>("socket", -1, family, family, type, protocol);
+}
+
+int bind(int socket, const sockaddr* address, socklen_t size) noexcept {
+    return unlessAnswered<int(int, const sockaddr*, socklen_t)>("bind", socket, address->sa_family,
+                                                                socket, address, size);
+}
+
+int connect(int socket, const sockaddr* address, socklen_t size) {
+    return unlessAnswered<int(int, const sockaddr*, socklen_t)>(
+        "connect", socket, address->sa_family, socket, address, size);
+}
+
+int setsockopt(int socket, int level, int option, const void* value, socklen_t size) noexcept {
+    return unlessAnswered<int(int, int, int, const void*, socklen_t)>(
+        "setsockopt", socket, level, socket, level, option, value, size);
 }
 
 ssize_t recv(int socket, void* buffer, std::size_t size, int flags) {

@@ -3,12 +3,10 @@
 #include "platform/files/descriptor.h"
 #include "platform/http/tcp_socket.h"
 
-#include <netdb.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <system_error>
 #include <utility>
@@ -17,21 +15,9 @@ namespace orvane {
 
 namespace {
 
-/// Address and port as text.
-std::string textOf(const sockaddr* address, socklen_t size) {
-    std::array<char, NI_MAXHOST> host{};
-    std::array<char, NI_MAXSERV> port{};
-    (void)::getnameinfo(address, size, host.data(), host.size(), port.data(), port.size(),
-                        NI_NUMERICHOST | NI_NUMERICSERV);
-    return std::string(host.data()) + ' ' + port.data();
-}
-
-/// The peer of a connected socket; empty while it is being connected.
-std::string peerOf(int socket) {
-    sockaddr_storage storage{};
-    socklen_t size = sizeof storage;
-    auto* const address = reinterpret_cast<sockaddr*>(&storage);
-    return ::getpeername(socket, address, &size) == 0 ? textOf(address, size) : std::string();
+/// The bytes of an address, to compare and to keep.
+std::string bytesOf(const sockaddr* address, socklen_t size) {
+    return {reinterpret_cast<const char*>(address), size};
 }
 
 }  // namespace
@@ -53,55 +39,50 @@ void OpenSockets::noteSending() {
     }
 }
 
-void OpenSockets::noteStart(bool connectingTookTooLong) {
+void OpenSockets::noteStart() {
     const std::lock_guard lock(mutex_);
-    if (connectingTookTooLong) {
-        passedBy_ = std::move(fellSilent_);
+    if (clock::monotonicNow() - silentSince_ >= passedOverFor) {
+        silent_.clear();
     }
-    fellSilent_.clear();
-    hasPassedBy_ = false;
+    hasPassedOver_ = false;
+}
+
+void OpenSockets::passOverSilent() {
+    const std::lock_guard lock(mutex_);
+    for (const Connection& connection : connections_) {
+        if (!connection.hasServed) {
+            silent_.push_back(connection.address);
+        }
+    }
+    silentSince_ = clock::monotonicNow();
 }
 
 bool OpenSockets::forgetSilent() {
     const std::lock_guard lock(mutex_);
-    passedBy_.clear();
-    return std::exchange(hasPassedBy_, false);
+    silent_.clear();
+    return std::exchange(hasPassedOver_, false);
 }
 
 int OpenSockets::open(int family, int type, int protocol, const sockaddr* address,
                       socklen_t size) noexcept {
+    std::string wanted = bytesOf(address, size);
     const std::lock_guard lock(mutex_);
-    if (!passedBy_.empty()) {
-        const std::string wanted = textOf(address, size);
-        if (std::find(passedBy_.begin(), passedBy_.end(), wanted) != passedBy_.end()) {
-            hasPassedBy_ = true;
-            return -1;
-        }
+    if (std::find(silent_.begin(), silent_.end(), wanted) != silent_.end()) {
+        hasPassedOver_ = true;
+        errno = EHOSTUNREACH;
+        return -1;
     }
     const int socket = openTcpSocket(family, type, protocol);
     if (socket >= 0) {
-        connections_.push_back({socket, false});
+        connections_.push_back({socket, std::move(wanted), false});
     }
     return socket;
 }
 
-void OpenSockets::noteSilent(int socket) {
-    if (std::string peer = peerOf(socket); !peer.empty()) {
-        fellSilent_.push_back(std::move(peer));
-    }
-}
-
 int OpenSockets::close(int socket) noexcept {
     const std::lock_guard lock(mutex_);
-    std::erase_if(connections_, [&](const Connection& connection) {
-        if (connection.socket != socket) {
-            return false;
-        }
-        if (!connection.hasServed) {
-            noteSilent(socket);
-        }
-        return true;
-    });
+    std::erase_if(connections_,
+                  [=](const Connection& connection) { return connection.socket == socket; });
     return ::close(socket);
 }
 

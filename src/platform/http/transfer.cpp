@@ -21,9 +21,11 @@ using std::chrono::milliseconds;
 static_assert(HttpSession::headerValueLimit == 65'536);
 constexpr const char* valueTooLong = "a header value is longer than 65536 bytes";
 
-/// Enough to connect and shake hands over a slow link. Of a name's addresses the library gives the
-/// first one half of it.
+/// Enough to connect and shake hands over a slow link.
 constexpr std::chrono::seconds connectLimit(30);
+
+/// An address that does not answer gets this part of it, while there may be others to try.
+constexpr int triesWithinConnectLimit = 3;
 
 /// The status in a status line: three digits behind the version, then a space or the line end.
 /// 0 for any other line; libraries read "2000" as 200, as 2000 or not at all.
@@ -70,6 +72,12 @@ const char* Transfer::refusal() const {
     return nullptr;
 }
 
+clock::TimePoint Transfer::addressDeadline() const {
+    return isConnecting_ && mayBeMoreAddresses_ && firstSocketAt_
+               ? *firstSocketAt_ + longestConnecting() / triesWithinConnectLimit
+               : clock::TimePoint::max();
+}
+
 clock::TimePoint Transfer::deadline() const {
     const milliseconds limit = isConnecting_ ? longestConnecting() : inactivityLimit_;
     return std::min(lastActivity_ + limit, end_);
@@ -91,6 +99,8 @@ bool Transfer::isToBeSentAgain(CURLcode code) const {
 
 void Transfer::startLimits() {
     isConnecting_ = true;
+    firstSocketAt_.reset();
+    mayBeMoreAddresses_ = true;
     lastActivity_ = clock::monotonicNow();
     end_ = lastActivity_ + totalLimit_;
 }
@@ -203,6 +213,9 @@ int Transfer::noteConnecting(void* self, curl_socket_t /*socket*/,
     auto& transfer = *static_cast<Transfer*>(self);
     if (!transfer.isConnecting_) {
         transfer.startLimits();
+    }
+    if (!transfer.firstSocketAt_) {
+        transfer.firstSocketAt_ = clock::monotonicNow();
     }
     return CURL_SOCKOPT_OK;
 }

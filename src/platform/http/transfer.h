@@ -10,6 +10,7 @@
 #include <array>
 #include <chrono>
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -36,6 +37,13 @@ class Transfer {
 
     /// Whether there is no connection yet that the request could be sent on.
     [[nodiscard]] bool isConnecting() const { return isConnecting_; }
+
+    /// When it is time to go on to other addresses, while the ones that are being connected to do
+    /// not answer.
+    [[nodiscard]] clock::TimePoint addressDeadline() const;
+
+    /// There are no other addresses: those that are tried from now on have all the time.
+    void noteNoOtherAddress() { mayBeMoreAddresses_ = false; }
 
     /// When the exchange is overdue unless something happens first.
     [[nodiscard]] clock::TimePoint deadline() const;
@@ -100,6 +108,8 @@ class Transfer {
     clock::TimePoint lastActivity_;
     clock::TimePoint end_;
     bool isConnecting_ = true;
+    std::optional<clock::TimePoint> firstSocketAt_;  ///< of this try to connect
+    bool mayBeMoreAddresses_ = true;
     int timesSent_ = 0;
     bool wasKept_ = false;  ///< the connection that was used last had served before
     OpenSockets* openSockets_ = nullptr;

@@ -20,6 +20,11 @@ constexpr auto quickExit = static_cast<CURLoption>(CURLOPTTYPE_LONG + 322);
 /// poll to the next one, less goes by.
 constexpr long longestIdle = 3;
 
+/// Longer than any exchange. The library keeps the timer of this limit, and of its half for a name
+/// with more than one address, after it has connected, and would wake up for it under a held poll.
+/// The worker keeps the limits.
+constexpr long connectLimitOfLibrary = 3'600'000;
+
 curl_socket_t openSocket(void* sockets, curlsocktype /*purpose*/, curl_sockaddr* address) noexcept {
     return static_cast<OpenSockets*>(sockets)->open(
         address->family, address->socktype, address->protocol, &address->addr, address->addrlen);
@@ -34,6 +39,7 @@ int closeSocket(void* sockets, curl_socket_t socket) noexcept {
 bool Transfer::prepare(EasyHandle&& easy, TrustStore& trustStore, OpenSockets& openSockets) {
     easy_ = std::move(easy);
     openSockets_ = &openSockets;
+    firstSocketAt_.reset();
     if (headers_.get() == nullptr) {
         listHeaders();
     }
@@ -80,7 +86,7 @@ bool Transfer::setHowItTravels() {
            set(CURLOPT_FRESH_CONNECT, timesSent_ == 0 ? 0L : 1L) &&
            set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L) && set(CURLOPT_DNS_CACHE_TIMEOUT, 0L) &&
            set(CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_2TLS)) &&
-           set(CURLOPT_CONNECTTIMEOUT_MS, static_cast<long>(longestConnecting().count()));
+           set(CURLOPT_CONNECTTIMEOUT_MS, connectLimitOfLibrary);
 }
 
 // The library's own bundle counts unless it is taken out.

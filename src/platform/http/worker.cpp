@@ -14,9 +14,6 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// While a connection is being made: libcurl 7.88 sets no timer to go on to a name's next address.
-constexpr std::chrono::seconds connectingTick(1);
-
 }  // namespace
 
 HttpSession::Worker::~Worker() {
@@ -75,6 +72,7 @@ void HttpSession::Worker::run() {
         busySince_ = notBusy;
         completeFinished();
         completeOverdue();
+        leaveSilentAddresses();
         if (dropConnections_ && active_.empty() && replaceMulti()) {
             continue;  // `send` may have woken up the handle that is gone
         }
@@ -121,7 +119,7 @@ void HttpSession::Worker::begin(std::unique_ptr<Transfer> transfer) {
         transfer->complete(CURLE_URL_MALFORMAT, refusal);
         return;
     }
-    openSockets_.noteStart(std::exchange(connectingTookTooLong_, false));
+    openSockets_.noteStart();
     if (!start(*transfer)) {
         transfer->complete(CURLE_FAILED_INIT, nullptr);
         return;
@@ -150,9 +148,16 @@ bool HttpSession::Worker::startAgain(Transfer& transfer, CURLcode code) {
     if (isToReadBundle) {
         trustStore_.wantBundle();
     }
+    if (isToTryAllAddresses) {
+        transfer.noteNoOtherAddress();
+    }
     if (isLost) {
         transfer.startLimits();
     }
+    return restart(transfer);
+}
+
+bool HttpSession::Worker::restart(Transfer& transfer) {
     (void)curl_multi_remove_handle(multi_.get(), transfer.easy());
     return start(transfer);
 }
@@ -185,6 +190,21 @@ void HttpSession::Worker::completeOverdue() {
     }
 }
 
+void HttpSession::Worker::leaveSilentAddresses() {
+    std::vector<Transfer*> unanswered;
+    for (const auto& transfer : active_) {
+        if (transfer->addressDeadline() <= clock::monotonicNow()) {
+            unanswered.push_back(transfer.get());
+        }
+    }
+    for (Transfer* transfer : unanswered) {
+        openSockets_.passOverSilent();
+        if (!restart(*transfer)) {
+            finish(transfer, CURLE_FAILED_INIT, nullptr);
+        }
+    }
+}
+
 void HttpSession::Worker::finish(const Transfer* finished, CURLcode code, const char* ownError) {
     const auto place = std::find_if(active_.begin(), active_.end(), [=](const auto& transfer) {
         return transfer.get() == finished;
@@ -198,7 +218,6 @@ void HttpSession::Worker::finish(const Transfer* finished, CURLcode code, const 
         curl_easy_reset(spareEasy_.get());
     } else {
         dropConnections_ = true;
-        connectingTookTooLong_ = transfer->isConnecting() && code == CURLE_OPERATION_TIMEDOUT;
     }
 }
 
@@ -214,10 +233,8 @@ void HttpSession::Worker::waitForWork() {
 int HttpSession::Worker::waitLimit() const {
     milliseconds limit(INT_MAX);
     for (const auto& transfer : active_) {
-        limit = std::min(limit, clock::blockLimit(transfer->deadline()));
-        if (transfer->isConnecting()) {
-            limit = std::min<milliseconds>(limit, connectingTick);
-        }
+        const auto next = std::min(transfer->deadline(), transfer->addressDeadline());
+        limit = std::min(limit, clock::blockLimit(next));
     }
     return static_cast<int>(limit.count());
 }

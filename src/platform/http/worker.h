@@ -53,9 +53,12 @@ class HttpSession::Worker {
 
     /// Starts `transfer`, which ended with `code`, once more if that is worthwhile.
     bool startAgain(Transfer& transfer, CURLcode code);
+    bool restart(Transfer& transfer);
 
     void completeFinished();
     void completeOverdue();
+    /// Tries other addresses where the ones that are being connected to have had their time.
+    void leaveSilentAddresses();
     void finish(const Transfer* finished, CURLcode code, const char* ownError);
     /// Blocks until there is something to do, or a deadline has come.
     void waitForWork();
@@ -76,7 +79,6 @@ class HttpSession::Worker {
     EasyHandle spareEasy_;
     TrustStore trustStore_;
     bool dropConnections_ = false;
-    bool connectingTookTooLong_ = false;  ///< of the exchange that ended last
 };
 
 }  // namespace orvane
