@@ -99,9 +99,10 @@ async def held(world):
     return figures
 
 
-async def change_address(where):
+async def change_address(where, seconds_without=0):
     """The device wakes up elsewhere."""
     where.run(f"ip addr del {where.own}/24 dev eth0")
+    await asyncio.sleep(seconds_without)
     where.run(f"ip addr add {where.other_own}/24 dev eth0")
 
 
@@ -113,15 +114,37 @@ async def forget(where):
         drop(f"ip daddr {where.own} tcp dport {port}", where)
 
 
+@case("moved")
+async def moved(world):
+    """The device gets another address in mid-hold, at once or after some seconds without any. The poll's connection
+    is its first, so the library does not send it again by itself."""
+    return await asyncio.gather(*(moving(world, http2, gap) for http2 in (True, False) for gap in (0, 4)))
+
+
+async def moving(world, http2, gap):
+    front = await world.front(http2=http2)
+    where = Device()
+    account = world.account()
+    daemon = await where.daemon(account, world.url(front.port)).start()
+    await account.wait_for_polls(1, 10)
+    await asyncio.sleep(1)
+    await change_address(where, gap)
+    after = await after_start(account, 2, 40)
+    await daemon.stop()
+    errors = len(daemon.errors())
+    about = f"another address after {gap} s without any, HTTP/{2 if http2 else 1.1}: next poll after"
+    return Figure(about, f"{number(after)}, {errors} errors", after <= 5 and not errors)
+
+
 @case("dead", is_short=False)
 async def dead(world):
     """A connection that dies in mid-hold without a word."""
-    ways = [("address changed", change_address), ("connection forgotten", forget)]
-    runs = [dying(world, what, make, http2) for what, make in ways for http2 in (True, False)]
+    ways = [("address changed", change_address, 5), ("connection forgotten", forget, 75)]
+    runs = [dying(world, *way, http2) for way in ways for http2 in (True, False)]
     return [figure for figures in await asyncio.gather(*runs) for figure in figures]
 
 
-async def dying(world, what, make, http2):
+async def dying(world, what, make, limit, http2):
     front = await world.front(http2=http2)
     where = Device()
     account = world.account()
@@ -139,6 +162,6 @@ async def dying(world, what, make, http2):
     await daemon.stop()
     protocol = f"HTTP/{2 if http2 else 1.1}"
     return [
-        Figure(f"{what}, {protocol}: next poll after", number(after), after <= 75 and statuses == [304]),
+        Figure(f"{what}, {protocol}: next poll after", number(after), after <= limit and statuses == [304]),
         Figure(f"{what}, {protocol}: wake-ups in 58 s before", str(woken), woken == 0),
     ]

@@ -5,6 +5,7 @@
 #include "platform/log/logger.h"
 #include "platform/machine/continuous_time.h"
 #include "platform/machine/machine_id.h"
+#include "platform/machine/network_changes.h"
 #include "platform/process/child_descriptors.h"
 #include "platform/process/heap.h"
 
@@ -15,7 +16,9 @@
 #include <mach/mach_time.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <notify.h>
 #include <os/log.h>
+#include <poll.h>
 #include <spawn.h>
 #include <sys/event.h>
 #include <sys/socket.h>
@@ -40,6 +43,8 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::SizeIs;
+using ::testing::StartsWith;
 using namespace std::chrono_literals;
 using namespace std::string_literals;
 
@@ -53,6 +58,7 @@ struct System {
     std::uint64_t ticks = 0;
     std::vector<struct kevent> changes;
     int queues = 0;
+    int notifier = -1;  ///< what is written there comes out of the descriptor of notify(3)
 
     int answer(const std::string& call) {
         calls.push_back(call);
@@ -219,6 +225,38 @@ TEST_F(MacSourcesTest, WithoutAQueueATimerIsTriedAgain) {
     EXPECT_EQ(timer.descriptor(), someFile);
 }
 
+// ---- Changes of the network ----
+
+TEST_F(MacSourcesTest, AChangeOfTheNetworkIsReadOnce) {
+    NetworkChanges changes;
+    ASSERT_GE(changes.descriptor(), 0);
+    EXPECT_NE(::fcntl(changes.descriptor(), F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_THAT(fake.calls, ElementsAre("notify com.apple.system.config.network_change 0"));
+    constexpr int registration = 7;
+    for (int i = 0; i < 100; ++i) {
+        ASSERT_EQ(::write(fake.notifier, &registration, sizeof registration), 4);
+    }
+    pollfd waited{changes.descriptor(), POLLIN, 0};
+    EXPECT_EQ(::poll(&waited, 1, 0), 1);
+    changes.clear();
+    EXPECT_EQ(::poll(&waited, 1, 0), 0);
+}
+
+TEST_F(MacSourcesTest, TheRegistrationEndsWithItsOwner) {
+    { const NetworkChanges changes; }
+    EXPECT_THAT(fake.calls, ElementsAre(StartsWith("notify "), "cancel 7"));
+}
+
+TEST_F(MacSourcesTest, WithoutARegistrationNoChangeIsNoticed) {
+    fake.errors["notify com.apple.system.config.network_change 0"] = {EIO};
+    {
+        NetworkChanges changes;
+        EXPECT_EQ(changes.descriptor(), -1);
+        changes.clear();
+    }
+    EXPECT_THAT(fake.calls, SizeIs(1));
+}
+
 // ---- What there is not ----
 
 TEST_F(MacSourcesTest, TheHardwareRegistryAloneKnowsTheMachine) {
@@ -268,6 +306,24 @@ std::uint64_t mach_continuous_time() {
 }
 
 extern "C" {
+
+std::uint32_t notify_register_file_descriptor(const char* name, int* descriptor, int flags,
+                                              int* registration) {
+    int ends[2];
+    if (fake.answer("notify " + std::string(name) + " " + std::to_string(flags)) != 0 ||
+        ::pipe(ends) != 0) {
+        return 1;
+    }
+    *descriptor = ends[0];
+    *registration = 7;
+    fake.notifier = ends[1];
+    return NOTIFY_STATUS_OK;
+}
+
+std::uint32_t notify_cancel(int registration) {
+    (void)fake.answer("cancel " + std::to_string(registration));
+    return NOTIFY_STATUS_OK;
+}
 
 int posix_spawnattr_setflags(posix_spawnattr_t* attributes, short flags) noexcept {
     if (fake.answer("setflags " + std::to_string(flags)) != 0) {

@@ -204,6 +204,30 @@ TEST_F(AddressesTest, ItIsTriedAgainWhenTheOthersFail) {
     server.stopDroppingPackets();
 }
 
+TEST_F(AddressesTest, OneThatRefusesIsLeftAtOnce) {
+    serve();
+    const WithSystemCallHooks installed(hooks);
+    EXPECT_EQ(fetch(session, request()).error, std::nullopt);
+}
+
+TEST_F(AddressesTest, WithoutMemoryToGoOnItIsAnError) {
+    std::atomic<bool> isShort = false;
+    HttpLibraryHooks library;
+    library.refuseCall = [&](std::string_view name) {
+        return isShort && name == "curl_multi_add_handle";
+    };
+    const WithHttpLibraryHooks installed(library);
+    const WithSystemCallHooks installedToo(hooks);
+    SilentNeighbor silent(server.port());
+    HttpSession poor(limits);
+    Exchange exchange(poor, request());
+    ASSERT_TRUE(silent.isConnectedTo());
+    letWorkerTurn(poor);
+    isShort = true;
+    virtual_clock::advance(11s);
+    EXPECT_TRUE(exchange.result().error);
+}
+
 TEST_F(AddressesTest, WhatTheSystemTimesOutReadsLikeWhatWeDo) {
     hooks.refuse = [](std::string_view name) { return name == "connect" ? ETIMEDOUT : 0; };
     const WithSystemCallHooks installed(hooks);

@@ -57,14 +57,13 @@ struct HttpLimits {
 /// A client with connections of its own, kept alive and reused.
 ///
 /// One worker thread is the callback queue: it starts with the first request and sleeps, without
-/// waking, until there is something to do. Only
-/// http and https are spoken, TLS 1.2 or later with peer and host verified against the machine's
-/// trust store, HTTP/2 where the server takes it. The proxy variables of the environment are
-/// honoured, except for loopback hosts. There are no cookies, no cache and no credentials from
-/// files. A decoded body over `bodyLimit` ends the exchange with an error, and so do more than
-/// `headerLimit` bytes of header lines, those of interim answers and behind a chunked body
-/// included. After a failed exchange its connections are dropped, so that the next one resolves and
-/// connects again.
+/// waking, until there is something to do. Only http and https are spoken, TLS 1.2 or later with
+/// peer and host verified against the machine's trust store, HTTP/2 where the server takes it. The
+/// proxy variables of the environment are honoured, except for loopback hosts. There are no
+/// cookies, no cache and no credentials from files. A decoded body over `bodyLimit` ends the
+/// exchange with an error, and so do more than `headerLimit` bytes of header lines, those of
+/// interim answers and behind a chunked body included. After a failed exchange its connections are
+/// dropped, so that the next one resolves and connects again.
 ///
 /// An address that does not answer, or lets no TLS handshake end, is left for the name's others
 /// after a third of the time for connecting, and passed over for an hour while one of them does.
@@ -73,7 +72,9 @@ struct HttpLimits {
 /// before any byte of its answer is sent once more, on a new connection, without anybody noticing:
 /// if its connection had served before, if the peer is dead, or if the server stopped taking
 /// requests. How long ago it was sent does not matter: over HTTP/1.1 every version of the library
-/// does that by itself, and so all do it alike. A dead peer is noticed within 75 s.
+/// does that by itself, and so all do it alike. A dead peer is noticed within 75 s. A connection
+/// from an address that the machine has lost is left as soon as there is another way to the server,
+/// where the system tells of that.
 class HttpSession {
   public:
     static constexpr std::size_t bodyLimit = std::size_t{100} * 1024 * 1024;

@@ -29,6 +29,16 @@ class OpenSockets {
     /// them.
     void shutDown();
 
+    /// What there is to do about connections from an address that the machine does not have any
+    /// more. Nothing comes in by them, and nobody says so.
+    struct Stranded {
+        bool isAnyCutOff = false;  ///< as `shutDown` does: their requests can be sent again
+        bool isAnyLeft = false;    ///< there is no way to its peer yet, so look again later
+    };
+
+    /// Cuts off those whose peer can be reached from another address.
+    Stranded cutOffStranded();
+
     /// A request goes out: what is open by now has been connected and handshaken.
     void noteSending();
 

@@ -20,16 +20,67 @@ std::string bytesOf(const sockaddr* address, socklen_t size) {
     return {reinterpret_cast<const char*>(address), size};
 }
 
+void cutOff(int socket) {
+    constexpr linger resetAtClose{1, 0};
+    (void)::setsockopt(socket, SOL_SOCKET, SO_LINGER, &resetAtClose, sizeof resetAtClose);
+    (void)::shutdown(socket, SHUT_RDWR);
+}
+
+/// One end of a connection. Where there is none yet, it has no address that anybody could have or
+/// reach.
+class End {
+  public:
+    /// `ask` is getsockname or getpeername.
+    template <typename Ask>
+    End(Ask ask, int socket) {
+        (void)ask(socket, generic(), &size_);
+    }
+
+    [[nodiscard]] bool isAddressOfThisMachine() {
+        const Descriptor probe = probeSocket();
+        return ::bind(probe.number(), generic(), size_) == 0 || errno != EADDRNOTAVAIL;
+    }
+
+    /// Whether there is a way there. Sends nothing.
+    [[nodiscard]] bool isReachable() {
+        const Descriptor probe = probeSocket();
+        return ::connect(probe.number(), generic(), size_) == 0;
+    }
+
+  private:
+    sockaddr* generic() { return reinterpret_cast<sockaddr*>(&address_); }
+    [[nodiscard]] Descriptor probeSocket() const {
+        return Descriptor(::socket(address_.ss_family, SOCK_DGRAM, 0));
+    }
+
+    sockaddr_storage address_{};
+    socklen_t size_ = sizeof address_;
+};
+
 }  // namespace
 
 void OpenSockets::shutDown() {
-    constexpr linger resetAtClose{1, 0};
     const std::lock_guard lock(mutex_);
     for (const Connection& connection : connections_) {
-        (void)::setsockopt(connection.socket, SOL_SOCKET, SO_LINGER, &resetAtClose,
-                           sizeof resetAtClose);
-        (void)::shutdown(connection.socket, SHUT_RDWR);
+        cutOff(connection.socket);
     }
+}
+
+OpenSockets::Stranded OpenSockets::cutOffStranded() {
+    Stranded stranded;
+    const std::lock_guard lock(mutex_);
+    for (const Connection& connection : connections_) {
+        if (End(::getsockname, connection.socket).isAddressOfThisMachine()) {
+            continue;
+        }
+        const bool isReachable = End(::getpeername, connection.socket).isReachable();
+        if (isReachable) {
+            cutOff(connection.socket);
+        }
+        stranded.isAnyCutOff |= isReachable;
+        stranded.isAnyLeft |= !isReachable;
+    }
+    return stranded;
 }
 
 void OpenSockets::noteSending() {

@@ -94,7 +94,8 @@ bool Transfer::isToBeSentAgain(CURLcode code) const {
     if (timesSent_ != 1 || headerBytes_ != 0) {
         return false;
     }
-    return code == CURLE_HTTP2 || (isLostConnection(code) && (wasKept_ || isPeerDead()));
+    return code == CURLE_HTTP2 ||
+           (isLostConnection(code) && (wasKept_ || isCutOff_ || isPeerDead()));
 }
 
 void Transfer::startLimits() {

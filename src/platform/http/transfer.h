@@ -35,9 +35,6 @@ class Transfer {
     [[nodiscard]] CURL* easy() const { return easy_.get(); }
     EasyHandle releaseEasy() { return std::move(easy_); }
 
-    /// Whether there is no connection yet that the request could be sent on.
-    [[nodiscard]] bool isConnecting() const { return isConnecting_; }
-
     /// When it is time to go on to other addresses, while the ones that are being connected to do
     /// not answer.
     [[nodiscard]] clock::TimePoint addressDeadline() const;
@@ -56,10 +53,13 @@ class Transfer {
 
     /// Whether the request is to be sent once more, now that it ended with `code`: no byte of an
     /// answer came, and it is the connection that is to blame, not the server. It had served
-    /// before, its peer is dead, or HTTP/2 broke off as it does when the server stops taking
-    /// requests. The library sends some of these again by itself, which ones depends on its
-    /// version; it is sent twice at most, in any case.
+    /// before, its peer is dead or cannot reach us any more, or HTTP/2 broke off as it does when
+    /// the server stops taking requests. The library sends some of these again by itself, which
+    /// ones depends on its version; it is sent twice at most, in any case.
     [[nodiscard]] bool isToBeSentAgain(CURLcode code) const;
+
+    /// The connection that the request went out on, if it has, was cut off by ourselves.
+    void noteCutOff() { isCutOff_ = !isConnecting_; }
 
     /// All limits count from here.
     void startLimits();
@@ -107,10 +107,11 @@ class Transfer {
     std::chrono::milliseconds totalLimit_;
     clock::TimePoint lastActivity_;
     clock::TimePoint end_;
-    bool isConnecting_ = true;
+    bool isConnecting_ = true;  ///< there is no connection yet that the request could be sent on
     std::optional<clock::TimePoint> firstSocketAt_;  ///< of this try to connect
     bool mayBeMoreAddresses_ = true;
     int timesSent_ = 0;
+    bool isCutOff_ = false;
     bool wasKept_ = false;  ///< the connection that was used last had served before
     OpenSockets* openSockets_ = nullptr;
     HeaderList headers_;

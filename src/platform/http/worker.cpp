@@ -3,6 +3,7 @@
 #include "platform/http/error_text.h"
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <new>
 #include <system_error>
@@ -13,6 +14,10 @@ namespace orvane {
 namespace {
 
 using std::chrono::milliseconds;
+
+/// How long a machine that changes networks takes to have its new addresses and routes in place, or
+/// is given before somebody looks again.
+constexpr std::chrono::seconds settlingTime(1);
 
 }  // namespace
 
@@ -65,11 +70,13 @@ bool HttpSession::Worker::startThread() {
 }
 
 void HttpSession::Worker::run() {
+    networkChanges_.emplace();
     while (takeIncoming()) {
+        leaveLostAddresses();
         int running = 0;
         busySince_ = clock::monotonicNow();
         (void)curl_multi_perform(multi_.get(), &running);
-        busySince_ = notBusy;
+        busySince_ = never;
         completeFinished();
         completeOverdue();
         leaveSilentAddresses();
@@ -205,6 +212,19 @@ void HttpSession::Worker::leaveSilentAddresses() {
     }
 }
 
+void HttpSession::Worker::leaveLostAddresses() {
+    if (clock::monotonicNow() < lookAtAddresses_) {
+        return;
+    }
+    const OpenSockets::Stranded stranded = openSockets_.cutOffStranded();
+    if (stranded.isAnyCutOff) {
+        for (const auto& transfer : active_) {
+            transfer->noteCutOff();
+        }
+    }
+    lookAtAddresses_ = stranded.isAnyLeft ? clock::monotonicNow() + settlingTime : never;
+}
+
 void HttpSession::Worker::finish(const Transfer* finished, CURLcode code, const char* ownError) {
     const auto place = std::find_if(active_.begin(), active_.end(), [=](const auto& transfer) {
         return transfer.get() == finished;
@@ -225,13 +245,27 @@ void HttpSession::Worker::waitForWork() {
     const int limit = waitLimit();
     // The library's own wait does not count the time that the machine sleeps.
     timer_.set(milliseconds(limit));
-    curl_waitfd expiry{timer_.descriptor(), CURL_WAIT_POLLIN, 0};
-    const unsigned count = timer_.descriptor() >= 0 ? 1 : 0;
-    (void)curl_multi_poll(multi_.get(), &expiry, count, limit, nullptr);
+    std::array<curl_waitfd, 2> others{};
+    unsigned count = 0;
+    for (const int descriptor : {timer_.descriptor(), networkChanges_->descriptor()}) {
+        if (descriptor >= 0) {
+            others.at(count++) = {descriptor, CURL_WAIT_POLLIN, 0};
+        }
+    }
+    (void)curl_multi_poll(multi_.get(), others.data(), count, limit, nullptr);
+    for (const curl_waitfd& other : others) {
+        if (other.revents != 0 && other.fd == networkChanges_->descriptor()) {
+            networkChanges_->clear();
+            lookAtAddresses_ = clock::monotonicNow() + settlingTime;
+        }
+    }
 }
 
 int HttpSession::Worker::waitLimit() const {
     milliseconds limit(INT_MAX);
+    if (lookAtAddresses_ != never) {
+        limit = clock::blockLimit(lookAtAddresses_);
+    }
     for (const auto& transfer : active_) {
         const auto next = std::min(transfer->deadline(), transfer->addressDeadline());
         limit = std::min(limit, clock::blockLimit(next));

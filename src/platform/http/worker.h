@@ -8,12 +8,14 @@
 #include "platform/http/trust_store.h"
 #include "platform/machine/clock.h"
 #include "platform/machine/continuous_time.h"
+#include "platform/machine/network_changes.h"
 
 #include <atomic>
 #include <chrono>
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <vector>
 
@@ -35,7 +37,7 @@ class HttpSession::Worker {
 
   private:
     /// Later than any time.
-    static constexpr clock::TimePoint notBusy = clock::TimePoint::max();
+    static constexpr clock::TimePoint never = clock::TimePoint::max();
 
     bool startThread();
     void run();
@@ -60,6 +62,8 @@ class HttpSession::Worker {
     /// Tries other addresses where the ones that are being connected to have had their time.
     void leaveSilentAddresses();
     void finish(const Transfer* finished, CURLcode code, const char* ownError);
+    /// Has requests sent again whose connections are from an address that is gone.
+    void leaveLostAddresses();
     /// Blocks until there is something to do, or a deadline has come.
     void waitForWork();
     [[nodiscard]] int waitLimit() const;
@@ -72,10 +76,12 @@ class HttpSession::Worker {
     OpenSockets openSockets_;  ///< stays longer than the connections of multi_
     MultiHandle multi_;
     std::thread thread_;
-    std::atomic<clock::TimePoint> busySince_ = notBusy;  ///< when the library was last called
+    std::atomic<clock::TimePoint> busySince_ = never;  ///< when the library was last called
     // The worker thread's own:
     std::vector<std::unique_ptr<Transfer>> active_;
     ContinuousTimer timer_;
+    std::optional<NetworkChanges> networkChanges_;
+    clock::TimePoint lookAtAddresses_ = never;
     EasyHandle spareEasy_;
     TrustStore trustStore_;
     bool dropConnections_ = false;
