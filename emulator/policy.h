@@ -12,13 +12,13 @@ struct Policy {
     std::string guardConfig;  ///< Its member "guard_config" as JSON, "{}" when it has none.
 };
 
-/// Makes a policy of `json`. Throws BadInput, which says where the mistake is, when that is not a
-/// JSON object or is nested absurdly deep.
+/// Makes a policy of `text`, JSON. Throws BadInput, which says where the mistake is, when that is
+/// not a JSON object or is nested absurdly deep.
 ///
 /// A policy whose member "etag" is a non-empty string is handed out exactly as given. Any other
 /// gets a tag derived from its content as its first member: without one, agents could not ask
 /// conditionally and every one of them would fetch it again at once.
-Policy readPolicy(std::string_view json);
+Policy readPolicy(std::string_view text);
 
 /// The same policy with another tag.
 Policy withTag(const Policy& policy, const std::string& tag);
