@@ -59,7 +59,7 @@ struct HttpLimits {
 /// One worker thread is the callback queue: it starts with the first request and sleeps, without
 /// waking, until there is something to do. Only http and https are spoken, TLS 1.2 or later with
 /// peer and host verified against the machine's trust store, HTTP/2 where the server takes it. The
-/// proxy variables of the environment are honoured, except for loopback hosts. There are no
+/// proxy variables of the environment are honored, except for loopback hosts. There are no
 /// cookies, no cache and no credentials from files. A decoded body over `bodyLimit` ends the
 /// exchange with an error, and so do more than `headerLimit` bytes of header lines, those of
 /// interim answers and behind a chunked body included. After a failed exchange its connections are
