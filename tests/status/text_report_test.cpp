@@ -46,6 +46,17 @@ TEST_F(TextReportTest, AHealthyDaemonLooksLikeThis) {
               "healthy\n");
 }
 
+TEST_F(TextReportTest, AReasonThatIsASentenceIsJoinedToTheAdvice) {
+    const Verdict verdict{.level = Level::notWorking,
+                          .problem = {},
+                          .reason = "the last poll failed: Could not connect to the server.",
+                          .advice = "look at the network"};
+    EXPECT_EQ(verdictLine(verdict, style),
+              "not working: the last poll failed: Could not connect to the server; look at the "
+              "network\n");
+    EXPECT_THAT(listEntry(facts, verdict, style), HasSubstr("the server; look at the network"));
+}
+
 TEST_F(TextReportTest, PlainMeansWordsAndNoColumns) {
     style.isPlain = true;
     EXPECT_EQ(report(),

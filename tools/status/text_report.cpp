@@ -145,11 +145,19 @@ std::string colored(std::string_view text, Level level, const Style& style) {
                : std::string(text);
 }
 
+/// A reason that is a sentence of the daemon's or a library's loses its full stop.
+std::string reasonAndAdvice(const Verdict& verdict) {
+    std::string_view reason = verdict.reason;
+    if (reason.ends_with('.')) {
+        reason.remove_suffix(1);
+    }
+    return std::string(reason) + "; " + verdict.advice;
+}
+
 }  // namespace
 
 std::string verdictLine(const Verdict& verdict, const Style& style) {
-    const std::string rest =
-        verdict.reason.empty() ? "" : ": " + verdict.reason + "; " + verdict.advice;
+    const std::string rest = verdict.reason.empty() ? "" : ": " + reasonAndAdvice(verdict);
     const std::string_view name = nameOf(verdict.level);
     // The name's color has no width.
     return colored(name, verdict.level, style) +
@@ -170,7 +178,7 @@ std::string listEntry(const Facts& facts, const Verdict& verdict, const Style& s
     const std::string account = printable(facts.account, longestTag);
     const std::string text =
         verdict.reason.empty() ? lastPollText(facts, style) + "; policy " + policyText(facts, style)
-                               : verdict.reason + "; " + verdict.advice;
+                               : reasonAndAdvice(verdict);
     if (style.isPlain) {
         return account + ": " + std::string(nameOf(verdict.level)) + ": " + text + "\n";
     }
