@@ -134,8 +134,13 @@ void tryInput(std::string_view input) {
     static std::string content;  // of the file, which is not there at first
     const Exchange exchange = exchangeIn(input);
     virtual_clock::setWallClock(exchange.time);
-    ActivityLog::record(exchange.method, exchange.url, exchange.status, exchange.ms, exchange.bytes,
-                        exchange.summary, exchange.error);
+    ActivityLog::record({.method = exchange.method,
+                         .url = exchange.url,
+                         .status = exchange.status,
+                         .ms = exchange.ms,
+                         .bytes = exchange.bytes,
+                         .summary = exchange.summary,
+                         .error = exchange.error ? std::string_view(*exchange.error) : ""});
 
     const std::string after = test::readFile(file);
     check(after.starts_with(content) && after.ends_with('\n'));

@@ -28,7 +28,7 @@ std::optional<CapturePolicy> captureIn(const JsonModel& policy) {
         return std::nullopt;
     }
     return CapturePolicy{policy.boolean(guard + "/capture/enabled").value_or(false),
-                         policy.strings(guard + "/capture/hosts").value_or(TextList()),
+                         policy.strings(guard + "/capture/hosts").value_or(StringList()),
                          policy.boolean(guard + "/capture/suppress_ech").value_or(false)};
 }
 

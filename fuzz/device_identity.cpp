@@ -28,7 +28,7 @@ void checkEnrollment(const std::optional<Enrollment>& enrollment, const JsonMode
 }
 
 void checkRequest(const Enrollment& enrollment) {
-    const auto request = DeviceIdentity::requestFor(enrollment, "a b&c");
+    const auto request = agentConfigRequest(enrollment, "a b&c");
     const auto base = Url::parse(enrollment.apiUrl);
     check(request.has_value() == (base && !enrollment.apiUrl.empty()));
     if (!request) {
@@ -50,9 +50,9 @@ void checkRequest(const Enrollment& enrollment) {
 
 void checkAnswer(const std::string& body, const std::string& fallback) {
     for (const int status : {0, 199, 201, 204, 304, 401, 500}) {
-        check(!DeviceIdentity::readAnswer(HttpResponse{status, body}, fallback));
+        check(!readAgentConfig(HttpResponse{status, body}, fallback));
     }
-    const auto resolved = DeviceIdentity::readAnswer(HttpResponse{200, body}, fallback);
+    const auto resolved = readAgentConfig(HttpResponse{200, body}, fallback);
     const JsonModel model(body);
     check(!resolved || !resolved->uploadKey.empty());
     check(!resolved || !model.isDecided() || model.isUsable());

@@ -1,9 +1,9 @@
 // The stored version tag. The input once as the tag's own file and once as a policy: the tag is the
 // one that another JSON library finds; a policy's tag, stored and loaded, is the same; a policy
 // that is not usable changes nothing; what cannot stand in a header is left out of the next poll.
+#include "control_plane/poll_request.h"
 #include "daemon/daemon_logger.h"
 #include "daemon/policy_runner.h"
-#include "daemon/poll_request.h"
 #include "fuzz.h"
 #include "json_model.h"
 #include "support/log_capture.h"
@@ -20,10 +20,10 @@ constexpr std::string_view earlierFile = R"({"etag":"earlier"})";
 constexpr std::string_view earlierPolicy = "{}";
 
 /// With an address that cannot be asked, so that a new policy is all that there is to store.
-const OrvaneConfig::Profile profile{"managed", " ", "key", std::nullopt, std::nullopt};
+const Profile profile{"managed", " ", "key", std::nullopt, std::nullopt};
 
 void checkPoll(const std::optional<std::string>& tag) {
-    OrvaneConfig::Profile reachable = profile;
+    Profile reachable = profile;
     reachable.apiUrl = "http://127.0.0.1";
     const auto request = pollRequest(reachable, tag, 300);
     check(request.has_value());

@@ -124,7 +124,7 @@ class Listener {
 struct Outcome {
     Semaphore done{0};
     std::atomic<int> completions = 0;
-    HttpResult result;
+    std::optional<HttpResult> result;
 };
 
 void serve(const Listener& listener, const Script& script, Outcome& outcome) {
@@ -165,16 +165,17 @@ HttpResult resultOf(const Script& script) {
         serve(listener, script, *outcome);
     }
     check(outcome->completions == 1);
-    return std::move(outcome->result);
+    return std::move(outcome->result).value();
 }
 
 void checkResult(const HttpResult& result) {
-    const bool hasBody = result.response && result.response->body;
-    check(result.response || result.error);
-    check(hasBody != result.error.has_value());
-    check(!result.error || !result.error->empty());
-    check(!result.response || (result.response->status >= 200 && result.response->status <= 999));
-    check(!hasBody || result.response->body->size() <= HttpSession::bodyLimit);
+    const bool hasBody = result.response() && result.response()->body;
+    check(result.response() || result.error());
+    check(hasBody != result.error().has_value());
+    check(!result.error() || !result.error()->empty());
+    check(!result.response() ||
+          (result.response()->status >= 200 && result.response()->status <= 999));
+    check(!hasBody || result.response()->body->size() <= HttpSession::bodyLimit);
 }
 
 /// An answer of the simplest form: a status line, a length, as much or less of a body.
@@ -220,9 +221,9 @@ std::optional<PlainAnswer> plainAnswerIn(std::string_view bytes) {
 
 void checkPlainAnswer(const HttpResult& result, const PlainAnswer& answer) {
     const bool isWhole = answer.body.size() == answer.length;
-    check(result.response && result.response->status == answer.status);
-    check(result.error.has_value() == !isWhole);
-    check(!isWhole || result.response->body == answer.body);
+    check(result.response() && result.response()->status == answer.status);
+    check(result.error().has_value() == !isWhole);
+    check(!isWhole || result.response()->body == answer.body);
 }
 
 }  // namespace

@@ -109,12 +109,12 @@ std::optional<bool> JsonModel::boolean(std::string_view path) const {
     return json_is_boolean(value) ? std::optional(json_is_true(value)) : std::nullopt;
 }
 
-std::optional<TextList> JsonModel::strings(std::string_view path) const {
+std::optional<StringList> JsonModel::strings(std::string_view path) const {
     const json_t* array = at(path);
     if (!json_is_array(array)) {
         return std::nullopt;
     }
-    TextList texts;
+    StringList texts;
     for (std::size_t i = 0; i < json_array_size(array); ++i) {
         const json_t* element = json_array_get(array, i);
         if (!json_is_string(element)) {

@@ -1,7 +1,7 @@
 // JSON a second time, by another library: what the daemon has to find in a text.
 #pragma once
 
-#include "platform/text/text_list.h"
+#include "platform/text/string_list.h"
 
 #include <memory>
 #include <optional>
@@ -13,7 +13,7 @@ struct json_t;
 
 namespace orvane::fuzz {
 
-/// A text that may be a JSON object by the daemon's rules (platform/json/json.h). Paths name
+/// A text that may be a JSON object by the daemon's rules (platform/json/json_reader.h). Paths name
 /// members as they do there.
 class JsonModel {
   public:
@@ -31,7 +31,7 @@ class JsonModel {
     [[nodiscard]] std::optional<std::string> string(std::string_view path) const;
     [[nodiscard]] std::optional<std::string> nonEmptyString(std::string_view path) const;
     [[nodiscard]] std::optional<bool> boolean(std::string_view path) const;
-    [[nodiscard]] std::optional<TextList> strings(std::string_view path) const;
+    [[nodiscard]] std::optional<StringList> strings(std::string_view path) const;
     [[nodiscard]] bool isObject(std::string_view path) const;
     /// The names of the top level's members, in the order of the text.
     [[nodiscard]] std::vector<std::string> keys() const;

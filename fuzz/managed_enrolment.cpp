@@ -3,7 +3,7 @@
 #include "config/orvane_config.h"
 #include "fuzz.h"
 #include "json_model.h"
-#include "platform/json/json.h"
+#include "platform/json/json_writer.h"
 #include "platform/machine/paths.h"
 #include "support/test_files.h"
 
@@ -30,8 +30,8 @@ std::optional<Profile> profileIn(const JsonModel& model) {
 }
 
 std::string fileWith(const Profile& profile) {
-    const std::array members{json::Member{"api_url", profile.apiUrl},
-                             json::Member{"api_key", profile.apiKey}};
+    const std::array members{json::Field{"api_url", profile.apiUrl},
+                             json::Field{"api_key", profile.apiKey}};
     return json::writeObject(members);
 }
 

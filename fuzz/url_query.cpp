@@ -1,9 +1,9 @@
 // The control plane's address and what is asked of it: an address, an agent and a hardware UUID, a
 // NUL between them. An address is taken just when RFC 3986's grammar, written down here a second
 // time, takes it; it keeps its text; a query says, decoded, what was put into it, and nothing else.
-#include "daemon/poll_request.h"
+#include "control_plane/effective_config.h"
+#include "control_plane/poll_request.h"
 #include "fuzz.h"
-#include "guard/effective_config.h"
 #include "platform/http/url.h"
 
 #include <arpa/inet.h>
@@ -204,7 +204,7 @@ std::string joined(std::string base, const std::string& path) {
 
 void checkQuestions(const std::string& base, const std::string& agent, const std::string& uuid) {
     const std::string pollAddress = joined(base, "/api/orvane/v1/connect/guard-config/");
-    const OrvaneConfig::Profile profile{"managed", base, "key", agent, std::nullopt};
+    const Profile profile{"managed", base, "key", agent, std::nullopt};
     const auto poll = pollRequest(profile, std::nullopt, 300);
     check(poll.has_value() == partsOfUrl(pollAddress).has_value());
     Items items;
@@ -217,14 +217,13 @@ void checkQuestions(const std::string& base, const std::string& agent, const std
         checkAsked(poll->url, pollAddress, all);
     }
     const std::string effectiveAddress = joined(base, "/api/orvane/v1/guard/effective/");
-    const auto effective = guard::effectiveUrl(base);
+    const auto effective = effectiveUrl(base);
     check(effective.has_value() == partsOfUrl(effectiveAddress).has_value());
     if (effective) {
         if (!uuid.empty()) {
             items.emplace_back("hardware_uuid", uuid);
         }
-        checkAsked(guard::effectiveRequest(*effective, "key", agent, uuid).url, effectiveAddress,
-                   items);
+        checkAsked(effectiveRequest(*effective, profile, uuid).url, effectiveAddress, items);
     }
 }
 

@@ -1,7 +1,7 @@
 #include "activity/activity_log.h"
 
 #include "platform/files/files.h"
-#include "platform/json/json.h"
+#include "platform/json/json_writer.h"
 #include "platform/machine/clock.h"
 #include "platform/machine/paths.h"
 #include "platform/process/environment.h"
@@ -29,27 +29,25 @@ void appendToLog(const std::string& line) {
 
 }  // namespace
 
-void ActivityLog::record(std::string_view method, std::string_view url, std::int64_t status,
-                         std::int64_t ms, std::int64_t bytes, std::string_view summary,
-                         const std::optional<std::string>& error) noexcept {
+void ActivityLog::record(const Exchange& exchange) noexcept {
     try {
         const std::string timestamp = iso8601(clock::sinceEpoch());
-        std::vector<json::Member> members{{"ts", timestamp},
-                                          {"daemon", "policy-daemon"},
-                                          {"pid", std::int64_t{processId()}},
-                                          {"method", method},
-                                          {"url", url},
-                                          {"status", status},
-                                          {"ms", ms},
-                                          {"bytes", bytes}};
-        if (!summary.empty()) {
-            members.push_back({"summary", summary});
+        std::vector<json::Field> members{{"ts", timestamp},
+                                         {"daemon", "policy-daemon"},
+                                         {"pid", std::int64_t{processId()}},
+                                         {"method", exchange.method},
+                                         {"url", exchange.url},
+                                         {"status", exchange.status},
+                                         {"ms", exchange.ms},
+                                         {"bytes", exchange.bytes}};
+        if (!exchange.summary.empty()) {
+            members.push_back({"summary", exchange.summary});
         }
-        if (error && !error->empty()) {
-            members.push_back({"error", *error});
+        if (!exchange.error.empty()) {
+            members.push_back({"error", exchange.error});
         }
         appendToLog(json::writeObject(members));
-    } catch (...) {  // NOLINT(bugprone-empty-catch): a lost line must not fail the exchange
+    } catch (...) {  // NOLINT(bugprone-empty-catch): losing a line must not fail the exchange
     }
 }
 

@@ -3,8 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
-#include <string>
 #include <string_view>
 
 namespace orvane {
@@ -15,18 +13,23 @@ namespace orvane {
 struct ActivityLog {
     ActivityLog() = delete;
 
-    /// Records one exchange.
+    /// One exchange, in the order of `record`'s line.
+    struct Exchange {
+        std::string_view method = "";
+        std::string_view url = "";
+        std::int64_t status = 0;        ///< HTTP status, 0 without a response
+        std::int64_t ms = 0;            ///< duration in milliseconds
+        std::int64_t bytes = 0;         ///< length of the decoded body
+        std::string_view summary = "";  ///< omitted if empty
+        std::string_view error = "";    ///< human-readable; omitted if empty
+    };
+
+    /// Records one exchange. May be called from any thread. Never fails and reports nothing: a line
+    /// that cannot be written is lost.
     ///
-    /// `status` is the HTTP status, 0 without a response; `ms` its duration in milliseconds;
-    /// `bytes` the length of the decoded body. An empty `summary` and an absent or empty `error`
-    /// leave their members out. May be called from any thread; never fails outward and reports
-    /// nothing: a line that cannot be written is lost.
-    ///
-    /// A file that cannot be opened for appending, as a rule because there is none yet, is replaced
-    /// as a whole by this one line.
-    static void record(std::string_view method, std::string_view url, std::int64_t status,
-                       std::int64_t ms, std::int64_t bytes, std::string_view summary,
-                       const std::optional<std::string>& error) noexcept;
+    /// If the file cannot be opened for appending, usually because it does not exist yet, it is
+    /// replaced by a file with this one line.
+    static void record(const Exchange& exchange) noexcept;
 };
 
 }  // namespace orvane

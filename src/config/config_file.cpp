@@ -1,7 +1,7 @@
 #include "config/config_file.h"
 
-#include "config/white_space.h"
 #include "platform/text/text.h"
+#include "platform/text/whitespace.h"
 
 namespace orvane {
 
@@ -27,8 +27,8 @@ void assign(ConfigSection& section, std::string_view line) {
     if (equals == std::string_view::npos) {
         return;
     }
-    const std::string_view key = withoutOuterBlanks(line.substr(0, equals));
-    const std::string_view value = withoutOuterBlanks(line.substr(equals + 1));
+    const std::string_view key = text::withoutOuterSpaces(line.substr(0, equals));
+    const std::string_view value = text::withoutOuterSpaces(line.substr(equals + 1));
     section.insert_or_assign(std::string(key), std::string(text::trimmed(value, '"')));
 }
 
@@ -43,12 +43,12 @@ ConfigSections parseConfig(std::string_view text) {
     ConfigSections sections;
     ConfigSection* current = nullptr;
     while (!text.empty()) {
-        const std::string_view line = withoutOuterBlanks(takeLine(text));
+        const std::string_view line = text::withoutOuterSpaces(takeLine(text));
         if (line.empty() || line.front() == '#') {
             continue;
         }
         if (isHeader(line)) {
-            const auto name = withoutOuterBlanks(line.substr(1, line.size() - 2));
+            const auto name = text::withoutOuterSpaces(line.substr(1, line.size() - 2));
             current = &sections.insert_or_assign(std::string(name), ConfigSection()).first->second;
         } else if (current != nullptr) {
             assign(*current, line);
@@ -64,8 +64,11 @@ std::optional<OrvaneConfig::Profile> profileOf(const std::string& name,
     if (apiUrl.empty() || apiKey.empty()) {
         return std::nullopt;
     }
-    return OrvaneConfig::Profile{name, apiUrl, apiKey, valueOf(section, "agent_slug"),
-                                 valueOf(section, "tenant")};
+    return OrvaneConfig::Profile{.name = name,
+                                 .apiUrl = apiUrl,
+                                 .apiKey = apiKey,
+                                 .agentSlug = valueOf(section, "agent_slug"),
+                                 .tenant = valueOf(section, "tenant")};
 }
 
 }  // namespace orvane

@@ -1,17 +1,12 @@
+// Apart from device_identity.cpp, so that a program can read the file without linking libcurl.
 #include "config/device_identity.h"
 #include "platform/files/files.h"
-#include "platform/json/json.h"
+#include "platform/json/json_reader.h"
 #include "platform/machine/paths.h"
 
 #include <utility>
 
 namespace orvane {
-
-namespace {
-
-constexpr std::chrono::seconds inactivityLimit(12);
-
-}  // namespace
 
 std::optional<DeviceIdentity::Enrollment> DeviceIdentity::storedEnrollment() {
     const auto content =
@@ -30,20 +25,9 @@ std::optional<DeviceIdentity::Enrollment> DeviceIdentity::readEnrollment(std::st
     if (!deviceToken || !tenantSlug || !apiUrl) {
         return std::nullopt;
     }
-    return Enrollment{std::move(*deviceToken), std::move(*tenantSlug), std::move(*apiUrl)};
-}
-
-std::optional<HttpRequest> DeviceIdentity::requestFor(const Enrollment& enrollment,
-                                                      std::string_view process) {
-    const auto base = enrollment.apiUrl.empty() ? std::nullopt : Url::parse(enrollment.apiUrl);
-    if (!base) {
-        return std::nullopt;
-    }
-    const QueryItem item{"process", std::string(process)};
-    return HttpRequest{
-        base->appendingPath("api/orvane/v1/endpoint/agent-config/").withQuery({&item, 1}),
-        {{"X-Orv-Device", enrollment.deviceToken}, {"X-Orv-Tenant", enrollment.tenantSlug}},
-        inactivityLimit};
+    return Enrollment{.deviceToken = std::move(*deviceToken),
+                      .tenantSlug = std::move(*tenantSlug),
+                      .apiUrl = std::move(*apiUrl)};
 }
 
 }  // namespace orvane

@@ -21,8 +21,11 @@ std::optional<OrvaneConfig::Profile> OrvaneConfig::deviceProfile() {
     if (!resolved || resolved->uploadKey.empty() || resolved->agentSlug.empty()) {
         return std::nullopt;
     }
-    return Profile{"device", resolved->apiUrl, resolved->uploadKey, resolved->agentSlug,
-                   std::nullopt};
+    return Profile{.name = "device",
+                   .apiUrl = resolved->apiUrl,
+                   .apiKey = resolved->uploadKey,
+                   .agentSlug = resolved->agentSlug,
+                   .tenant = std::nullopt};
 }
 
 }  // namespace orvane

@@ -1,10 +1,10 @@
 #include "config/hardware_uuid.h"
 
-#include "config/white_space.h"
 #include "platform/machine/machine_id.h"
 #include "platform/machine/paths.h"
 #include "platform/process/child_process.h"
 #include "platform/text/text.h"
+#include "platform/text/whitespace.h"
 
 #include <algorithm>
 
@@ -17,7 +17,7 @@ std::optional<std::string> uuidInLine(std::string_view line) {
     if (line.find("IOPlatformUUID") == std::string_view::npos || equals == std::string_view::npos) {
         return std::nullopt;
     }
-    const std::string_view value = withoutOuterBlanksAndBreaks(line.substr(equals + 1));
+    const std::string_view value = text::withoutOuterWhitespace(line.substr(equals + 1));
     return std::string(text::trimmed(value, '"'));
 }
 

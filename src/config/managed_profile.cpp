@@ -1,6 +1,6 @@
 #include "config/orvane_config.h"
 #include "platform/files/files.h"
-#include "platform/json/json.h"
+#include "platform/json/json_reader.h"
 #include "platform/machine/paths.h"
 
 namespace orvane {
@@ -18,7 +18,11 @@ std::optional<OrvaneConfig::Profile> OrvaneConfig::managedProfile() {
     if (!apiUrl || !apiKey) {
         return std::nullopt;
     }
-    return Profile{"managed", std::move(*apiUrl), std::move(*apiKey), std::nullopt, std::nullopt};
+    return Profile{.name = "managed",
+                   .apiUrl = std::move(*apiUrl),
+                   .apiKey = std::move(*apiKey),
+                   .agentSlug = std::nullopt,
+                   .tenant = std::nullopt};
 }
 
 }  // namespace orvane

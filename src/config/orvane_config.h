@@ -1,6 +1,8 @@
 // Which API base and which credentials to use, and under which profile name.
 #pragma once
 
+#include "control_plane/profile.h"
+
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -16,17 +18,7 @@ namespace orvane {
 struct OrvaneConfig {
     OrvaneConfig() = delete;
 
-    /// The credentials for one turn. `apiKey` is never empty. `apiUrl` is not validated here; only
-    /// the device profile's may be empty. An optional text may be present and empty.
-    struct Profile {
-        std::string name;    ///< "managed", "device" or a config section's name
-        std::string apiUrl;  ///< base of the control plane's API
-        std::string apiKey;  ///< sent with every request
-        std::optional<std::string> agentSlug;
-        std::optional<std::string> tenant;
-
-        bool operator==(const Profile&) const = default;
-    };
+    using Profile = orvane::Profile;
 
     /// The user's config file, ~/.orvane/config. Found once per process, on first use, from any
     /// thread.

@@ -1,7 +1,6 @@
-#include "daemon/policy_runner.h"
-#include "platform/files/files.h"
+#include "daemon/atomic_write.h"
 
-#include <system_error>
+#include "platform/files/files.h"
 
 namespace orvane {
 
@@ -19,6 +18,8 @@ bool isDisturbance(const std::error_code& removal, const std::error_code& error)
     const bool wasClear = !removal || removal == nothingThere;
     return error == nothingThere || (error == std::errc::file_exists && wasClear);
 }
+
+}  // namespace
 
 std::error_code replaceFile(std::string_view data, const std::filesystem::path& destination) {
     const auto directory = destination.parent_path();
@@ -45,17 +46,7 @@ std::error_code replaceFile(std::string_view data, const std::filesystem::path& 
     return error;
 }
 
-}  // namespace
-
-void PolicyRunner::atomicWrite(std::string_view data,
-                               const std::filesystem::path& destination) const {
-    if (const auto error = replaceFile(data, destination)) {
-        logger.error("atomic write to %{public}s failed: %{public}s", destination.string(),
-                     error.message());
-    }
-}
-
-bool PolicyRunner::wasCutOff(const std::filesystem::path& destination) {
+bool wasReplacementCutOff(const std::filesystem::path& destination) {
     return !files::exists(destination) && files::exists(temporaryFor(destination));
 }
 

@@ -1,4 +1,4 @@
-// One HTTP exchange as the caller sees it: synchronous, and on record.
+// A blocking HTTP exchange that is recorded in the activity log.
 #pragma once
 
 #include "platform/http/http_session.h"
@@ -10,18 +10,22 @@
 
 namespace orvane {
 
-/// The cells that a completion fills and the waiting thread reads.
+/// What came of an exchange.
 struct ExchangeResult {
-    std::int64_t status = 0;           ///< 0 without an HTTP response
-    std::optional<std::string> body;   ///< absent without a whole one
-    std::optional<std::string> error;  ///< of the transport, for people
+    std::int64_t status = 0;           ///< 0 without a response
+    std::optional<std::string> body;   ///< absent unless it arrived completely
+    std::optional<std::string> error;  ///< the transport's, human-readable
 };
 
-/// Decides what of a transport's result goes into the cells. Called on the session's thread.
-using FillCells = std::function<void(HttpResult result, ExchangeResult& cells)>;
+/// Whether the status of a response counts that broke off after its header.
+enum class PartialResponse { discard, keep };
 
-/// Sends `request` on `session`, blocks without limit until its completion has run `fill` (the
-/// session's own limits end every exchange), and writes the exchange's line to the activity log.
-ExchangeResult exchange(HttpSession& session, const HttpRequest& request, FillCells fill);
+using ErrorHandler = std::function<void(const std::string& error)>;
+
+/// Sends `request` on `session`, blocks until the exchange has ended (the session's limits see to
+/// that), and appends a line to the activity log. A transport error is passed to `onError` before
+/// that line is written.
+ExchangeResult exchange(HttpSession& session, const HttpRequest& request, PartialResponse partial,
+                        const ErrorHandler& onError = nullptr);
 
 }  // namespace orvane

@@ -1,45 +1,35 @@
-#include "daemon/policy_runner.h"
-#include "platform/files/files.h"
-#include "platform/json/json.h"
+#include "daemon/policy_store.h"
 
-#include <initializer_list>
+#include "platform/files/files.h"
+#include "platform/json/json_reader.h"
+#include "platform/json/json_writer.h"
 
 namespace orvane {
 
 namespace {
 
-/// The version tag's name, in the policy as in the tag's own file.
+/// The ETag's name, in the policy and in the ETag's own file.
 constexpr std::string_view etagKey = "etag";
 
 }  // namespace
 
-std::optional<std::string> PolicyRunner::loadEtag() const {
-    const auto content = files::read(etagPath);
+std::optional<PolicyContent> readPolicy(std::string_view text) {
+    const auto policy = json::readObject(text, {etagKey});
+    if (!policy) {
+        return std::nullopt;
+    }
+    return PolicyContent{.etag = policy->nonEmptyString(etagKey)};
+}
+
+std::optional<std::string> readEtagFile(const std::filesystem::path& file) {
+    const auto content = files::read(file);
     const auto members = content ? json::readObject(*content, {etagKey}) : std::nullopt;
     return members ? members->string(etagKey) : std::nullopt;
 }
 
-void PolicyRunner::handleUpdated(std::optional<std::string> data, const Profile& profile) {
-    if (!data || data->empty()) {
-        logger.error("200 with no body — skipping write");
-        return;
-    }
-    const auto policy = json::readObject(*data, {etagKey});
-    if (!policy) {
-        logger.error("Couldn't parse policy JSON — skipping write");
-        return;
-    }
-    hasReceivedPolicy_ = true;
-    // The policy first: a stop between the two leaves the older tag, which at worst brings the same
-    // policy again.
-    atomicWrite(*data, policyPath);
-    if (const auto etag = policy->nonEmptyString(etagKey)) {
-        const json::Member member{etagKey, *etag};
-        atomicWrite(json::writeObject({&member, 1}), etagPath);
-    }
-    logger.log("policy updated (%{public}ld bytes)", static_cast<std::int64_t>(data->size()));
-    data.reset();  // it may be large, and the next answer may be long in coming
-    fetchEffective(profile);
+std::string etagFileText(std::string_view etag) {
+    const json::Field member{etagKey, etag};
+    return json::writeObject({&member, 1});
 }
 
 }  // namespace orvane

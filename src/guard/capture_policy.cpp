@@ -1,7 +1,8 @@
 #include "guard/capture_policy.h"
 
 #include "platform/files/files.h"
-#include "platform/json/json.h"
+#include "platform/json/json_reader.h"
+#include "platform/json/json_writer.h"
 #include "platform/machine/clock.h"
 #include "platform/machine/paths.h"
 
@@ -14,9 +15,9 @@ namespace orvane::guard {
 
 namespace {
 
-CapturePolicy captureIn(json::Members& policy, const std::string& capture) {
+CapturePolicy captureIn(json::PickedMembers& policy, const std::string& capture) {
     return {policy.boolean(capture + "/enabled").value_or(false),
-            policy.takeStrings(capture + "/hosts").value_or(TextList()),
+            policy.takeStrings(capture + "/hosts").value_or(StringList()),
             policy.boolean(capture + "/suppress_ech").value_or(false)};
 }
 
@@ -66,9 +67,9 @@ std::unique_ptr<json::Comparison> comparisonWith(const CapturePolicy& wanted) {
 
 std::string captureFileText(const CapturePolicy& policy) {
     return json::writeObject(
-        std::initializer_list<json::Member>{{"enabled", policy.enabled},
-                                            {"intercept_hosts", &policy.interceptHosts},
-                                            {"suppress_ech", policy.suppressEch}});
+        std::initializer_list<json::Field>{{"enabled", policy.enabled},
+                                           {"intercept_hosts", &policy.interceptHosts},
+                                           {"suppress_ech", policy.suppressEch}});
 }
 
 void applyCapturePolicy(const std::filesystem::path& policyPath, const Logger& logger) {

@@ -4,7 +4,7 @@
 
 #include "platform/json/json_comparison.h"
 #include "platform/log/logger.h"
-#include "platform/text/text_list.h"
+#include "platform/text/string_list.h"
 
 #include <chrono>
 #include <filesystem>
@@ -18,7 +18,7 @@ namespace orvane::guard {
 /// Whether to intercept, for which hosts, and whether to suppress TLS Encrypted Client Hello.
 struct CapturePolicy {
     bool enabled = false;
-    TextList interceptHosts;
+    StringList interceptHosts;
     bool suppressEch = false;
 
     bool operator==(const CapturePolicy&) const = default;

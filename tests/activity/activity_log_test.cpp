@@ -35,7 +35,7 @@ using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 using ::testing::SizeIs;
 
-static_assert(noexcept(ActivityLog::record({}, {}, 0, 0, 0, {}, {})));
+static_assert(noexcept(ActivityLog::record({})));
 
 /// 2026-11-16T07:13:43.123Z
 constexpr std::chrono::nanoseconds moment = 1794813223s + 123ms;
@@ -47,9 +47,14 @@ class ActivityLogTest : public DaemonTest {
     static fs::path directory() { return orvane() / "logs"; }
     static std::string content() { return readFile(activityFile()); }
 
-    static void record(std::string_view summary = "",
-                       const std::optional<std::string>& error = std::nullopt) {
-        ActivityLog::record("GET", "https://h/p?wait=300", 200, 45, 678, summary, error);
+    static void record(std::string_view summary = "", std::string_view error = "") {
+        ActivityLog::record({.method = "GET",
+                             .url = "https://h/p?wait=300",
+                             .status = 200,
+                             .ms = 45,
+                             .bytes = 678,
+                             .summary = summary,
+                             .error = error});
     }
     /// The line of `record` with `more` behind "method" and "status".
     static std::string line(const std::string& error = "", const std::string& summary = "") {
@@ -169,7 +174,13 @@ TEST_F(ActivityLogTest, DirectoryAndFileGetTheMasksMode) {
 }
 
 TEST_F(ActivityLogTest, EveryArgumentHasItsOwnPlace) {
-    ActivityLog::record("POST", "u", 1, 2, 3, "s", "e");
+    ActivityLog::record({.method = "POST",
+                         .url = "u",
+                         .status = 1,
+                         .ms = 2,
+                         .bytes = 3,
+                         .summary = "s",
+                         .error = "e"});
     EXPECT_EQ(content(),
               R"({"bytes":3,"daemon":"policy-daemon","error":"e","method":"POST","ms":2,)"
               R"("pid":)" +
@@ -181,9 +192,9 @@ TEST_F(ActivityLogTest, EveryArgumentHasItsOwnPlace) {
 TEST_F(ActivityLogTest, NumbersAreWrittenInFull) {
     constexpr auto most = std::numeric_limits<std::int64_t>::max();
     constexpr auto least = std::numeric_limits<std::int64_t>::min();
-    ActivityLog::record("", "", most, least, 0, "", std::nullopt);
-    ActivityLog::record("", "", -1, 0, most, "", std::nullopt);
-    ActivityLog::record("", "", 0, most, least, "", std::nullopt);
+    ActivityLog::record({.status = most, .ms = least, .bytes = 0});
+    ActivityLog::record({.status = -1, .ms = 0, .bytes = most});
+    ActivityLog::record({.status = 0, .ms = most, .bytes = least});
     const std::string pid = std::to_string(::getpid());
     const std::string end = R"(,"ts":"2026-11-16T07:13:43.123Z","url":""})"
                             "\n";
@@ -216,7 +227,7 @@ TEST_F(ActivityLogTest, TextsAreEscapedAsTheFormatHasIt) {
     for (const auto& [text, written] : examples) {
         SCOPED_TRACE(testing::PrintToString(text));
         fs::remove(activityFile());
-        ActivityLog::record(text, text, 0, 0, 0, text, text);
+        ActivityLog::record({.method = text, .url = text, .summary = text, .error = text});
         const std::string pid = std::to_string(::getpid());
         const std::string w = written;
         const std::string error = w.empty() ? "" : R"("error":")" + w + R"(",)";
@@ -228,7 +239,7 @@ TEST_F(ActivityLogTest, TextsAreEscapedAsTheFormatHasIt) {
 }
 
 TEST_F(ActivityLogTest, ALineFeedInATextDoesNotBreakTheLine) {
-    ActivityLog::record("GET", "a\nb", 0, 0, 0, "c\nd", "e\nf");
+    ActivityLog::record({.method = "GET", .url = "a\nb", .summary = "c\nd", .error = "e\nf"});
     EXPECT_EQ(std::ranges::count(content(), '\n'), 1);
     EXPECT_THAT(content(), testing::EndsWith("}\n"));
 }

@@ -1,5 +1,6 @@
 #include "daemon/policy_runner.h"
 #include "support/daemon_test.h"
+#include "support/http_session_internals.h"
 #include "support/scripted_server.h"
 #include "support/virtual_clock.h"
 
@@ -450,7 +451,7 @@ TEST_F(HeldPollTest, SilenceOf330SecondsEndsThePoll) {
 }
 
 TEST_F(HeldPollTest, AnAnswerIsWaitedForNoMoreThanFiveSecondsBehindThe360) {
-    EXPECT_EQ(runner.session.completionLimit(), std::chrono::seconds(365));
+    EXPECT_EQ(HttpSessionInternals::completionLimit(runner.session), std::chrono::seconds(365));
 }
 
 TEST_F(HeldPollTest, ATrickleEndsAfter360SecondsInAll) {

@@ -1,5 +1,6 @@
 // One whole turn with writes that take less than they are given. strace(1) can only claim that a
 // write was short; here it is, for the call is made with a smaller size.
+#include "config/orvane_config.h"
 #include "daemon/policy_runner.h"
 #include "faults/policy_server.h"
 #include "platform/system_calls.h"

@@ -2,6 +2,7 @@
 
 #include "platform/http_exchange.h"
 #include "platform/machine/clock.h"
+#include "support/http_session_internals.h"
 #include "support/virtual_clock.h"
 
 #include <gmock/gmock.h>
@@ -144,7 +145,7 @@ Step flood(std::string head, std::string bytes, std::size_t enough) {
         for (bool going = connection.send(head); going; going = connection.send(bytes)) {
             const std::size_t before = std::exchange(sent, sent + bytes.size());
             if (before / enough != sent / enough) {
-                virtual_clock::advance(totalLimit + HttpSession::grace + 1s);
+                virtual_clock::advance(totalLimit + HttpSessionInternals::grace + 1s);
             }
         }
         return false;

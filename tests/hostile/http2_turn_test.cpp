@@ -5,6 +5,7 @@
 #include "platform/machine/paths.h"
 #include "support/h2_frames.h"
 #include "support/http_library.h"
+#include "support/http_session_internals.h"
 #include "support/test_ca.h"
 #include "support/virtual_clock.h"
 
@@ -208,10 +209,10 @@ TEST_F(FloodedSessionTest, ItIsFreeForTheNextRequestWhenTheFloodIsCutOff) {
     ASSERT_TRUE(flooding.waitForRequests(1));
     // It holds the session's thread as soon as it is dense enough.
     while (!over.waitFor(std::chrono::milliseconds(1))) {
-        virtual_clock::advance(HttpSession::grace);
-        session.endFlood();
+        virtual_clock::advance(HttpSessionInternals::grace);
+        HttpSessionInternals::endFlood(session);
     }
-    EXPECT_EQ(fetch(session, good.url() + "/p").response.value().status, 200);
+    EXPECT_EQ(fetch(session, good.url() + "/p").response().value().status, 200);
 }
 
 // --- Frames that must not be

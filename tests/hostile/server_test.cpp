@@ -26,7 +26,7 @@ TEST_P(HostileServerTest, IsEndured) {
 TEST_F(HostileServerTest, AConnectionThatDiesInReuseCostsOneMoreRequestAndNotMore) {
     server->on(pollPath, {answer(200, "{}"), answer(500)});
     server->on(effectivePath, {closeAtOnce(), closeAtOnce(), closeAtOnce()});
-    const OrvaneConfig::Profile profile{"p", server->url(), "key-1", {}, {}};
+    const Profile profile{"p", server->url(), "key-1", {}, {}};
     runner.pollOnce(profile);
     EXPECT_EQ(server->requestsTo(effectivePath).size(), 2U);
     EXPECT_EQ(activity().size(), 2U);

@@ -138,7 +138,7 @@ TEST_F(AddressesTest, AnAddressThatLetsNoHandshakeEndIsLeftForTheNext) {
     letWorkerTurn(session);
     EXPECT_THAT(server.requests(), SizeIs(0));
     virtual_clock::advance(2s);
-    EXPECT_EQ(exchange.result().error, std::nullopt);
+    EXPECT_EQ(exchange.result().error(), std::nullopt);
     EXPECT_THAT(server.requests(), SizeIs(1));
 }
 
@@ -154,7 +154,7 @@ TEST_F(AddressesTest, OneThatDropsPacketsToo) {
     ASSERT_TRUE(socketIsOpened.waitFor(patience));
     letWorkerTurn(session);
     virtual_clock::advance(11s);
-    EXPECT_EQ(exchange.result().error, std::nullopt);
+    EXPECT_EQ(exchange.result().error(), std::nullopt);
 }
 
 TEST_F(AddressesTest, WithAShorterLimitItIsLeftSooner) {
@@ -167,7 +167,7 @@ TEST_F(AddressesTest, WithAShorterLimitItIsLeftSooner) {
     ASSERT_TRUE(silent.isConnectedTo());
     letWorkerTurn(session);
     virtual_clock::advance(5s);
-    EXPECT_EQ(exchange.result().error, std::nullopt);
+    EXPECT_EQ(exchange.result().error(), std::nullopt);
 }
 
 TEST_F(AddressesTest, WhatWasLeftIsPassedOverForAnHour) {
@@ -179,8 +179,8 @@ TEST_F(AddressesTest, WhatWasLeftIsPassedOverForAnHour) {
         ASSERT_TRUE(silent.isConnectedTo());
         letWorkerTurn(session);
         virtual_clock::advance(11s);
-        EXPECT_EQ(exchange.result().error, std::nullopt);
-        EXPECT_EQ(fetch(session, request()).error, std::nullopt);
+        EXPECT_EQ(exchange.result().error(), std::nullopt);
+        EXPECT_EQ(fetch(session, request()).error(), std::nullopt);
         EXPECT_FALSE(silent.isConnectedTo(0ms));
         virtual_clock::advance(isLong ? 0s : 1h);
     }
@@ -194,7 +194,7 @@ TEST_F(AddressesTest, ItIsTriedAgainWhenTheOthersFail) {
     ASSERT_TRUE(silent.isConnectedTo());
     letWorkerTurn(session);
     virtual_clock::advance(11s);
-    EXPECT_TRUE(first.result().error);
+    EXPECT_TRUE(first.result().error());
     server.startDroppingPackets();
     Exchange second(session, request());
     while (!silent.isConnectedTo(100ms)) {
@@ -207,7 +207,7 @@ TEST_F(AddressesTest, ItIsTriedAgainWhenTheOthersFail) {
 TEST_F(AddressesTest, OneThatRefusesIsLeftAtOnce) {
     serve();
     const WithSystemCallHooks installed(hooks);
-    EXPECT_EQ(fetch(session, request()).error, std::nullopt);
+    EXPECT_EQ(fetch(session, request()).error(), std::nullopt);
 }
 
 TEST_F(AddressesTest, WithoutMemoryToGoOnItIsAnError) {
@@ -225,13 +225,13 @@ TEST_F(AddressesTest, WithoutMemoryToGoOnItIsAnError) {
     letWorkerTurn(poor);
     isShort = true;
     virtual_clock::advance(11s);
-    EXPECT_TRUE(exchange.result().error);
+    EXPECT_TRUE(exchange.result().error());
 }
 
 TEST_F(AddressesTest, WhatTheSystemTimesOutReadsLikeWhatWeDo) {
     hooks.refuse = [](std::string_view name) { return name == "connect" ? ETIMEDOUT : 0; };
     const WithSystemCallHooks installed(hooks);
-    EXPECT_THAT(fetch(session, request()).error, Optional("The request timed out."s));
+    EXPECT_THAT(fetch(session, request()).error(), Optional("The request timed out."s));
 }
 
 TEST_F(AddressesTest, OnceConnectedTheLibraryHasNoMoreTimersForThat) {

@@ -24,7 +24,7 @@ constexpr std::chrono::milliseconds patience = 60s;
 
 struct Exchange::State {
     std::mutex mutex;
-    HttpResult result;
+    std::optional<HttpResult> result;
     int completions = 0;
     std::thread::id thread;
     Semaphore complete{0};
@@ -47,7 +47,7 @@ HttpResult Exchange::result() {
         throw std::runtime_error("the exchange does not end");
     }
     const std::lock_guard lock(state_->mutex);
-    return std::move(state_->result);
+    return std::exchange(state_->result, std::nullopt).value();
 }
 
 int Exchange::completions() const {

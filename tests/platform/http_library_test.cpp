@@ -6,6 +6,7 @@
 #include "platform/machine/paths.h"
 #include "platform/system_calls.h"
 #include "support/allocation_limit.h"
+#include "support/http_session_internals.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
 #include "support/virtual_clock.h"
@@ -58,10 +59,10 @@ class HttpLibraryTest : public HttpTest {
     /// The first exchange of `session` fails for want of resources, the next one does not.
     void expectOneFailure(HttpSession& session) {
         const auto result = fetch(session, server.url() + "/p");
-        EXPECT_FALSE(result.response);
-        EXPECT_THAT(result.error, Optional(std::string(failedInitialisation)));
+        EXPECT_FALSE(result.response());
+        EXPECT_THAT(result.error(), Optional(std::string(failedInitialisation)));
         EXPECT_EQ(server.connectionCount(), 0U);
-        EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+        EXPECT_FALSE(fetch(session, server.url() + "/p").error());
     }
 
     ScriptedServer server;
@@ -78,7 +79,7 @@ TEST_F(HttpLibraryTest, NothingIsSentWhenAnyOptionIsRefused) {
         };
         const WithHttpLibraryHooks installed(hooks);
         HttpSession session(limits);
-        ASSERT_FALSE(fetch(session, server.url() + "/p").error);
+        ASSERT_FALSE(fetch(session, server.url() + "/p").error());
     }
     EXPECT_GT(std::erase_if(options, isLate), 0U);
     EXPECT_GE(options.size(), 25U);
@@ -89,8 +90,8 @@ TEST_F(HttpLibraryTest, NothingIsSentWhenAnyOptionIsRefused) {
         const WithHttpLibraryHooks installed(hooks);
         HttpSession session(limits);
         const auto result = fetch(session, server.url() + "/p");
-        EXPECT_TRUE(result.error) << refused;
-        EXPECT_FALSE(result.response) << refused;
+        EXPECT_TRUE(result.error()) << refused;
+        EXPECT_FALSE(result.response()) << refused;
     }
     EXPECT_EQ(server.requests().size(), requests);
 }
@@ -102,8 +103,8 @@ TEST_F(HttpLibraryTest, ALibraryThatDoesNotKnowTheLatestOptionsWillDo) {
     server.on("/p", {answer(200, "body")});
     HttpSession session(limits);
     const auto result = fetch(session, server.url() + "/p");
-    EXPECT_FALSE(result.error) << *result.error;
-    EXPECT_EQ(result.response.value().body, "body");
+    EXPECT_FALSE(result.error()) << *result.error();
+    EXPECT_EQ(result.response().value().body, "body");
 }
 
 TEST_F(HttpLibraryTest, WithoutAHandleForTheExchangeItFails) {
@@ -133,7 +134,7 @@ TEST_F(HttpLibraryTest, WithoutAHandleForTheSessionItIsAskedForAgain) {
 TEST_F(HttpLibraryTest, WithoutAHandleTwiceInARowTheProcessIsToEnd) {
     const WithHttpLibraryHooks installed(refusing("curl_multi_init", 2));
     HttpSession session(limits);
-    EXPECT_TRUE(fetch(session, server.url() + "/p").error);
+    EXPECT_TRUE(fetch(session, server.url() + "/p").error());
     EXPECT_THROW((void)fetch(session, server.url() + "/p"), std::bad_alloc);
 }
 
@@ -148,10 +149,10 @@ TEST_F(HttpLibraryTest, ConnectionsThatCouldNotBeDroppedAtOnceAreDroppedLater) {
     const WithHttpLibraryHooks installed(hooks);
     {
         HttpSession session(limits);
-        EXPECT_TRUE(fetch(session, server.url() + "/broken").error);
+        EXPECT_TRUE(fetch(session, server.url() + "/broken").error());
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         EXPECT_LE(made, 2) << "it tries again without a pause";
-        EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+        EXPECT_FALSE(fetch(session, server.url() + "/p").error());
         // It tries once a turn.
         for (int turns = 0; turns < 5; ++turns) {
             letWorkerTurn(session);
@@ -201,22 +202,22 @@ class DescriptorTest : public HttpLibraryTest {
   protected:
     static void expectToldAsSuch(HttpSession& session, const std::string& url) {
         const auto result = fetch(session, url);
-        EXPECT_FALSE(result.response);
-        EXPECT_THAT(result.error,
+        EXPECT_FALSE(result.response());
+        EXPECT_THAT(result.error(),
                     Optional(std::string("No file descriptor is left. (Too many open files)")));
     }
 };
 
 TEST_F(DescriptorTest, WithoutAnyExchangesFailAndTheNextOneIsAsEver) {
     HttpSession session(limits);
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
     for (const char* url : {"http://127.0.0.1:1/", "http://server.test/", "https://127.0.0.1:1/"}) {
         {
             const NoDescriptors exhausted;
             expectToldAsSuch(session, url);
             expectToldAsSuch(session, url);
         }
-        EXPECT_FALSE(fetch(session, server.url() + "/p").error) << url;
+        EXPECT_FALSE(fetch(session, server.url() + "/p").error()) << url;
     }
 }
 
@@ -226,7 +227,7 @@ TEST_F(DescriptorTest, WithoutAnyNoSessionStarts) {
         const NoDescriptors exhausted;
         expectToldAsSuch(session, server.url() + "/p");
     }
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
 }
 
 /// A session whose library does not return from a call while `/held` is being answered.
@@ -285,27 +286,28 @@ class HttpFloodTest : public HttpTest {
 TEST_F(HttpFloodTest, ACallThatDoesNotReturnIsCutOffFromItsServerWhenItsGraceIsOver) {
     Exchange exchange(session, requestFor(server.url() + "/held"));
     held.wait();
-    virtual_clock::advance(HttpSession::grace - std::chrono::seconds(1));
-    session.endFlood();
+    virtual_clock::advance(HttpSessionInternals::grace - std::chrono::seconds(1));
+    HttpSessionInternals::endFlood(session);
     EXPECT_FALSE(isGone.waitFor(std::chrono::milliseconds(50)));
     virtual_clock::advance(std::chrono::seconds(1));
-    session.endFlood();
+    HttpSessionInternals::endFlood(session);
     EXPECT_TRUE(isGone.waitFor(std::chrono::seconds(20)));
     release.signal();
-    EXPECT_THAT(exchange.result().error, Optional(std::string("The network connection was lost.")));
+    EXPECT_THAT(exchange.result().error(),
+                Optional(std::string("The network connection was lost.")));
 }
 
 TEST_F(HttpFloodTest, OnlyConnectionsThatAreStillOpenAreCutOff) {
     for (int i = 0; i < 3; ++i) {
         server.on("/closed", {sendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n")});
-        EXPECT_FALSE(fetch(session, server.url() + "/closed").error);
+        EXPECT_FALSE(fetch(session, server.url() + "/closed").error());
     }
     Exchange exchange(session, requestFor(server.url() + "/held"));
     held.wait();
-    virtual_clock::advance(HttpSession::grace);
-    session.endFlood();
+    virtual_clock::advance(HttpSessionInternals::grace);
+    HttpSessionInternals::endFlood(session);
     release.signal();
-    EXPECT_TRUE(exchange.result().error);
+    EXPECT_TRUE(exchange.result().error());
     EXPECT_THAT(cutOff, ElementsAre("reset"));
 }
 
@@ -316,12 +318,12 @@ TEST_F(HttpLibraryTest, ABodyThatMemoryHasNoRoomForEndsTheExchange) {
     {
         const AllocationLimit limit(32 * mebibyte);
         const auto result = fetch(session, server.url() + "/large");
-        EXPECT_TRUE(result.error);
-        ASSERT_TRUE(result.response);
-        EXPECT_EQ(result.response->status, 200);
-        EXPECT_FALSE(result.response->body);
+        EXPECT_TRUE(result.error());
+        ASSERT_TRUE(result.response());
+        EXPECT_EQ(result.response()->status, 200);
+        EXPECT_FALSE(result.response()->body);
     }
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
 }
 
 // Without the server's threads.

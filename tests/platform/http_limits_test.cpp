@@ -3,6 +3,7 @@
 #include "platform/http_exchange.h"
 #include "platform/machine/clock.h"
 #include "platform/machine/paths.h"
+#include "support/http_session_internals.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
 #include "support/virtual_clock.h"
@@ -65,19 +66,19 @@ TEST_F(HttpLimitsTest, SilenceUpToTheLimitIsTaken) {
     advance(300s);
     EXPECT_FALSE(exchange.isComplete());
     puppet.send(wholeAnswer);
-    EXPECT_THAT(exchange.result().response.value().body, Optional("body"s));
+    EXPECT_THAT(exchange.result().response().value().body, Optional("body"s));
 }
 
 TEST_F(HttpLimitsTest, WhereNothingFloodsNothingIsCutOff) {
     Exchange exchange = start();
     advance(300s);
-    session.endFlood();
+    HttpSessionInternals::endFlood(session);
     puppet.send(wholeAnswer);
-    EXPECT_THAT(exchange.result().response.value().body, Optional("body"s));
+    EXPECT_THAT(exchange.result().response().value().body, Optional("body"s));
 }
 
 TEST_F(HttpLimitsTest, ACompletionIsLateByNoMoreThanOneRead) {
-    EXPECT_EQ(session.completionLimit(), 365s);
+    EXPECT_EQ(HttpSessionInternals::completionLimit(session), 365s);
 }
 
 TEST_F(HttpLimitsTest, ALongerSilenceTimesOut) {
@@ -85,8 +86,8 @@ TEST_F(HttpLimitsTest, ALongerSilenceTimesOut) {
     advance(330s);
     ASSERT_TRUE(exchange.isComplete());
     const auto result = exchange.result();
-    EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional(std::string(timedOut)));
+    EXPECT_FALSE(result.response());
+    EXPECT_THAT(result.error(), Optional(std::string(timedOut)));
     EXPECT_EQ(exchange.completions(), 1);
 }
 
@@ -96,8 +97,8 @@ TEST_F(HttpLimitsTest, AStallWithinTheHeaderTimesOutWithoutResponse) {
     advance(330s);
     ASSERT_TRUE(exchange.isComplete());
     const auto result = exchange.result();
-    EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional(std::string(timedOut)));
+    EXPECT_FALSE(result.response());
+    EXPECT_THAT(result.error(), Optional(std::string(timedOut)));
 }
 
 TEST_F(HttpLimitsTest, AStallWithinTheBodyTimesOutAndKeepsTheStatus) {
@@ -106,10 +107,10 @@ TEST_F(HttpLimitsTest, AStallWithinTheBodyTimesOutAndKeepsTheStatus) {
     advance(330s);
     ASSERT_TRUE(exchange.isComplete());
     const auto result = exchange.result();
-    ASSERT_TRUE(result.response);
-    EXPECT_EQ(result.response->status, 200);
-    EXPECT_EQ(result.response->body, std::nullopt);
-    EXPECT_THAT(result.error, Optional(std::string(timedOut)));
+    ASSERT_TRUE(result.response());
+    EXPECT_EQ(result.response()->status, 200);
+    EXPECT_EQ(result.response()->body, std::nullopt);
+    EXPECT_THAT(result.error(), Optional(std::string(timedOut)));
 }
 
 class HttpTrickleTest : public HttpLimitsTest {
@@ -136,7 +137,7 @@ TEST_F(HttpTrickleTest, EveryHeaderLineRestartsTheInactivityLimit) {
     trickle({"HTTP/1.1 200 OK\r\nA", ": b\r\nC", "ontent-Length: 4\r\nX"});
     EXPECT_FALSE(exchange.isComplete());
     puppet.send(": y\r\n\r\nbody");
-    EXPECT_THAT(exchange.result().response.value().body, Optional("body"s));
+    EXPECT_THAT(exchange.result().response().value().body, Optional("body"s));
 }
 
 TEST_F(HttpTrickleTest, EveryByteOfTheBodyRestartsTheInactivityLimit) {
@@ -145,7 +146,7 @@ TEST_F(HttpTrickleTest, EveryByteOfTheBodyRestartsTheInactivityLimit) {
     trickle({"b", "o", "d"});
     EXPECT_FALSE(exchange.isComplete());
     puppet.send("y");
-    EXPECT_THAT(exchange.result().response.value().body, Optional("body"s));
+    EXPECT_THAT(exchange.result().response().value().body, Optional("body"s));
 }
 
 TEST_F(HttpTrickleTest, BytesThatDecodeToNothingYetRestartItToo) {
@@ -157,7 +158,7 @@ TEST_F(HttpTrickleTest, BytesThatDecodeToNothingYetRestartItToo) {
     EXPECT_FALSE(exchange.isComplete());
     puppet.send("e\x00\x4B\x49\x4D\xCE\x4F\x49\x4D\x01\x00\xF6\x9A\xF0\x1A\x07\x00\x00\x00"s);
     puppet.close();
-    EXPECT_THAT(exchange.result().response.value().body, Optional("decoded"s));
+    EXPECT_THAT(exchange.result().response().value().body, Optional("decoded"s));
 }
 
 TEST_F(HttpTrickleTest, InterimResponsesRestartItToo) {
@@ -166,7 +167,7 @@ TEST_F(HttpTrickleTest, InterimResponsesRestartItToo) {
     advance(40s);
     EXPECT_FALSE(exchange.isComplete());
     puppet.send(wholeAnswer);
-    EXPECT_THAT(exchange.result().response.value().body, Optional("body"s));
+    EXPECT_THAT(exchange.result().response().value().body, Optional("body"s));
 }
 
 TEST_F(HttpTrickleTest, ASilenceBehindTheLastByteTimesOut) {
@@ -185,8 +186,8 @@ TEST_F(HttpTrickleTest, TheTotalLimitEndsATrickle) {
     advance(40s);
     ASSERT_TRUE(exchange.isComplete());
     const auto result = exchange.result();
-    EXPECT_EQ(result.response.value().body, std::nullopt);
-    EXPECT_THAT(result.error, Optional(std::string(timedOut)));
+    EXPECT_EQ(result.response().value().body, std::nullopt);
+    EXPECT_THAT(result.error(), Optional(std::string(timedOut)));
 }
 
 TEST_F(HttpLimitsTest, ARequestsOwnLimitIsShorterThanTheSessions) {
@@ -208,7 +209,7 @@ TEST_F(HttpLimitsTest, ARequestsOwnLimitIsLongerThanTheSessions) {
     letWorkerTurn(strict);
     EXPECT_FALSE(exchange.isComplete());
     puppet.send(wholeAnswer);
-    EXPECT_FALSE(exchange.result().error);
+    EXPECT_FALSE(exchange.result().error());
 }
 
 TEST_F(HttpLimitsTest, TheTotalLimitHoldsForEveryRequest) {
@@ -243,32 +244,32 @@ TEST_F(HttpLimitsTest, SeveralOverdueRequestsEndTogether) {
     other.waitForRequest();
     virtual_clock::advance(360s);
     letWorkerTurn(session);
-    EXPECT_THAT(first.result().error, Optional(std::string(timedOut)));
-    EXPECT_THAT(second.result().error, Optional(std::string(timedOut)));
+    EXPECT_THAT(first.result().error(), Optional(std::string(timedOut)));
+    EXPECT_THAT(second.result().error(), Optional(std::string(timedOut)));
 }
 
 TEST_F(HttpLimitsTest, TheNextRequestAfterATimeoutUsesANewConnection) {
     Exchange exchange = start();
     advance(330s);
     EXPECT_TRUE(exchange.isComplete());
-    EXPECT_FALSE(fetch(session, server.url() + "/other").error);
+    EXPECT_FALSE(fetch(session, server.url() + "/other").error());
     EXPECT_EQ(server.connectionCount(), 2U);
 }
 
 TEST_F(HttpLimitsTest, ATimeoutDropsEveryConnection) {
     ScriptedServer other;
-    EXPECT_FALSE(fetch(session, other.url() + "/p").error);
+    EXPECT_FALSE(fetch(session, other.url() + "/p").error());
     Exchange exchange = start();
     advance(330s);
     EXPECT_TRUE(exchange.isComplete());
-    EXPECT_FALSE(fetch(session, other.url() + "/p").error);
+    EXPECT_FALSE(fetch(session, other.url() + "/p").error());
     EXPECT_EQ(other.connectionCount(), 2U);
 }
 
 TEST_F(HttpLimitsTest, TheWorkerWakesUpForADeadlineByItself) {
     Exchange exchange = start();
     virtual_clock::advance(330s);
-    EXPECT_THAT(exchange.result().error, Optional(std::string(timedOut)));
+    EXPECT_THAT(exchange.result().error(), Optional(std::string(timedOut)));
 }
 
 TEST_F(HttpLimitsTest, TheSharedSessionAllowsAMinuteOfSilenceAndSixMinutesInAll) {
@@ -313,8 +314,8 @@ TEST_F(HttpLimitsTest, AnUnfinishedTlsHandshakeIsGivenUpAfterHalfAMinute) {
     advance(10s);
     ASSERT_TRUE(exchange.isComplete());
     const auto result = exchange.result();
-    EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional(std::string(timedOut)));
+    EXPECT_FALSE(result.response());
+    EXPECT_THAT(result.error(), Optional(std::string(timedOut)));
     EXPECT_TRUE(tls.requests().empty());
 }
 
@@ -336,7 +337,7 @@ TEST_F(HttpLimitsTest, TheEndOfTheTlsHandshakeRestartsTheInactivityLimit) {
     // At least 100.3 s from the start, but only 98.8 s and what the test takes from the handshake.
     advance(98800ms);
     puppet.send(wholeAnswer);
-    const bool inTime = !exchange.result().error;
+    const bool inTime = !exchange.result().error();
     EXPECT_TRUE(inTime || clock::monotonicNow() - handshake >= 100s);
 }
 
@@ -346,17 +347,17 @@ TEST_F(HttpLimitsTest, ABodyOfTheLimitIsTaken) {
     EXPECT_EQ(HttpSession::bodyLimit, 104'857'600U);
     server.on("/p", {zeros(HttpSession::bodyLimit)});
     const auto result = fetch(session, server.url() + "/p");
-    EXPECT_FALSE(result.error) << *result.error;
-    EXPECT_EQ(result.response.value().body.value().size(), HttpSession::bodyLimit);
+    EXPECT_FALSE(result.error()) << *result.error();
+    EXPECT_EQ(result.response().value().body.value().size(), HttpSession::bodyLimit);
 }
 
 TEST_F(HttpLimitsTest, ALargerBodyEndsTheExchangeAndKeepsTheStatus) {
     server.on("/p", {zeros(HttpSession::bodyLimit + 1)});
     const auto result = fetch(session, server.url() + "/p");
-    EXPECT_THAT(result.error, Optional("the response is larger than 104857600 bytes"s));
-    ASSERT_TRUE(result.response);
-    EXPECT_EQ(result.response->status, 200);
-    EXPECT_EQ(result.response->body, std::nullopt);
+    EXPECT_THAT(result.error(), Optional("the response is larger than 104857600 bytes"s));
+    ASSERT_TRUE(result.response());
+    EXPECT_EQ(result.response()->status, 200);
+    EXPECT_EQ(result.response()->body, std::nullopt);
 }
 
 /// An answer whose header and trailers are `size` bytes, without the blank line behind them.
@@ -378,21 +379,22 @@ TEST_F(HttpLimitsTest, TrailersUpToTheHeadersLimitAreTakenMoreEndTheExchange) {
         return fetch(session, server.url() + "/p");
     };
     const auto taken = answerTo(answerWithHeaderOf(HttpSession::headerLimit) + "\r\n");
-    EXPECT_EQ(taken.error, std::nullopt);
-    EXPECT_THAT(taken.response.value().body, Optional("body"s));
+    EXPECT_EQ(taken.error(), std::nullopt);
+    EXPECT_THAT(taken.response().value().body, Optional("body"s));
     const auto refused = answerTo(answerWithHeaderOf(HttpSession::headerLimit + 1) + "\r\n");
-    EXPECT_THAT(refused.error, Optional("the header of the response is larger than 262144 bytes"s));
-    EXPECT_EQ(refused.response.value().status, 200);
-    EXPECT_EQ(refused.response.value().body, std::nullopt);
+    EXPECT_THAT(refused.error(),
+                Optional("the header of the response is larger than 262144 bytes"s));
+    EXPECT_EQ(refused.response().value().status, 200);
+    EXPECT_EQ(refused.response().value().body, std::nullopt);
     const auto lost = answerTo(answerWithHeaderOf(HttpSession::headerLimit));
-    EXPECT_THAT(lost.error, Optional("The network connection was lost."s));
+    EXPECT_THAT(lost.error(), Optional("The network connection was lost."s));
 }
 
 TEST_F(HttpLimitsTest, AnAnnouncedLengthIsNotTakenAtItsWord) {
     server.on("/p",
               {sendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 9000000000000000000\r\n\r\nx")});
     const auto result = fetch(session, server.url() + "/p");
-    EXPECT_THAT(result.error, Optional("The network connection was lost."s));
+    EXPECT_THAT(result.error(), Optional("The network connection was lost."s));
 }
 
 }  // namespace

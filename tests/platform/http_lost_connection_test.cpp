@@ -50,18 +50,18 @@ class LostConnectionTest : public HttpTest {
 TEST_F(LostConnectionTest, ARequestLostOnAKeptConnectionIsSentAgain) {
     for (const Step& losing : {closeAtOnce(), resetAtOnce()}) {
         server.on("/p", {answer(200, "first"), losing, answer(200, "second")});
-        EXPECT_THAT(ask().response.value().body, Optional("first"s));
+        EXPECT_THAT(ask().response().value().body, Optional("first"s));
         const auto result = ask();
-        EXPECT_EQ(result.error, std::nullopt);
-        EXPECT_THAT(result.response.value().body, Optional("second"s));
+        EXPECT_EQ(result.error(), std::nullopt);
+        EXPECT_THAT(result.response().value().body, Optional("second"s));
     }
     EXPECT_THAT(server.requests(), SizeIs(6));
 }
 
 TEST_F(LostConnectionTest, ButNotAThirdTime) {
     server.on("/p", {answer(200), closeAtOnce(), closeAtOnce(), answer(200)});
-    EXPECT_EQ(ask().error, std::nullopt);
-    EXPECT_THAT(ask().error, Optional(lostText));
+    EXPECT_EQ(ask().error(), std::nullopt);
+    EXPECT_THAT(ask().error(), Optional(lostText));
     EXPECT_THAT(server.requests(), SizeIs(3));
 }
 
@@ -81,23 +81,23 @@ TEST_F(LostConnectionTest, NorOnOneKeptConnectionAfterTheOther) {
     for (std::size_t i = 0; i < puppets.size(); ++i) {
         puppets[i].send(shortAnswer);
         puppets[i].close();
-        EXPECT_EQ(exchanges[i].result().error, std::nullopt);
+        EXPECT_EQ(exchanges[i].result().error(), std::nullopt);
     }
     server.always("/p", closeAtOnce());
-    EXPECT_THAT(ask().error, Optional(lostText));
+    EXPECT_THAT(ask().error(), Optional(lostText));
     EXPECT_THAT(server.requestsTo("/p"), SizeIs(2));
 }
 
 TEST_F(LostConnectionTest, OnANewConnectionItIsAnError) {
     server.always("/p", closeAtOnce());
-    EXPECT_THAT(ask().error, Optional(lostText));
+    EXPECT_THAT(ask().error(), Optional(lostText));
     EXPECT_THAT(server.requests(), SizeIs(1));
 }
 
 TEST_F(LostConnectionTest, AfterTheFirstLineOfTheAnswerItIsAnError) {
     server.on("/p", {answer(200), sendAndClose("HTTP/1.1 200 OK\r\n"), answer(200)});
-    EXPECT_EQ(ask().error, std::nullopt);
-    EXPECT_THAT(ask().error, Optional(lostText));
+    EXPECT_EQ(ask().error(), std::nullopt);
+    EXPECT_THAT(ask().error(), Optional(lostText));
     EXPECT_THAT(server.requests(), SizeIs(2));
 }
 
@@ -105,7 +105,7 @@ TEST_F(LostConnectionTest, AnAnswerOfTheNewConnectionHasTheWholeTimeAgain) {
     const Puppet first;
     const Puppet second;
     server.on("/p", {answer(200), first.step(), second.step()});
-    EXPECT_EQ(ask().error, std::nullopt);
+    EXPECT_EQ(ask().error(), std::nullopt);
     Exchange exchange(session, requestFor(server.url() + "/p"));
     first.waitForRequest();
     letWorkerTurn(session);
@@ -118,15 +118,15 @@ TEST_F(LostConnectionTest, AnAnswerOfTheNewConnectionHasTheWholeTimeAgain) {
     letWorkerTurn(session);
     EXPECT_FALSE(exchange.isComplete());
     virtual_clock::advance(30s);
-    EXPECT_THAT(exchange.result().error, Optional(timeoutText));
+    EXPECT_THAT(exchange.result().error(), Optional(timeoutText));
 }
 
 TEST_F(LostConnectionTest, AConnectionIsNotUsedAgainWhenItHasBeenIdleForSomeSeconds) {
-    EXPECT_EQ(ask().response.value().status, 404);
-    EXPECT_EQ(ask().response.value().status, 404);
+    EXPECT_EQ(ask().response().value().status, 404);
+    EXPECT_EQ(ask().response().value().status, 404);
     EXPECT_EQ(server.connectionCount(), 1U);
     std::this_thread::sleep_for(4100ms);  // the library has a clock of its own
-    EXPECT_EQ(ask().response.value().status, 404);
+    EXPECT_EQ(ask().response().value().status, 404);
     EXPECT_EQ(server.connectionCount(), 2U);
 }
 
@@ -161,9 +161,9 @@ void expectSentAgain(ScriptedServer& server, bool isSecure) {
     isDead = true;
     puppet.close();
     const auto result = exchange.result();
-    EXPECT_EQ(result.error, std::nullopt);
-    ASSERT_TRUE(result.response);
-    EXPECT_THAT(result.response->body, Optional("body"s));
+    EXPECT_EQ(result.error(), std::nullopt);
+    ASSERT_TRUE(result.response());
+    EXPECT_THAT(result.response()->body, Optional("body"s));
 }
 
 TEST_F(LostConnectionTest, ADeadPeerIsNoReasonForAnErrorOnANewConnectionEither) {
@@ -216,11 +216,11 @@ class LostHttp2ConnectionTest : public HttpTest {
 TEST_F(LostHttp2ConnectionTest, ARequestLostOnAKeptConnectionIsSentAgain) {
     for (const Step& losing : {closeAtOnce(), resetAtOnce()}) {
         server.on("*", {answerThen(losing), answerThen(closeAtOnce())});
-        EXPECT_EQ(ask().error, std::nullopt);
+        EXPECT_EQ(ask().error(), std::nullopt);
         const auto result = ask();
-        EXPECT_EQ(result.error, std::nullopt);
-        EXPECT_EQ(result.response.value().status, 200);
-        EXPECT_TRUE(fetch(session, "http://127.0.0.1:1/").error);  // drops the connections
+        EXPECT_EQ(result.error(), std::nullopt);
+        EXPECT_EQ(result.response().value().status, 200);
+        EXPECT_TRUE(fetch(session, "http://127.0.0.1:1/").error());  // drops the connections
     }
     EXPECT_EQ(server.connectionCount(), 4U);
 }
@@ -229,7 +229,7 @@ TEST_F(LostHttp2ConnectionTest, HoweverLongItHasBeenHeldAndWithTheWholeTimeAgain
     const Puppet first;
     const Puppet second;
     server.on("*", {answerThen(first.step()), onFirst(second.step())});
-    EXPECT_EQ(ask().error, std::nullopt);
+    EXPECT_EQ(ask().error(), std::nullopt);
     Exchange exchange(session, requestFor(server.url() + "/p"));
     for (const Puppet* lost : {&first, &second}) {
         lost->waitForRequest();
@@ -242,27 +242,27 @@ TEST_F(LostHttp2ConnectionTest, HoweverLongItHasBeenHeldAndWithTheWholeTimeAgain
         }
     }
     virtual_clock::advance(30s);
-    EXPECT_THAT(exchange.result().error, Optional(timeoutText));
+    EXPECT_THAT(exchange.result().error(), Optional(timeoutText));
 }
 
 TEST_F(LostHttp2ConnectionTest, ARequestThatAGoAwayLeavesOutIsSentAgain) {
     server.on("*", {answerThen(sendAndStall(goAwayFrame(1, 0))), answerThen(closeAtOnce())});
-    EXPECT_EQ(ask().error, std::nullopt);
-    EXPECT_EQ(ask().error, std::nullopt);
+    EXPECT_EQ(ask().error(), std::nullopt);
+    EXPECT_EQ(ask().error(), std::nullopt);
     EXPECT_EQ(server.connectionCount(), 2U);
 }
 
 TEST_F(LostHttp2ConnectionTest, OnANewConnectionToo) {
     server.on("*", {onFirst(sendAndStall(goAwayFrame(0, 0))), answerThen(closeAtOnce())});
-    EXPECT_EQ(ask().error, std::nullopt);
+    EXPECT_EQ(ask().error(), std::nullopt);
     EXPECT_EQ(server.connectionCount(), 2U);
 }
 
 TEST_F(LostHttp2ConnectionTest, ButNotAThirdTime) {
     server.always("*", onFirst(sendAndStall(goAwayFrame(0, 0))));
     const auto result = ask();
-    EXPECT_TRUE(result.error);
-    EXPECT_FALSE(result.response);
+    EXPECT_TRUE(result.error());
+    EXPECT_FALSE(result.response());
     EXPECT_EQ(server.connectionCount(), 2U);
 }
 
@@ -270,7 +270,7 @@ TEST_F(LostHttp2ConnectionTest, OnANewConnectionTheEndOfTheConnectionIsAnError) 
     for (const Step& losing : {closeAtOnce(), resetAtOnce()}) {
         const std::size_t before = server.connectionCount();
         server.always("*", onFirst(losing));
-        EXPECT_TRUE(ask().error);
+        EXPECT_TRUE(ask().error());
         EXPECT_EQ(server.connectionCount(), before + 1);
     }
 }
@@ -292,7 +292,7 @@ TEST_F(LostHttp2ConnectionTest, OneThatTakesNoMoreBytesIsLostWhicheverTheyAre) {
             return failWith(EPIPE);
         };
         const WithSystemCallHooks installed(systemCalls);
-        const auto error = fetch(fresh, server.url() + "/p").error;
+        const auto error = fetch(fresh, server.url() + "/p").error();
         isAnswered = !error;
         EXPECT_THAT(error.value_or(lostText), AnyOf(lostText, StartsWith("An SSL error"))) << taken;
         ASSERT_LT(taken, 20);
@@ -324,10 +324,10 @@ TEST_F(SilentAddressTest, TheOnlyAddressIsTriedOnceMoreAndThenHasTheRestOfTheTim
     letWorkerTakeIn(session);
     EXPECT_FALSE(exchange.isComplete());
     virtual_clock::advance(2s);
-    EXPECT_THAT(exchange.result().error, Optional(timeoutText));
+    EXPECT_THAT(exchange.result().error(), Optional(timeoutText));
     EXPECT_EQ(server.connectionCount(), 2U);
     server.onConnect([](Connection&, const ReceivedRequest&) { return true; });
-    EXPECT_EQ(fetch(session, server.url() + "/p").error, std::nullopt);
+    EXPECT_EQ(fetch(session, server.url() + "/p").error(), std::nullopt);
 }
 
 }  // namespace

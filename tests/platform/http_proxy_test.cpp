@@ -36,8 +36,8 @@ class HttpProxyTest : public HttpTest {
 TEST_F(HttpProxyTest, ARequestToAnotherHostGoesThroughTheProxy) {
     proxy.on("http://example.invalid/p", {answer(200, "from the proxy")});
     const auto result = fetch(session, "http://example.invalid/p?q=1");
-    EXPECT_FALSE(result.error) << *result.error;
-    EXPECT_THAT(result.response.value().body, Optional("from the proxy"s));
+    EXPECT_FALSE(result.error()) << *result.error();
+    EXPECT_THAT(result.response().value().body, Optional("from the proxy"s));
     const auto request = proxy.requests().at(0);
     EXPECT_EQ(request.target, "http://example.invalid/p?q=1");
     EXPECT_THAT(request.header("Host"), Optional("example.invalid"s));
@@ -51,7 +51,7 @@ TEST_F(HttpProxyTest, ARequestToThisMachineDoesNot) {
           "0.0.0.0"s, "[::ffff:127.0.0.1]"s, "[0:0:0:0:0:ffff:7f00:1]"s}) {
         SCOPED_TRACE(host);
         const auto result = fetch(session, "http://" + host + ":" + port + "/p");
-        EXPECT_EQ(result.response.value().status, 404);
+        EXPECT_EQ(result.response().value().status, 404);
     }
     EXPECT_EQ(server.requests().size(), 9U);
     EXPECT_EQ(proxy.connectionCount(), 0U);
@@ -61,21 +61,21 @@ TEST_F(HttpProxyTest, ARequestToAnAddressOfThisMachineWithoutAServerDoesNotEithe
     for (const std::string& host : {"[::1]"s, "[0:0:0:0:0:0:0:1]"s, "localhost."s, "127.0.0.2"s,
                                     "tool.localhost"s, "A.B.LOCALHOST"s}) {
         SCOPED_TRACE(host);
-        EXPECT_TRUE(fetch(session, "http://" + host + ":1/p").error);
+        EXPECT_TRUE(fetch(session, "http://" + host + ":1/p").error());
     }
     EXPECT_EQ(proxy.connectionCount(), 0U);
 }
 
 TEST_F(HttpProxyTest, ARequestToThisMachineDoesNotSpoilTheProxyForTheNext) {
     ScriptedServer server;
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
-    EXPECT_FALSE(fetch(session, "http://example.invalid/p").error);
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
+    EXPECT_FALSE(fetch(session, "http://example.invalid/p").error());
     EXPECT_EQ(proxy.requests().size(), 1U);
 }
 
 TEST_F(HttpProxyTest, HostsThatTheEnvironmentExceptsAreAskedDirectly) {
     ::setenv("no_proxy", "example.invalid", 1);
-    EXPECT_TRUE(fetch(session, "http://example.invalid/p").error);
+    EXPECT_TRUE(fetch(session, "http://example.invalid/p").error());
     EXPECT_EQ(proxy.connectionCount(), 0U);
 }
 
@@ -83,7 +83,7 @@ TEST_F(HttpProxyTest, ForHttpsTheProxyIsAskedForATunnelWithoutTheRequestsHeaders
     proxy.on("example.invalid:443", {closeAtOnce()});
     const auto result =
         fetch(session, requestFor("https://example.invalid/p", {{"X-Orv-Key", "key-1"}}));
-    EXPECT_TRUE(result.error);
+    EXPECT_TRUE(result.error());
     const auto request = proxy.requests().at(0);
     EXPECT_EQ(request.method, "CONNECT");
     EXPECT_EQ(request.header("X-Orv-Key"), std::nullopt);
@@ -95,8 +95,8 @@ TEST_F(HttpProxyTest, WhatTheProxySaysToTheTunnelIsNotTheResponse) {
     for (int i = 0; i < 3; ++i) {
         SCOPED_TRACE(i);
         const auto result = fetch(session, "https://example.invalid/p");
-        EXPECT_FALSE(result.response);
-        EXPECT_THAT(result.error, Optional(Not(IsEmpty())));
+        EXPECT_FALSE(result.response());
+        EXPECT_THAT(result.error(), Optional(Not(IsEmpty())));
     }
     EXPECT_EQ(proxy.requests().size(), 3U);
 }
@@ -107,8 +107,8 @@ TEST_F(HttpProxyTest, ARefusedTunnelIsToldWithItsStatus) {
                               "The proxy requires a user name and password (HTTP 407).",
                               "The proxy refused to connect to the server (HTTP 503)."}) {
         const auto result = fetch(session, "https://example.invalid/p");
-        EXPECT_FALSE(result.response);
-        EXPECT_THAT(result.error, Optional(std::string(error)));
+        EXPECT_FALSE(result.response());
+        EXPECT_THAT(result.error(), Optional(std::string(error)));
     }
 }
 
@@ -118,7 +118,7 @@ TEST_F(HttpProxyTest, AnHttpsProxyIsTrustedLikeAServer) {
     ScriptedServer secure(ca.issueForLoopback());
     ::setenv("https_proxy", secure.url().c_str(), 1);
     secure.on("example.invalid:443", {answer(403)});
-    EXPECT_THAT(fetch(session, "https://example.invalid/p").error,
+    EXPECT_THAT(fetch(session, "https://example.invalid/p").error(),
                 Optional("The proxy refused to connect to the server (HTTP 403)."s));
     EXPECT_EQ(secure.requests().size(), 1U);
 }
@@ -126,8 +126,8 @@ TEST_F(HttpProxyTest, AnHttpsProxyIsTrustedLikeAServer) {
 TEST_F(HttpProxyTest, AProxyThatIsGoneIsAnError) {
     ::setenv("http_proxy", "http://127.0.0.1:1", 1);
     const auto result = fetch(session, "http://example.invalid/p");
-    EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional("Could not connect to the server."s));
+    EXPECT_FALSE(result.response());
+    EXPECT_THAT(result.error(), Optional("Could not connect to the server."s));
 }
 
 }  // namespace

@@ -26,7 +26,7 @@ class HttpRequestTest : public HttpTest {
     /// The request that arrives when one for `path` is sent with `headers`.
     ReceivedRequest received(const std::string& path, std::vector<HttpHeader> headers = {}) {
         const auto result = fetch(session, requestFor(server.url() + path, std::move(headers)));
-        EXPECT_FALSE(result.error) << *result.error;
+        EXPECT_FALSE(result.error()) << *result.error();
         const auto requests = server.requests();
         return requests.empty() ? ReceivedRequest{} : requests.back();
     }
@@ -112,7 +112,8 @@ TEST_F(HttpRequestTest, TheFragmentIsNotSent) {
 
 TEST_F(HttpRequestTest, TheSchemeMayBeInAnyCase) {
     EXPECT_EQ(fetch(session, "HTTP://127.0.0.1:" + std::to_string(server.port()) + "/p")
-                  .response.value()
+                  .response()
+                  .value()
                   .status,
               404);
 }
@@ -138,8 +139,8 @@ TEST_F(HttpRequestTest, AControlCharacterInAHeaderValueEndsTheExchangeBeforeAnyC
                                      "a\x7F"s, "\x01"s, "\n"s, "a\x1F"s}) {
         SCOPED_TRACE(::testing::PrintToString(value));
         const auto result = resultWith({{"X-Orv-Slug", "x"}, {"X-Orv-Key", value}});
-        EXPECT_FALSE(result.response);
-        EXPECT_THAT(result.error, Optional("a header value contains a control character"s));
+        EXPECT_FALSE(result.response());
+        EXPECT_THAT(result.error(), Optional("a header value contains a control character"s));
     }
     EXPECT_EQ(server.connectionCount(), 0U);
 }
@@ -147,18 +148,18 @@ TEST_F(HttpRequestTest, AControlCharacterInAHeaderValueEndsTheExchangeBeforeAnyC
 TEST_F(HttpRequestTest, AHeaderValueUpToTheLimitIsSentALongerOneIsNot) {
     server.always("/p", answer(200));
     std::string value(HttpSession::headerValueLimit, 'x');
-    EXPECT_EQ(resultWith({{"If-None-Match", value}}).error, std::nullopt);
+    EXPECT_EQ(resultWith({{"If-None-Match", value}}).error(), std::nullopt);
     EXPECT_THAT(server.requests().at(0).header("If-None-Match"), Optional(value));
     value += 'x';
     const auto result = resultWith({{"If-None-Match", value}});
-    EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional("a header value is longer than 65536 bytes"s));
+    EXPECT_FALSE(result.response());
+    EXPECT_THAT(result.error(), Optional("a header value is longer than 65536 bytes"s));
     EXPECT_EQ(server.requests().size(), 1U);
 }
 
 TEST_F(HttpRequestTest, ARefusedRequestLeavesTheSessionUsable) {
     (void)resultWith({{"X-Orv-Key", "\n"}});
-    EXPECT_EQ(fetch(session, server.url() + "/p").response.value().status, 404);
+    EXPECT_EQ(fetch(session, server.url() + "/p").response().value().status, 404);
 }
 
 TEST_F(HttpRequestTest, WhatIsNotHttpWithAHostIsAnUnsupportedUrl) {
@@ -170,8 +171,8 @@ TEST_F(HttpRequestTest, WhatIsNotHttpWithAHostIsAnUnsupportedUrl) {
           "http://:" + port + "/p", "gopher://127.0.0.1:" + port, "?x"s}) {
         SCOPED_TRACE(url);
         const auto result = fetch(session, url);
-        EXPECT_FALSE(result.response);
-        EXPECT_THAT(result.error, Optional("unsupported URL"s));
+        EXPECT_FALSE(result.response());
+        EXPECT_THAT(result.error(), Optional("unsupported URL"s));
     }
     EXPECT_EQ(server.connectionCount(), 0U);
 }

@@ -48,23 +48,23 @@ class HttpResponseTest : public HttpTest {
 };
 
 void expectResponse(const HttpResult& result, std::int64_t status, const std::string& body) {
-    EXPECT_FALSE(result.error) << *result.error;
-    ASSERT_TRUE(result.response);
-    EXPECT_EQ(result.response->status, status);
-    EXPECT_THAT(result.response->body, Optional(body));
+    EXPECT_FALSE(result.error()) << *result.error();
+    ASSERT_TRUE(result.response());
+    EXPECT_EQ(result.response()->status, status);
+    EXPECT_THAT(result.response()->body, Optional(body));
 }
 
 void expectNoResponse(const HttpResult& result, const std::string& error) {
-    EXPECT_FALSE(result.response) << result.response->status;
-    EXPECT_THAT(result.error, Optional(error));
+    EXPECT_FALSE(result.response()) << result.response()->status;
+    EXPECT_THAT(result.error(), Optional(error));
 }
 
 /// A response that broke off behind its header.
 void expectBrokenOff(const HttpResult& result, std::int64_t status, const std::string& error) {
-    ASSERT_TRUE(result.response);
-    EXPECT_EQ(result.response->status, status);
-    EXPECT_EQ(result.response->body, std::nullopt);
-    EXPECT_THAT(result.error, Optional(error));
+    ASSERT_TRUE(result.response());
+    EXPECT_EQ(result.response()->status, status);
+    EXPECT_EQ(result.response()->body, std::nullopt);
+    EXPECT_THAT(result.error(), Optional(error));
 }
 
 // --- Whole responses
@@ -139,8 +139,8 @@ TEST_F(HttpResponseTest, ALargeBodyIsComplete) {
         body += std::to_string(i);
     }
     const auto result = after(answer(200, body));
-    ASSERT_TRUE(result.response);
-    EXPECT_TRUE(result.response->body == body);
+    ASSERT_TRUE(result.response());
+    EXPECT_TRUE(result.response()->body == body);
 }
 
 TEST_F(HttpResponseTest, WhatFollowsTheBodyIsNotPartOfIt) {
@@ -176,8 +176,8 @@ TEST_F(HttpResponseTest, AConnectionClosedWithinTheStatusLineIsAnError) {
     for (const char* bytes : {"H", "HTTP/1.1", "HTTP/1.1 200"}) {
         SCOPED_TRACE(bytes);
         const auto result = afterBytes(bytes);
-        EXPECT_FALSE(result.response);
-        EXPECT_THAT(result.error, Optional(Not(IsEmpty())));
+        EXPECT_FALSE(result.response());
+        EXPECT_THAT(result.error(), Optional(Not(IsEmpty())));
     }
 }
 
@@ -186,8 +186,8 @@ TEST_F(HttpResponseTest, AnInterimResponseAloneIsNone) {
          {"HTTP/1.1 100 Continue\r\n\r\n", "HTTP/1.1 103 Early Hints\r\nX: y\r\n\r\n"}) {
         SCOPED_TRACE(bytes);
         const auto result = afterBytes(bytes);
-        EXPECT_FALSE(result.response);
-        EXPECT_THAT(result.error, Optional(Not(IsEmpty())));
+        EXPECT_FALSE(result.response());
+        EXPECT_THAT(result.error(), Optional(Not(IsEmpty())));
     }
 }
 
@@ -216,10 +216,10 @@ TEST_F(HttpResponseTest, AConnectionResetWithinTheBodyKeepsTheStatusOnly) {
 TEST_F(HttpResponseTest, AMalformedChunkKeepsTheStatusOnly) {
     const auto result =
         afterBytes("HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\nzz\r\nabc\r\n0\r\n\r\n");
-    ASSERT_TRUE(result.response);
-    EXPECT_EQ(result.response->status, 200);
-    EXPECT_EQ(result.response->body, std::nullopt);
-    EXPECT_THAT(result.error, Optional(Not(IsEmpty())));
+    ASSERT_TRUE(result.response());
+    EXPECT_EQ(result.response()->status, 200);
+    EXPECT_EQ(result.response()->body, std::nullopt);
+    EXPECT_THAT(result.error(), Optional(Not(IsEmpty())));
 }
 
 TEST_F(HttpResponseTest, ABodyThatCannotBeDecodedKeepsTheStatusOnly) {
@@ -227,10 +227,10 @@ TEST_F(HttpResponseTest, ABodyThatCannotBeDecodedKeepsTheStatusOnly) {
         SCOPED_TRACE(encoding);
         const auto result =
             after(answer(200, "this is not compressed", {{"Content-Encoding", encoding}}));
-        ASSERT_TRUE(result.response);
-        EXPECT_EQ(result.response->status, 200);
-        EXPECT_EQ(result.response->body, std::nullopt);
-        EXPECT_THAT(result.error, Optional(Not(IsEmpty())));
+        ASSERT_TRUE(result.response());
+        EXPECT_EQ(result.response()->status, 200);
+        EXPECT_EQ(result.response()->body, std::nullopt);
+        EXPECT_THAT(result.error(), Optional(Not(IsEmpty())));
     }
 }
 
@@ -261,13 +261,13 @@ TEST_F(HttpResponseTest, AHugeHeaderLineIsAnErrorWithoutResponse) {
     const auto result =
         afterBytes("HTTP/1.1 200 OK\r\nX: " + std::string(std::size_t{1} * 1024 * 1024, 'x') +
                    "\r\nContent-Length: 0\r\n\r\n");
-    EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional(Not(IsEmpty())));
+    EXPECT_FALSE(result.response());
+    EXPECT_THAT(result.error(), Optional(Not(IsEmpty())));
 }
 
 TEST_F(HttpResponseTest, OtherErrorsHaveTheLibrarysText) {
     const auto result = afterBytes("HTTP/1.1 200 OK\r\nno header\r\n\r\n");
-    EXPECT_THAT(result.error, Optional(HasSubstr("without colon")));
+    EXPECT_THAT(result.error(), Optional(HasSubstr("without colon")));
 }
 
 // --- No connection

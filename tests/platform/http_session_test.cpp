@@ -2,6 +2,7 @@
 #include "platform/http/http_session.h"
 
 #include "platform/http_exchange.h"
+#include "support/http_session_internals.h"
 #include "support/scripted_server.h"
 #include "support/virtual_clock.h"
 
@@ -35,7 +36,7 @@ class HttpSessionTest : public HttpTest {
 TEST_F(HttpSessionTest, RequestsReuseTheConnection) {
     HttpSession session(limits);
     for (int i = 0; i < 3; ++i) {
-        EXPECT_EQ(fetch(session, server.url() + "/p").response.value().status, 404);
+        EXPECT_EQ(fetch(session, server.url() + "/p").response().value().status, 404);
     }
     EXPECT_EQ(server.requests().size(), 3U);
     EXPECT_EQ(server.connectionCount(), 1U);
@@ -47,28 +48,28 @@ TEST_F(HttpSessionTest, AConnectionThatTheServerClosedMeanwhileIsReplacedWithout
                      answer(200, "second")});
     (void)fetch(session, server.url() + "/p");
     const auto result = fetch(session, server.url() + "/p");
-    EXPECT_FALSE(result.error) << *result.error;
+    EXPECT_FALSE(result.error()) << *result.error();
     EXPECT_EQ(server.connectionCount(), 2U);
 }
 
 TEST_F(HttpSessionTest, AnErrorDropsEveryConnection) {
     ScriptedServer other;
     HttpSession session(limits);
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
     EXPECT_EQ(server.connectionCount(), 1U);
     other.on("/broken", {closeAtOnce()});
-    EXPECT_TRUE(fetch(session, other.url() + "/broken").error);
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    EXPECT_TRUE(fetch(session, other.url() + "/broken").error());
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
     EXPECT_EQ(server.connectionCount(), 2U);
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
     EXPECT_EQ(server.connectionCount(), 2U);
 }
 
 TEST_F(HttpSessionTest, ARefusedRequestDropsNone) {
     HttpSession session(limits);
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
-    EXPECT_TRUE(fetch(session, "ftp://h/p").error);
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
+    EXPECT_TRUE(fetch(session, "ftp://h/p").error());
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
     EXPECT_EQ(server.connectionCount(), 1U);
 }
 
@@ -79,11 +80,11 @@ TEST_F(HttpSessionTest, AnErrorDoesNotDisturbARequestUnderWay) {
     server.on("/broken", {closeAtOnce()});
     Exchange slow(session, requestFor(server.url() + "/slow"));
     puppet.waitForRequest();
-    EXPECT_TRUE(fetch(session, server.url() + "/broken").error);
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    EXPECT_TRUE(fetch(session, server.url() + "/broken").error());
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
     EXPECT_FALSE(slow.isComplete());
     puppet.send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody");
-    EXPECT_THAT(slow.result().response.value().body, Optional("body"s));
+    EXPECT_THAT(slow.result().response().value().body, Optional("body"s));
 }
 
 TEST_F(HttpSessionTest, AnErrorDropsConnectionsOnceNothingIsUnderWay) {
@@ -93,11 +94,11 @@ TEST_F(HttpSessionTest, AnErrorDropsConnectionsOnceNothingIsUnderWay) {
     server.on("/broken", {closeAtOnce()});
     Exchange slow(session, requestFor(server.url() + "/slow"));
     puppet.waitForRequest();
-    EXPECT_TRUE(fetch(session, server.url() + "/broken").error);
+    EXPECT_TRUE(fetch(session, server.url() + "/broken").error());
     puppet.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
-    EXPECT_FALSE(slow.result().error);
+    EXPECT_FALSE(slow.result().error());
     const auto before = server.connectionCount();
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
     EXPECT_EQ(server.connectionCount(), before + 1);
 }
 
@@ -117,7 +118,7 @@ TEST_F(HttpSessionTest, SeveralRequestsAreUnderWayAtOnce) {
     }
     for (std::size_t i = puppets.size(); i-- > 0;) {
         puppets[i].send("HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n" + std::to_string(i));
-        EXPECT_THAT(exchanges[i].result().response.value().body, Optional(std::to_string(i)));
+        EXPECT_THAT(exchanges[i].result().response().value().body, Optional(std::to_string(i)));
         EXPECT_TRUE(i == 0 || !exchanges[i - 1].isComplete());
     }
 }
@@ -128,7 +129,7 @@ TEST_F(HttpSessionTest, RequestsMayBeSentFromManyThreads) {
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {
             for (int round = 0; round < 20; ++round) {
-                EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+                EXPECT_FALSE(fetch(session, server.url() + "/p").error());
             }
         });
     }
@@ -159,7 +160,7 @@ TEST_F(HttpSessionTest, SendReturnsAtOnce) {
     puppet.waitForRequest();
     EXPECT_FALSE(exchange.isComplete());
     puppet.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
-    EXPECT_FALSE(exchange.result().error);
+    EXPECT_FALSE(exchange.result().error());
 }
 
 TEST_F(HttpSessionTest, ItsEndCompletesWhatIsUnderWayWithAnError) {
@@ -173,9 +174,9 @@ TEST_F(HttpSessionTest, ItsEndCompletesWhatIsUnderWayWithAnError) {
     EXPECT_EQ(silent.completions(), 1);
     EXPECT_EQ(half.completions(), 1);
     const auto result = silent.result();
-    EXPECT_THAT(result.error, Optional("cancelled"s));
-    EXPECT_FALSE(result.response);
-    EXPECT_THAT(half.result().error, Optional("cancelled"s));
+    EXPECT_THAT(result.error(), Optional("cancelled"s));
+    EXPECT_FALSE(result.response());
+    EXPECT_THAT(half.result().error(), Optional("cancelled"s));
 }
 
 TEST_F(HttpSessionTest, ItsEndCompletesWhatHasNotEvenStarted) {
@@ -195,25 +196,25 @@ TEST_F(HttpSessionTest, ItsEndCompletesWhatHasNotEvenStarted) {
 TEST_F(HttpSessionTest, SessionsDoNotShareConnections) {
     HttpSession one(limits);
     HttpSession other(limits);
-    EXPECT_FALSE(fetch(one, server.url() + "/p").error);
-    EXPECT_FALSE(fetch(other, server.url() + "/p").error);
+    EXPECT_FALSE(fetch(one, server.url() + "/p").error());
+    EXPECT_FALSE(fetch(other, server.url() + "/p").error());
     EXPECT_EQ(server.connectionCount(), 2U);
 }
 
 TEST_F(HttpSessionTest, EndingAFloodLeavesAnIdleSessionItsConnection) {
     HttpSession session(limits);
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
-    virtual_clock::advance(2 * HttpSession::grace);
-    session.endFlood();
-    EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
+    virtual_clock::advance(2 * HttpSessionInternals::grace);
+    HttpSessionInternals::endFlood(session);
+    EXPECT_FALSE(fetch(session, server.url() + "/p").error());
     EXPECT_EQ(server.connectionCount(), 1U);
 }
 
 TEST_F(HttpSessionTest, TheSharedSessionIsAlwaysTheSame) {
     HttpSession& shared = HttpSession::shared();
     EXPECT_EQ(&shared, &HttpSession::shared());
-    EXPECT_FALSE(fetch(shared, server.url() + "/p").error);
-    EXPECT_FALSE(fetch(HttpSession::shared(), server.url() + "/p").error);
+    EXPECT_FALSE(fetch(shared, server.url() + "/p").error());
+    EXPECT_FALSE(fetch(HttpSession::shared(), server.url() + "/p").error());
     EXPECT_EQ(server.connectionCount(), 1U);
 }
 
@@ -258,7 +259,7 @@ TEST_F(HttpSessionTest, ADeadPeerIsNoticedWithinAMinute) {
 TEST_F(HttpSessionTest, AFinishedSessionLeavesNoSocket) {
     {
         HttpSession session(limits);
-        EXPECT_FALSE(fetch(session, server.url() + "/p").error);
+        EXPECT_FALSE(fetch(session, server.url() + "/p").error());
         EXPECT_EQ(socketsTo(server.port()).size(), 1U);
     }
     EXPECT_EQ(socketsTo(server.port()).size(), 0U);

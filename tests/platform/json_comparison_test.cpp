@@ -1,6 +1,6 @@
 #include "platform/json/json_comparison.h"
 
-#include "platform/json/json.h"
+#include "platform/json/json_reader.h"
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -41,7 +41,7 @@ void expectAll(const std::vector<json::ExpectedMember>& expected, const std::vec
 }
 
 TEST(JsonComparisonTest, AListIsComparedTextByText) {
-    const TextList list{"p", "", "long text"};
+    const StringList list{"p", "", "long text"};
     expectAll({{"a", &list}}, {
                                   {R"({"a":["p","","long text"]})", true},
                                   {R"({"a":["\u0070","","long\u0020text"]})", true},
@@ -72,7 +72,7 @@ TEST(JsonComparisonTest, AListIsComparedTextByText) {
 }
 
 TEST(JsonComparisonTest, AnEmptyListHasToBeThere) {
-    const TextList none;
+    const StringList none;
     expectAll({{"a", &none}}, {{R"({"a":[]})", true}, {"{}", false}, {R"({"a":["x"]})", false}});
 }
 

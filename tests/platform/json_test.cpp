@@ -1,4 +1,5 @@
-#include "platform/json/json.h"
+#include "platform/json/json_reader.h"
+#include "platform/json/json_writer.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -29,7 +30,8 @@ std::optional<std::string> stringAtA(const std::string& text) {
 }
 
 /// The list of texts at `path` as one that the matchers know.
-std::optional<std::vector<std::string>> stringsAt(json::Members members, std::string_view path) {
+std::optional<std::vector<std::string>> stringsAt(json::PickedMembers members,
+                                                  std::string_view path) {
     const auto list = members.takeStrings(path);
     if (!list) {
         return std::nullopt;
@@ -497,7 +499,7 @@ TEST(JsonMembersTest, NothingAskedForIsFineToo) {
 // --- Writing
 
 std::string written(std::string_view value) {
-    const json::Member member{"k", value};
+    const json::Field member{"k", value};
     return json::writeObject({&member, 1});
 }
 
@@ -506,8 +508,8 @@ TEST(JsonWritingTest, NoMembersMakeAnEmptyObject) {
 }
 
 TEST(JsonWritingTest, CompactWithSortedKeys) {
-    const TextList list{"p", "q"};
-    const json::Member members[] = {
+    const StringList list{"p", "q"};
+    const json::Field members[] = {
         {"list", &list},         {"b", true},  {"a_b", std::string_view("x")},
         {"a", std::int64_t{-7}}, {"Z", false}, {"ab", std::string_view("")},
     };
@@ -516,15 +518,15 @@ TEST(JsonWritingTest, CompactWithSortedKeys) {
 }
 
 TEST(JsonWritingTest, AnEmptyListStaysAList) {
-    const TextList list;
-    const json::Member member{"k", &list};
+    const StringList list;
+    const json::Field member{"k", &list};
     EXPECT_EQ(json::writeObject({&member, 1}), R"({"k":[]})");
 }
 
 TEST(JsonWritingTest, TheWholeRangeOfIntegers) {
-    const json::Member members[] = {{"a", std::numeric_limits<std::int64_t>::min()},
-                                    {"b", std::numeric_limits<std::int64_t>::max()},
-                                    {"c", std::int64_t{0}}};
+    const json::Field members[] = {{"a", std::numeric_limits<std::int64_t>::min()},
+                                   {"b", std::numeric_limits<std::int64_t>::max()},
+                                   {"c", std::int64_t{0}}};
     EXPECT_EQ(json::writeObject(members),
               R"({"a":-9223372036854775808,"b":9223372036854775807,"c":0})");
 }
@@ -558,14 +560,14 @@ TEST(JsonWritingTest, MalformedUtf8IsRepaired) {
     EXPECT_EQ(written("a\xFFz"), "{\"k\":\"a\uFFFDz\"}");
     EXPECT_EQ(written("caf\xE9"), "{\"k\":\"caf\uFFFD\"}");
     EXPECT_EQ(written("\xE2\x82"), "{\"k\":\"\uFFFD\"}");
-    const TextList list{"\x80"};
-    const json::Member member{"k", &list};
+    const StringList list{"\x80"};
+    const json::Field member{"k", &list};
     EXPECT_EQ(json::writeObject({&member, 1}), "{\"k\":[\"\uFFFD\"]}");
 }
 
 TEST(JsonWritingTest, SlashesInListsAndKeysAreEscapedToo) {
-    const TextList list{"/"};
-    const json::Member member{"a/b", &list};
+    const StringList list{"/"};
+    const json::Field member{"a/b", &list};
     EXPECT_EQ(json::writeObject({&member, 1}), R"({"a\/b":["\/"]})");
 }
 
@@ -575,8 +577,8 @@ TEST(JsonWritingTest, WhatIsWrittenIsReadBack) {
         every += static_cast<char>(byte);
     }
     every += "\u00E9\u2028\uFFFD\U0001F600";
-    const TextList list{"", every, "/"};
-    const json::Member members[] = {
+    const StringList list{"", every, "/"};
+    const json::Field members[] = {
         {"text", std::string_view(every)}, {"list", &list}, {"no", false}};
     auto read = json::readObject(json::writeObject(members), {"text", "list", "no"});
     ASSERT_TRUE(read);

@@ -47,7 +47,7 @@ class MachineSleepTest : public HttpTest {
         Exchange exchange(session, requestFor(server.url() + "/p"));
         EXPECT_TRUE(server.waitForRequests(1));
         virtual_clock::advance(limits.inactivity + 1s);
-        return exchange.result().error;
+        return exchange.result().error();
     }
 
     ScriptedServer server;

@@ -46,10 +46,10 @@ TEST_F(NameLookupTest, ANewConnectionGoesWhereTheNameLeadsNow) {
     server.on("/p", {sendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"), answer(200)});
     HttpSession session(limits);
     const std::string url = "http://server.test:" + std::to_string(server.port()) + "/p";
-    EXPECT_FALSE(fetch(session, url).error);
+    EXPECT_FALSE(fetch(session, url).error());
     const int once = lookups;  // newer libraries ask for each family of addresses by itself
     hasMoved = true;
-    EXPECT_THAT(fetch(session, url).error, Optional("Could not connect to the server."s));
+    EXPECT_THAT(fetch(session, url).error(), Optional("Could not connect to the server."s));
     EXPECT_EQ(lookups, 2 * once);
 }
 
@@ -73,7 +73,7 @@ TEST_F(NameLookupTest, ANameServerThatHangsDoesNotHoldUpTheEndOfTheExchange) {
         Exchange exchange(session, requestFor("http://server.test:1/p"));
         asked.wait();
         virtual_clock::advance(limits.inactivity);
-        EXPECT_THAT(exchange.result().error, Optional("The request timed out."s));
+        EXPECT_THAT(exchange.result().error(), Optional("The request timed out."s));
     }
     release.signal();
     answered.wait();

@@ -125,7 +125,7 @@ TEST_F(OtherNetworkTest, ARequestFromAnAddressThatIsGoneIsSentAgain) {
     hasAddress = false;
     tell(RTM_DELADDR);
     advance(1s);
-    EXPECT_THAT(exchange->result().response.value().body, Optional("second"s));
+    EXPECT_THAT(exchange->result().response().value().body, Optional("second"s));
     EXPECT_THAT(server.requests(), SizeIs(2));
 }
 
@@ -140,7 +140,7 @@ TEST_F(OtherNetworkTest, ButNotAThirdTime) {
         tell(RTM_DELADDR);
         advance(1s);
     }
-    EXPECT_THAT(lost.result().error, Optional("The network connection was lost."s));
+    EXPECT_THAT(lost.result().error(), Optional("The network connection was lost."s));
     EXPECT_THAT(server.requests(), SizeIs(2));
 }
 
@@ -169,7 +169,7 @@ TEST_F(OtherNetworkTest, UntilThereIsAWayToTheServerNothingIsDone) {
     EXPECT_THAT(server.requests(), SizeIs(1));
     hasRoute = true;
     advance(1s);
-    EXPECT_EQ(exchange->result().error, std::nullopt);
+    EXPECT_EQ(exchange->result().error(), std::nullopt);
 }
 
 TEST_F(OtherNetworkTest, WhatIsConnectingIsLeftAlone) {
@@ -211,7 +211,7 @@ TEST_F(OtherNetworkTest, WithoutWordOfChangesARequestIsHeldAllTheSame) {
         const NetworkChanges changes;
         EXPECT_EQ(changes.descriptor(), -1) << refused.first << refused.second;
         HttpSession unaware(limits);
-        EXPECT_EQ(fetch(unaware, server.url() + "/p").response.value().status, 404);
+        EXPECT_EQ(fetch(unaware, server.url() + "/p").response().value().status, 404);
     }
 }
 

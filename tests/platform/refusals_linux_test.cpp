@@ -203,9 +203,9 @@ TEST_F(ThreadRefusalTest, WithoutAThreadTheExchangeFailsAndTheNextOneTriesAgain)
         Exchange exchange(session, requestFor(nobodyListens));
         ASSERT_TRUE(exchange.isComplete());
         EXPECT_EQ(exchange.thread(), std::this_thread::get_id());
-        EXPECT_THAT(exchange.result().error, Optional(std::string("Failed initialization")));
+        EXPECT_THAT(exchange.result().error(), Optional(std::string("Failed initialization")));
     }
-    EXPECT_THAT(fetch(session, nobodyListens).error,
+    EXPECT_THAT(fetch(session, nobodyListens).error(),
                 Optional(std::string("Could not connect to the server.")));
 }
 

@@ -36,7 +36,7 @@ class TlsBundleTest : public TlsTest {
                 }
             }
             const ScriptedServer server(ca.issueForLoopback());
-            return ask(server).error.value_or("yes");
+            return ask(server).error().value_or("yes");
         });
     }
 };

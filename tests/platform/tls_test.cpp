@@ -26,27 +26,27 @@ TEST_F(TlsTest, AServerWithATrustedCertificateGetsTheRequest) {
     ScriptedServer server(ca.issueForLoopback());
     server.on("/p", {answer(200, "secret")});
     const auto result = ask(server);
-    EXPECT_FALSE(result.error) << *result.error;
-    EXPECT_THAT(result.response.value().body, Optional("secret"s));
+    EXPECT_FALSE(result.error()) << *result.error();
+    EXPECT_THAT(result.response().value().body, Optional("secret"s));
     EXPECT_THAT(server.requests().at(0).header("X-Orv-Key"), Optional("key-1"s));
 }
 
 TEST_F(TlsTest, AnAddressIsCheckedLikeAName) {
     const ScriptedServer server(ca.issueForLoopback());
     const auto result = fetch(session, "https://127.0.0.1:" + std::to_string(server.port()) + "/p");
-    EXPECT_FALSE(result.error) << *result.error;
+    EXPECT_FALSE(result.error()) << *result.error();
 
     const ScriptedServer nameOnly(ca.issue("DNS:localhost"));
     const auto refused =
         fetch(session, "https://127.0.0.1:" + std::to_string(nameOnly.port()) + "/p");
-    EXPECT_THAT(refused.error, Optional(StartsWith(invalidCertificate("127.0.0.1"))));
+    EXPECT_THAT(refused.error(), Optional(StartsWith(invalidCertificate("127.0.0.1"))));
     EXPECT_THAT(nameOnly.requests(), IsEmpty());
 }
 
 TEST_F(TlsTest, ConnectionsAreReusedAsWithoutTls) {
     const ScriptedServer server(ca.issueForLoopback());
-    EXPECT_FALSE(ask(server).error);
-    EXPECT_FALSE(ask(server).error);
+    EXPECT_FALSE(ask(server).error());
+    EXPECT_FALSE(ask(server).error());
     EXPECT_EQ(server.connectionCount(), 1U);
 }
 
@@ -59,8 +59,9 @@ TEST_F(TlsTest, AServerThatRequiresAClientCertificateIsNamed) {
     auto identity = ca.issueForLoopback();
     identity.wantsClientCertificate = true;
     const ScriptedServer server(identity);
-    EXPECT_THAT(ask(server).error, Optional("The server requires a client certificate, and none is "
-                                            "ever sent (TLS alert 116)."s));
+    EXPECT_THAT(ask(server).error(),
+                Optional("The server requires a client certificate, and none is "
+                         "ever sent (TLS alert 116)."s));
     EXPECT_THAT(server.requests(), IsEmpty());
 }
 
@@ -91,7 +92,7 @@ TEST_F(TlsTest, TheCheckIsRepeatedForEveryRequest) {
     const TestCa other;
     const ScriptedServer server(other.issueForLoopback());
     for (int i = 0; i < 3; ++i) {
-        EXPECT_THAT(ask(server).error, Optional(StartsWith(invalidCertificate("localhost"))));
+        EXPECT_THAT(ask(server).error(), Optional(StartsWith(invalidCertificate("localhost"))));
     }
     EXPECT_THAT(server.requests(), IsEmpty());
 }
@@ -99,9 +100,9 @@ TEST_F(TlsTest, TheCheckIsRepeatedForEveryRequest) {
 TEST_F(TlsTest, ATrustStoreThatIsFilledAfterAnErrorCounts) {
     std::filesystem::remove_all(paths::certificateDirectory());
     const ScriptedServer server(ca.issueForLoopback());
-    EXPECT_TRUE(ask(server).error);
+    EXPECT_TRUE(ask(server).error());
     ca.trustIn(paths::certificateDirectory());
-    EXPECT_FALSE(ask(server).error);
+    EXPECT_FALSE(ask(server).error());
 }
 
 TEST_F(TlsTest, TheTrustStoreIsSearchedToItsEnd) {
@@ -109,7 +110,7 @@ TEST_F(TlsTest, TheTrustStoreIsSearchedToItsEnd) {
         writeFile(paths::certificateDirectory() / ("a" + std::to_string(i) + ".pem"), "");
     }
     const ScriptedServer server(ca.issueForLoopback());
-    EXPECT_FALSE(ask(server).error);
+    EXPECT_FALSE(ask(server).error());
 }
 
 TEST_F(TlsTest, AMissingTrustStoreTrustsNoUnknownAuthority) {
@@ -124,7 +125,7 @@ TEST_F(TlsTest, Tls12IsSpoken) {
     identity.highestVersion = tls12;
     const ScriptedServer server(identity);
     const auto result = ask(server);
-    EXPECT_FALSE(result.error) << *result.error;
+    EXPECT_FALSE(result.error()) << *result.error();
 }
 
 TEST_F(TlsTest, NothingOlderIsSpokenWhateverTheLibrarysConfigurationAllows) {
@@ -139,8 +140,8 @@ TEST_F(TlsTest, NothingOlderIsSpokenWhateverTheLibrarysConfigurationAllows) {
     const ScriptedServer server(identity);
     const auto result = ask(server);
     ::unsetenv("OPENSSL_CONF");
-    EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional(StartsWith(noSecureConnection)));
+    EXPECT_FALSE(result.response());
+    EXPECT_THAT(result.error(), Optional(StartsWith(noSecureConnection)));
     EXPECT_THAT(server.requests(), IsEmpty());
 }
 
@@ -155,8 +156,8 @@ TEST_F(TlsTest, AServerThatSpeaksNoTlsLearnsNothing) {
     const auto result =
         fetch(session, requestFor("https://localhost:" + std::to_string(server.port()) + "/p",
                                   {{"X-Orv-Key", "key-1"}}));
-    EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional(StartsWith(noSecureConnection)));
+    EXPECT_FALSE(result.response());
+    EXPECT_THAT(result.error(), Optional(StartsWith(noSecureConnection)));
     EXPECT_EQ(heard.find("key-1"), std::string::npos);
 }
 
@@ -164,17 +165,17 @@ TEST_F(TlsTest, AConnectionLostInTheHandshakeIsAnSslError) {
     ScriptedServer server(ca.issueForLoopback());
     server.onConnect(closeAtOnce());
     const auto result = ask(server);
-    EXPECT_FALSE(result.response);
-    EXPECT_THAT(result.error, Optional(StartsWith(noSecureConnection)));
+    EXPECT_FALSE(result.response());
+    EXPECT_THAT(result.error(), Optional(StartsWith(noSecureConnection)));
 }
 
 TEST_F(TlsTest, AConnectionLostWithinTheBodyKeepsTheStatusOnly) {
     ScriptedServer server(ca.issueForLoopback());
     server.on("/p", {sendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\nhalf")});
     const auto result = ask(server);
-    EXPECT_EQ(result.response.value().status, 200);
-    EXPECT_EQ(result.response.value().body, std::nullopt);
-    EXPECT_THAT(result.error, Optional("The network connection was lost."s));
+    EXPECT_EQ(result.response().value().status, 200);
+    EXPECT_EQ(result.response().value().body, std::nullopt);
+    EXPECT_THAT(result.error(), Optional("The network connection was lost."s));
 }
 
 }  // namespace

@@ -35,8 +35,8 @@ class TlsTest : public HttpTest {
     void expectUntrusted(const TlsIdentity& identity) {
         const ScriptedServer server(identity);
         const auto result = ask(server);
-        EXPECT_FALSE(result.response);
-        EXPECT_THAT(result.error,
+        EXPECT_FALSE(result.response());
+        EXPECT_THAT(result.error(),
                     ::testing::Optional(::testing::StartsWith(invalidCertificate("localhost"))));
         EXPECT_THAT(server.requests(), ::testing::IsEmpty());
     }

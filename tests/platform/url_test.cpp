@@ -16,8 +16,11 @@ using namespace std::string_literals;
 
 constexpr const char* joinedPath = "/api/v1/x/";
 
-std::optional<Url> joined(const std::string& base) {
-    return Url::parse(joinedToApiBase(base, joinedPath));
+/// The URL of a path below `base`, whose slashes at both ends do not count.
+std::optional<Url> joined(std::string base) {
+    base.erase(0, base.find_first_not_of('/'));
+    base.erase(base.find_last_not_of('/') + 1);
+    return Url::parse(base + joinedPath);
 }
 
 Url parsed(std::string_view text) {
@@ -180,32 +183,6 @@ TEST(UrlTest, TheHostIsWhatStandsBetweenUserInfoAndPort) {
     };
     for (const auto& row : table) {
         EXPECT_EQ(parsed(row.text).host(), row.host) << row.text;
-    }
-}
-
-// --- Joining
-
-TEST(JoinedToApiBaseTest, SlashesAtBothEndsOfTheBaseAreDropped) {
-    const struct {
-        const char* base;
-        const char* text;
-    } table[] = {
-        {"https://h", "https://h/p/"},
-        {"https://h/", "https://h/p/"},
-        {"https://h///", "https://h/p/"},
-        {"///https://h", "https://h/p/"},
-        {"/https://h/", "https://h/p/"},
-        {"https://h/a//b/", "https://h/a//b/p/"},
-        {"", "/p/"},
-        {"/", "/p/"},
-        {"///", "/p/"},
-        {"https://", "https:/p/"},
-        {" https://h ", " https://h /p/"},
-        {"https://h/?", "https://h/?/p/"},
-        {"https://h\\", "https://h\\/p/"},
-    };
-    for (const auto& row : table) {
-        EXPECT_EQ(joinedToApiBase(row.base, "/p/"), row.text) << row.base;
     }
 }
 

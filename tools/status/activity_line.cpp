@@ -1,8 +1,9 @@
 #include "status/activity_line.h"
 
-#include "daemon/poll_request.h"
-#include "guard/effective_config.h"
-#include "platform/json/json.h"
+#include "control_plane/api.h"
+#include "control_plane/effective_config.h"
+#include "control_plane/poll_request.h"
+#include "platform/json/json_reader.h"
 
 #include <algorithm>
 #include <charconv>
@@ -56,8 +57,8 @@ std::optional<Exchange> parseActivityLine(std::string_view line) {
     if (!endedAt || !status || !url) {
         return std::nullopt;
     }
-    const bool isPoll = url->find(pollEndpoint) != std::string::npos;
-    if (!isPoll && url->find(guard::effectiveEndpoint) == std::string::npos) {
+    const bool isPoll = url->find(api::guardConfig) != std::string::npos;
+    if (!isPoll && url->find(api::effectiveConfig) == std::string::npos) {
         return std::nullopt;
     }
     return Exchange{*endedAt,

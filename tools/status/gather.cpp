@@ -3,7 +3,7 @@
 #include "guard/capture_policy.h"
 #include "platform/files/file_status.h"
 #include "platform/files/files.h"
-#include "platform/json/json.h"
+#include "platform/json/json_reader.h"
 #include "platform/machine/accounts.h"
 #include "platform/machine/clock.h"
 #include "platform/machine/paths.h"

@@ -1,6 +1,6 @@
 #include "status/history.h"
 
-#include "daemon/poll_request.h"
+#include "control_plane/poll_request.h"
 #include "platform/files/files.h"
 #include "status/lines_backward.h"
 

@@ -1,6 +1,6 @@
 #include "status/json_report.h"
 
-#include "platform/json/json.h"
+#include "platform/json/json_writer.h"
 #include "platform/text/timestamp.h"
 #include "status/words.h"
 
@@ -34,7 +34,7 @@ class Members {
 
   private:
     std::deque<std::string> texts_;
-    std::vector<json::Member> members_;
+    std::vector<json::Field> members_;
 };
 
 std::string_view nameOf(CaptureState state) {

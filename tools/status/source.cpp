@@ -2,7 +2,8 @@
 
 #include "config/device_identity.h"
 #include "config/orvane_config.h"
-#include "daemon/poll_request.h"
+#include "control_plane/api.h"
+#include "control_plane/poll_request.h"
 #include "status/words.h"
 
 namespace orvane::status {
@@ -21,18 +22,25 @@ std::optional<std::string> pollUrl(const Profile& profile) {
 std::optional<Profile> inferredDevice(const std::optional<Exchange>& lastPoll,
                                       const std::optional<Profile>& withoutDevice) {
     const auto enrollment = DeviceIdentity::storedEnrollment();
-    if (!enrollment || !DeviceIdentity::requestFor(*enrollment, "")) {
+    if (!enrollment || !agentConfigRequest(*enrollment, "")) {
         return std::nullopt;
     }
     if (!lastPoll) {
-        return Profile{"device", enrollment->apiUrl, "", std::nullopt, std::nullopt};
+        return Profile{.name = "device",
+                       .apiUrl = enrollment->apiUrl,
+                       .apiKey = "",
+                       .agentSlug = std::nullopt,
+                       .tenant = std::nullopt};
     }
     // The control plane did not know the device, or ORVANE_API_KEY is set.
     if (withoutDevice && pollUrl(*withoutDevice) == lastPoll->url) {
         return std::nullopt;
     }
-    return Profile{"device", lastPoll->url.substr(0, lastPoll->url.find(pollEndpoint)), "",
-                   std::nullopt, std::nullopt};
+    return Profile{.name = "device",
+                   .apiUrl = lastPoll->url.substr(0, lastPoll->url.find(api::guardConfig)),
+                   .apiKey = "",
+                   .agentSlug = std::nullopt,
+                   .tenant = std::nullopt};
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 #include "status/verdict.h"
 
-#include "daemon/poll_request.h"
+#include "control_plane/poll_request.h"
 #include "status/service.h"
 #include "status/words.h"
 

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace orvane {
@@ -36,10 +37,28 @@ struct HttpResponse {
     std::optional<std::string> body;
 };
 
-/// How an exchange ended: a response, or an error, or both when it broke off behind the header.
-struct HttpResult {
-    std::optional<HttpResponse> response;
-    std::optional<std::string> error;  ///< for people
+/// How an exchange ended: with a response, or with an error, or with both if the transfer failed
+/// after the response header.
+class HttpResult {
+  public:
+    /// A complete response.
+    explicit HttpResult(HttpResponse response) : response_(std::move(response)) {}
+
+    /// A failure with its reason in English, and what had arrived of the response, if anything.
+    HttpResult(std::string error, std::optional<HttpResponse> partial)
+        : response_(std::move(partial)), error_(std::move(error)) {}
+
+    [[nodiscard]] const std::optional<HttpResponse>& response() const { return response_; }
+    [[nodiscard]] const std::optional<std::string>& error() const { return error_; }
+
+    /// Moves the response out; its body may be large.
+    [[nodiscard]] std::optional<HttpResponse> takeResponse() {
+        return std::exchange(response_, std::nullopt);
+    }
+
+  private:
+    std::optional<HttpResponse> response_;
+    std::optional<std::string> error_;
 };
 
 using HttpCompletion = std::function<void(HttpResult)>;
@@ -83,10 +102,6 @@ class HttpSession {
     /// The longest value of a request header. Libraries have limits of their own, beyond which they
     /// leave the header out, send nothing, or say that memory is short.
     static constexpr std::size_t headerValueLimit = 65'536;
-    /// How long one call of the library may keep the session's thread before `endFlood` cuts the
-    /// connections, and how much later than the limits a completion may be called.
-    static constexpr std::chrono::seconds grace{5};
-
     explicit HttpSession(HttpLimits limits);
     HttpSession(const HttpSession&) = delete;
     HttpSession& operator=(const HttpSession&) = delete;
@@ -102,20 +117,21 @@ class HttpSession {
     /// `headerValueLimit`. May be called from any thread but not from a completion.
     void send(HttpRequest request, HttpCompletion completion);
 
-    /// How long after `send` a completion has been called at the latest, but for a flood and for a
-    /// request that is sent once more, which may take as long again.
-    [[nodiscard]] std::chrono::milliseconds completionLimit() const;
+    /// Sends `request` and blocks the calling thread until the exchange has ended. The limits end
+    /// it, also against a server that keeps libcurl busy; a request that is sent once more may take
+    /// twice as long. Not to be called from a completion.
+    [[nodiscard]] HttpResult perform(HttpRequest request);
 
-    /// For the caller whose wait has timed out. A server that floods with HTTP/2 frames that carry
-    /// nothing keeps the library from returning, and this session's thread from looking at the
-    /// clock. If that has lasted for `grace`, all connections are cut off: what is overdue ends as
-    /// timed out, the rest as lost. May be called from any thread.
-    void endFlood();
+    /// As `perform`, but stops waiting after `limit`: absent then, and a result that arrives later
+    /// is dropped.
+    [[nodiscard]] std::optional<HttpResult> performWithin(HttpRequest request,
+                                                          std::chrono::milliseconds limit);
 
     /// The process-wide session for requests that bring their own limit. Never destroyed.
     static HttpSession& shared();
 
   private:
+    friend struct HttpSessionInternals;  // for tests
     class Worker;
     std::unique_ptr<Worker> worker_;
 };

@@ -107,17 +107,15 @@ void Transfer::startLimits() {
 }
 
 void Transfer::complete(CURLcode code, const char* ownError) {
-    HttpResult result;
-    if (code != CURLE_OK) {
-        result.error = ownError != nullptr ? ownError : errorText(code);
+    if (code == CURLE_OK) {
+        completion_(HttpResult(HttpResponse{.status = status_, .body = std::move(body_)}));
+        return;
     }
+    std::optional<HttpResponse> partial;
     if (headerComplete_) {
-        result.response = HttpResponse{status_, std::nullopt};
-        if (!result.error) {
-            result.response->body = std::move(body_);
-        }
+        partial = HttpResponse{.status = status_, .body = std::nullopt};
     }
-    completion_(std::move(result));
+    completion_(HttpResult(ownError != nullptr ? ownError : errorText(code), std::move(partial)));
 }
 
 milliseconds Transfer::longestConnecting() const {

@@ -49,10 +49,6 @@ class Url {
     std::optional<std::string> fragment_;
 };
 
-/// The URL text for `absolutePath` on the API at `apiUrl`: every leading and trailing "/" of the
-/// base removed, then the path, which starts with "/".
-std::string joinedToApiBase(std::string_view apiUrl, std::string_view absolutePath);
-
 /// Whether `host` is this very machine in any spelling that the system takes: localhost and names
 /// below it, ip6-localhost and ip6-loopback, each with or without a final dot, 127.0.0.0/8, ::1,
 /// and the unspecified addresses, which lead here too. IPv4 addresses count as inet_aton(3) reads

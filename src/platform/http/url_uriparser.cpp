@@ -141,10 +141,6 @@ bool Url::isFetchable() const {
     return (scheme_ == "http" || scheme_ == "https") && !host_.empty();
 }
 
-std::string joinedToApiBase(std::string_view apiUrl, std::string_view absolutePath) {
-    return std::string(text::trimmed(apiUrl, '/')).append(absolutePath);
-}
-
 bool isLoopbackHost(std::string_view host) {
     std::string name = lowerCase(host);
     if (name.ends_with('.')) {

@@ -44,7 +44,7 @@ void HttpSession::Worker::send(HttpRequest request, HttpCompletion completion) {
 }
 
 void HttpSession::Worker::endFlood() {
-    if (clock::monotonicNow() - busySince_.load() >= HttpSession::grace) {
+    if (clock::monotonicNow() - busySince_.load() >= grace) {
         openSockets_.shutDown();
     }
 }

@@ -24,16 +24,28 @@ namespace orvane {
 /// What a session does; its operations are those of HttpSession.
 class HttpSession::Worker {
   public:
+    /// How long one call into libcurl may keep the worker's thread before `endFlood` cuts the
+    /// connections, and how much later than the limits a completion may be called.
+    static constexpr std::chrono::seconds grace{5};
+
     explicit Worker(HttpLimits limits) : limits_(limits) {}
     Worker(const Worker&) = delete;
     Worker& operator=(const Worker&) = delete;
     ~Worker();
 
     void send(HttpRequest request, HttpCompletion completion);
-    void endFlood();
+
+    /// How long after `send` a completion has been called at the latest, unless a flood keeps
+    /// libcurl busy or the request is sent once more, which may take as long again.
     [[nodiscard]] std::chrono::milliseconds completionLimit() const {
         return limits_.total + grace;
     }
+
+    /// Call this when a completion is overdue. A server that floods with HTTP/2 frames that carry
+    /// nothing keeps libcurl from returning, and this thread from looking at the clock. If that has
+    /// lasted for `grace`, all connections are cut off: overdue exchanges end as timed out, the
+    /// others as lost. May be called from any thread.
+    void endFlood();
 
   private:
     /// Later than any time.

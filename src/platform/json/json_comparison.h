@@ -1,7 +1,7 @@
 // Comparing a JSON object with what it should say, without holding it in memory.
 #pragma once
 
-#include "platform/text/text_list.h"
+#include "platform/text/string_list.h"
 
 #include <cstddef>
 #include <memory>
@@ -15,7 +15,7 @@ namespace orvane::json {
 /// an array of just these strings, in order.
 struct ExpectedMember {
     std::string_view key;
-    std::variant<bool, const TextList*> value;
+    std::variant<bool, const StringList*> value;
     /// Whether a boolean that is missing or of another type counts as false.
     bool defaultsToFalse = false;
 };

@@ -1,7 +1,7 @@
 #include "platform/json/json_comparison.h"
 
-#include "platform/json/json.h"
 #include "platform/json/json_events_boost.h"
+#include "platform/json/json_reader.h"
 #include "platform/text/text.h"
 
 #include <algorithm>
@@ -37,7 +37,7 @@ class Comparer : public ParserEvents {
     }
     bool on_object_end(std::size_t /*count*/, error_code& /*error*/) { return leave(); }
     bool on_array_begin(error_code& error) {
-        const TextList* const list = current_ == nullptr ? nullptr : listOf(*current_);
+        const StringList* const list = current_ == nullptr ? nullptr : listOf(*current_);
         const bool isExpected = depth_ > 0 && (list != nullptr || takeOther());
         if (list != nullptr) {
             std::exchange(current_, nullptr)->isSeen = true;
@@ -116,8 +116,8 @@ class Comparer : public ParserEvents {
         return expected.defaultsToFalse && expected.value == decltype(expected.value)(false);
     }
 
-    static const TextList* listOf(const Member& member) {
-        const auto* const list = std::get_if<const TextList*>(&member.expected.value);
+    static const StringList* listOf(const Member& member) {
+        const auto* const list = std::get_if<const StringList*>(&member.expected.value);
         return list == nullptr ? nullptr : *list;
     }
 
@@ -162,7 +162,7 @@ class Comparer : public ParserEvents {
     std::size_t depth_ = 0;      ///< how many containers are open
     std::string key_;            ///< its beginning, until it has ended
     Member* current_ = nullptr;  ///< the member that the next value belongs to
-    const TextList* list_ =
+    const StringList* list_ =
         nullptr;              ///< what the array that is open is compared with; holds texts only
     std::size_t index_ = 0;   ///< of the text that comes next
     std::size_t offset_ = 0;  ///< how much of it has come

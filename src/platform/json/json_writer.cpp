@@ -1,13 +1,9 @@
-#include "platform/json/json.h"
+#include "platform/json/json_writer.h"
+
 #include "platform/text/text.h"
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
-#include <span>
-#include <string>
-#include <string_view>
-#include <variant>
 #include <vector>
 
 namespace orvane::json {
@@ -51,7 +47,7 @@ void append(std::string& out, std::string_view value) {
     out += '"';
 }
 
-void append(std::string& out, const TextList* value) {
+void append(std::string& out, const StringList* value) {
     out += '[';
     for (std::size_t i = 0; i < value->size(); ++i) {
         if (i > 0) {
@@ -64,16 +60,16 @@ void append(std::string& out, const TextList* value) {
 
 }  // namespace
 
-std::string writeObject(std::span<const Member> members) {
-    std::vector<Member> sorted(members.begin(), members.end());
+std::string writeObject(std::span<const Field> fields) {
+    std::vector<Field> sorted(fields.begin(), fields.end());
     std::sort(sorted.begin(), sorted.end(),
-              [](const Member& a, const Member& b) { return a.key < b.key; });
+              [](const Field& a, const Field& b) { return a.key < b.key; });
     std::string out;
-    for (const Member& member : sorted) {
+    for (const Field& field : sorted) {
         out += out.empty() ? '{' : ',';
-        append(out, member.key);
+        append(out, field.key);
         out += ':';
-        std::visit([&](const auto& value) { append(out, value); }, member.value);
+        std::visit([&](const auto& value) { append(out, value); }, field.value);
     }
     out += out.empty() ? "{}" : "}";
     if (!text::isUtf8(out)) {

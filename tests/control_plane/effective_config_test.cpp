@@ -1,4 +1,4 @@
-#include "guard/effective_config.h"
+#include "control_plane/effective_config.h"
 
 #include <gmock/gmock.h>
 
@@ -16,14 +16,13 @@ using ::testing::ElementsAre;
 using ::testing::FieldsAre;
 using ::testing::Optional;
 
-using guard::EffectiveOutcome;
-
 constexpr const char* endpoint = "https://h/api/orvane/v1/guard/effective/";
 
 HttpRequest requestWith(const std::optional<std::string>& agentSlug, const std::string& uuid,
                         const std::string& apiUrl = "https://h") {
-    const auto url = guard::effectiveUrl(apiUrl);
-    return guard::effectiveRequest(url.value(), "key", agentSlug, uuid);
+    const auto url = effectiveUrl(apiUrl);
+    const Profile profile{"p", apiUrl, "key", agentSlug, "tenant"};
+    return effectiveRequest(url.value(), profile, uuid);
 }
 
 TEST(EffectiveUrlTest, TheEndpointStandsBehindTheBase) {
@@ -48,7 +47,7 @@ TEST(EffectiveUrlTest, TheEndpointStandsBehindTheBase) {
     };
     for (const auto& [apiUrl, url] : examples) {
         SCOPED_TRACE(apiUrl);
-        const auto parsed = guard::effectiveUrl(apiUrl);
+        const auto parsed = effectiveUrl(apiUrl);
         EXPECT_EQ(parsed ? parsed->text() : "(none)", url);
     }
 }
@@ -58,7 +57,7 @@ TEST(EffectiveUrlTest, ABaseThatIsNoUrlHasNoEndpoint) {
          {" https://h", "https://h ", "https://h x", "https://h:80a", "https://[::1",
           "https://h/%zz", "https://h/\u00e9", "ht!tp://h", "127.0.0.1:8080"}) {
         SCOPED_TRACE(apiUrl);
-        EXPECT_FALSE(guard::effectiveUrl(apiUrl).has_value());
+        EXPECT_FALSE(effectiveUrl(apiUrl).has_value());
     }
 }
 
@@ -100,8 +99,8 @@ TEST(EffectiveRequestTest, TheKeyIsTheOnlyHeader) {
 TEST(EffectiveRequestTest, TheKeyIsSentAsItStands) {
     for (const char* key : {"", " k ", "\u00fc", "a\nb"}) {
         SCOPED_TRACE(key);
-        const auto url = guard::effectiveUrl("https://h");
-        EXPECT_THAT(guard::effectiveRequest(url.value(), key, std::nullopt, "").headers,
+        const auto url = effectiveUrl("https://h");
+        EXPECT_THAT(effectiveRequest(url.value(), {"p", "", key, {}, {}}, "").headers,
                     ElementsAre(FieldsAre("X-Orv-Key", key)));
     }
 }
@@ -147,7 +146,7 @@ TEST(EffectiveOutcomeTest, Answers) {
     };
     for (const auto& [status, body, outcome] : examples) {
         SCOPED_TRACE(std::to_string(status) + " " + body.value_or("(no body)"));
-        EXPECT_EQ(guard::judgeEffective(status, body), outcome);
+        EXPECT_EQ(judgeEffective(status, body), outcome);
     }
 }
 

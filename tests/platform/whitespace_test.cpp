@@ -1,4 +1,4 @@
-#include "config/white_space.h"
+#include "platform/text/whitespace.h"
 
 #include <gmock/gmock.h>
 
@@ -75,55 +75,55 @@ std::string around(std::string_view character) {
     return std::string(character).append("x").append(character);
 }
 
-TEST(WhiteSpaceTest, BlanksGoFromBothEnds) {
+TEST(WhitespaceTest, BlanksGoFromBothEnds) {
     for (const auto& [name, bytes] : blanks) {
         SCOPED_TRACE(name);
-        EXPECT_EQ(withoutOuterBlanks(around(bytes)), "x");
-        EXPECT_EQ(withoutOuterBlanksAndBreaks(around(bytes)), "x");
+        EXPECT_EQ(text::withoutOuterSpaces(around(bytes)), "x");
+        EXPECT_EQ(text::withoutOuterWhitespace(around(bytes)), "x");
     }
 }
 
-TEST(WhiteSpaceTest, LineBreaksGoOnlyWhereTheyAreAskedFor) {
+TEST(WhitespaceTest, LineBreaksGoOnlyWhereTheyAreAskedFor) {
     for (const auto& [name, bytes] : lineBreaks) {
         SCOPED_TRACE(name);
         const std::string text = around(bytes);
-        EXPECT_EQ(withoutOuterBlanks(text), text);
-        EXPECT_EQ(withoutOuterBlanksAndBreaks(text), "x");
+        EXPECT_EQ(text::withoutOuterSpaces(text), text);
+        EXPECT_EQ(text::withoutOuterWhitespace(text), "x");
     }
 }
 
-TEST(WhiteSpaceTest, OtherCharactersStay) {
+TEST(WhitespaceTest, OtherCharactersStay) {
     for (const auto& [name, bytes] : neither) {
         SCOPED_TRACE(name);
         const std::string text = around(bytes);
-        EXPECT_EQ(withoutOuterBlanks(text), text);
-        EXPECT_EQ(withoutOuterBlanksAndBreaks(text), text);
+        EXPECT_EQ(text::withoutOuterSpaces(text), text);
+        EXPECT_EQ(text::withoutOuterWhitespace(text), text);
     }
 }
 
-TEST(WhiteSpaceTest, WhatStandsInsideStays) {
+TEST(WhitespaceTest, WhatStandsInsideStays) {
     const std::string_view text = "a \t\xC2\xA0\n\r b";
-    EXPECT_EQ(withoutOuterBlanks(text), text);
-    EXPECT_EQ(withoutOuterBlanksAndBreaks(text), text);
+    EXPECT_EQ(text::withoutOuterSpaces(text), text);
+    EXPECT_EQ(text::withoutOuterWhitespace(text), text);
 }
 
-TEST(WhiteSpaceTest, RunsOfDifferentKindsGoAltogether) {
+TEST(WhitespaceTest, RunsOfDifferentKindsGoAltogether) {
     const std::string_view text = "\t \xE3\x80\x80\n x \r\n\xC2\xA0\xE2\x80\x8A";
-    EXPECT_EQ(withoutOuterBlanks(text), "\n x \r\n");
-    EXPECT_EQ(withoutOuterBlanksAndBreaks(text), "x");
+    EXPECT_EQ(text::withoutOuterSpaces(text), "\n x \r\n");
+    EXPECT_EQ(text::withoutOuterWhitespace(text), "x");
 }
 
-TEST(WhiteSpaceTest, OneEndAloneIsTrimmedToo) {
-    EXPECT_EQ(withoutOuterBlanks(" x"), "x");
-    EXPECT_EQ(withoutOuterBlanks("x "), "x");
-    EXPECT_EQ(withoutOuterBlanksAndBreaks("\nx"), "x");
-    EXPECT_EQ(withoutOuterBlanksAndBreaks("x\n"), "x");
+TEST(WhitespaceTest, OneEndAloneIsTrimmedToo) {
+    EXPECT_EQ(text::withoutOuterSpaces(" x"), "x");
+    EXPECT_EQ(text::withoutOuterSpaces("x "), "x");
+    EXPECT_EQ(text::withoutOuterWhitespace("\nx"), "x");
+    EXPECT_EQ(text::withoutOuterWhitespace("x\n"), "x");
 }
 
-TEST(WhiteSpaceTest, NothingIsLeftOfWhiteSpaceAlone) {
-    EXPECT_EQ(withoutOuterBlanks(""), "");
-    EXPECT_EQ(withoutOuterBlanks(" \t\xE2\x80\x83"), "");
-    EXPECT_EQ(withoutOuterBlanksAndBreaks("\r\n \xC2\x85\xE2\x80\xA8"), "");
+TEST(WhitespaceTest, NothingIsLeftOfWhiteSpaceAlone) {
+    EXPECT_EQ(text::withoutOuterSpaces(""), "");
+    EXPECT_EQ(text::withoutOuterSpaces(" \t\xE2\x80\x83"), "");
+    EXPECT_EQ(text::withoutOuterWhitespace("\r\n \xC2\x85\xE2\x80\xA8"), "");
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "daemon/poll_request.h"
+#include "control_plane/poll_request.h"
 
 #include <gmock/gmock.h>
 
@@ -7,7 +7,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-OrvaneConfig::Profile profile(const std::string& apiUrl) {
+Profile profile(const std::string& apiUrl) {
     return {"p", apiUrl, "key-1", std::nullopt, "tenant-1"};
 }
 
@@ -56,15 +56,15 @@ TEST(PollRequestTest, ABaseThatDoesNotParseGivesNone) {
 }
 
 TEST(PollRequestTest, ATagIsLongFrom1025BytesOn) {
-    EXPECT_FALSE(isLongTag(""));
-    EXPECT_FALSE(isLongTag(std::string(1024, 'x')));
-    EXPECT_TRUE(isLongTag(std::string(1025, 'x')));
+    EXPECT_FALSE(isLongEtag(""));
+    EXPECT_FALSE(isLongEtag(std::string(1024, 'x')));
+    EXPECT_TRUE(isLongEtag(std::string(1025, 'x')));
 }
 
 TEST(PollRequestTest, OnlyARefusalForItsSizeOrFormOrNoStatusSpeaksAgainstTheTag) {
     std::vector<std::int64_t> found;
     for (std::int64_t status = 0; status < 1000; ++status) {
-        if (mayRefuseTag(status)) {
+        if (mayRefuseEtag(status)) {
             found.push_back(status);
         }
     }

@@ -1,5 +1,6 @@
-#include "daemon/poll_request.h"
+#include "control_plane/poll_request.h"
 
+#include "control_plane/api.h"
 #include "platform/text/text.h"
 
 #include <utility>
@@ -7,30 +8,33 @@
 
 namespace orvane {
 
-std::optional<HttpRequest> pollRequest(const OrvaneConfig::Profile& profile,
+std::optional<HttpRequest> pollRequest(const Profile& profile,
                                        const std::optional<std::string>& etag,
                                        std::int64_t waitSeconds) {
-    const auto url = Url::parse(joinedToApiBase(profile.apiUrl, pollEndpoint));
+    const auto url = Url::parse(api::urlOf(profile.apiUrl, api::guardConfig));
     if (!url) {
         return std::nullopt;
     }
-    std::vector<QueryItem> items{{"wait", std::to_string(waitSeconds)}};
+    std::vector<QueryItem> items{{api::waitItem, std::to_string(waitSeconds)}};
     if (profile.agentSlug && !profile.agentSlug->empty()) {
-        items.push_back({"agent_slug", *profile.agentSlug});
+        items.push_back({api::agentSlugItem, *profile.agentSlug});
     }
-    std::vector<HttpHeader> headers{{"X-Orv-Key", profile.apiKey}, {"Accept", "application/json"}};
+    std::vector<HttpHeader> headers{{api::keyHeader, profile.apiKey},
+                                    {"Accept", "application/json"}};
     if (etag && !text::hasControlCharacter(*etag)) {
         headers.push_back({"If-None-Match", '"' + *etag + '"'});
     }
-    return HttpRequest{url->withQuery(items), std::move(headers), std::nullopt};
+    return HttpRequest{.url = url->withQuery(items),
+                       .headers = std::move(headers),
+                       .inactivityLimit = std::nullopt};
 }
 
-bool isLongTag(const std::string& etag) {
-    constexpr std::size_t longestThatIsTaken = 1024;
-    return etag.size() > longestThatIsTaken;
+bool isLongEtag(const std::string& etag) {
+    constexpr std::size_t alwaysAccepted = 1024;
+    return etag.size() > alwaysAccepted;
 }
 
-bool mayRefuseTag(std::int64_t status) {
+bool mayRefuseEtag(std::int64_t status) {
     return status == 0 || status == 400 || status == 413 || status == 414 || status == 431;
 }
 
