@@ -22,8 +22,8 @@ struct Spelling {
 };
 
 constexpr Spelling spellings[] = {
-    {"%s", Kind::text, false},
-    {"%{public}s", Kind::text, true},
+    {"%s", Kind::string, false},
+    {"%{public}s", Kind::string, true},
     {"%d", Kind::int32, false},
     {"%{public}d", Kind::int32, true},
     {"%ld", Kind::int64, false},
@@ -106,7 +106,7 @@ void checkMessage(std::string_view format, const std::vector<Spelling>& conversi
         const std::string_view text = i < texts.size() ? texts[i] : std::string_view();
         expected += rest.substr(0, rest.find('%'));
         rest.remove_prefix(rest.find('%') + conversions[i].text.size());
-        if (conversions[i].kind == Kind::text) {
+        if (conversions[i].kind == Kind::string) {
             const auto characters = decoded(text);
             arguments.emplace_back(text);
             expected += !conversions[i].isPublic ? "<private>"
@@ -139,8 +139,8 @@ void tryInput(std::string_view input) {
     checkPrintable(format);
     const auto conversions = conversionsIn(format);
     checkFit<>(format, conversions, {});
-    checkFit<std::string>(format, conversions, {Kind::text});
-    checkFit<std::string, std::string>(format, conversions, {Kind::text, Kind::text});
+    checkFit<std::string>(format, conversions, {Kind::string});
+    checkFit<std::string, std::string>(format, conversions, {Kind::string, Kind::string});
     checkFit<std::int32_t>(format, conversions, {Kind::int32});
     checkFit<std::int64_t>(format, conversions, {Kind::int64});
     checkFit<bool, std::int64_t, bool>(format, conversions,

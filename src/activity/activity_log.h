@@ -1,5 +1,5 @@
 // The activity log: one JSON line for every policy poll and every fetch of the effective
-// configuration. The lookup of the device identity leaves none.
+// configuration, but none for a device-identity lookup.
 #pragma once
 
 #include <cstdint>
@@ -8,8 +8,8 @@
 namespace orvane {
 
 /// Appends to ~/.orvane/logs/policy-daemon.activity.jsonl, a JSON Lines file that other tools tail.
-/// The daemon never truncates, rotates or caps it, and opens it anew for each line, so it may be
-/// renamed away at any time.
+/// The daemon never truncates, rotates or caps it, and opens it for each line, so it may be renamed
+/// at any time.
 struct ActivityLog {
     ActivityLog() = delete;
 

@@ -21,7 +21,7 @@ struct DeviceIdentity {
     /// nullopt on any failure, without distinguishing causes. Writes nothing and logs nothing, not
     /// even to the activity log. Every call reads the file and sends a request; a response that
     /// arrives too late is dropped.
-    static std::optional<Resolved> resolve(std::string_view process);
+    [[nodiscard]] static std::optional<Resolved> resolve(std::string_view process);
 
     /// The content of the device-identity file in the setup directory; absent if it is not usable.
     [[nodiscard]] static std::optional<Enrollment> storedEnrollment();

@@ -6,14 +6,14 @@ namespace orvane {
 
 namespace {
 
-/// The agent process that the device identity is asked for.
+/// The agent process whose configuration is requested.
 constexpr const char* processName = "claude";
 
 }  // namespace
 
 std::optional<OrvaneConfig::Profile> OrvaneConfig::deviceProfile() {
-    // Only a switch: a key in the environment sends the daemon straight to the config file, and is
-    // itself never used.
+    // Only a switch: with the variable set, the daemon goes straight to the config file; its value
+    // is never used.
     if (!environmentValue("ORVANE_API_KEY").empty()) {
         return std::nullopt;
     }

@@ -7,14 +7,14 @@
 
 namespace orvane {
 
-/// Asks the system's hardware registry tool or, where that cannot be launched, the system's own
-/// stable machine id. Absent when neither yields a value; a value found may be the empty text.
-/// Blocks while the tool runs; keeps nothing between calls.
-std::optional<std::string> readHardwareUuid();
+/// Asks the system's hardware registry tool or, if that cannot be launched, derives it from the
+/// system's machine id. nullopt if neither yields a value; the value may be empty. Blocks while the
+/// tool runs; caches nothing.
+[[nodiscard]] std::optional<std::string> readHardwareUuid();
 
-/// The UUID in the registry tool's `listing`: of the first line that holds "IOPlatformUUID" and a
-/// "=", what is behind the first "=", without outer white space, then without outer double quotes.
-/// Absent when there is no such line or the listing is not UTF-8. Pure.
-std::optional<std::string> hardwareUuidIn(std::string_view listing);
+/// The UUID in the registry tool's `listing`: of the first line that contains "IOPlatformUUID" and
+/// a "=", what follows the first "=", trimmed of whitespace and then of double quotes. nullopt if
+/// there is no such line or the listing is not UTF-8. Pure.
+[[nodiscard]] std::optional<std::string> hardwareUuidIn(std::string_view listing);
 
 }  // namespace orvane

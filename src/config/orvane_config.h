@@ -1,4 +1,4 @@
-// Which API base and which credentials to use, and under which profile name.
+// Which API base and which credentials to use.
 #pragma once
 
 #include "control_plane/profile.h"
@@ -11,39 +11,38 @@
 
 namespace orvane {
 
-/// The sources of credentials, in the order in which the poll loop asks them: the managed
-/// enrollment file, the device identity, the user's config file. No state but the config file's
-/// location; every call reads its files anew. Nothing is logged and nothing fails outward: what
-/// cannot be had is absent.
+/// The sources of credentials, in the order in which the poll loop tries them: the managed
+/// enrollment file, the device identity, the user's config file. Files are read on every call.
+/// Nothing is logged and nothing fails: missing or unusable sources yield nullopt.
 struct OrvaneConfig {
     OrvaneConfig() = delete;
 
     using Profile = orvane::Profile;
 
-    /// The user's config file, ~/.orvane/config. Found once per process, on first use, from any
-    /// thread.
+    /// The user's config file, ~/.orvane/config. Determined once per process, on first use.
+    /// Thread-safe.
     static const std::filesystem::path& configPath();
 
-    /// The profile "managed" from the enrollment file that management leaves in the setup
-    /// directory: a JSON object with non-empty texts "api_url" and "api_key", taken as they stand.
-    /// May be called from any thread.
-    static std::optional<Profile> managedProfile();
+    /// The profile "managed" from the enrollment file in the setup directory: a JSON object with
+    /// non-empty strings "api_url" and "api_key", used verbatim. Thread-safe.
+    [[nodiscard]] static std::optional<Profile> managedProfile();
 
-    /// Gets the device identity's profile, if there is one.
+    /// Returns the device identity's profile, if there is one.
     using DeviceLookup = std::function<std::optional<Profile>()>;
 
-    /// The device identity's profile unless ORVANE_API_KEY is set and not empty. Asks the control
-    /// plane, and may block for as long as `DeviceIdentity::resolve` does.
-    static std::optional<Profile> deviceProfile();
+    /// The device identity's profile unless ORVANE_API_KEY is set and not empty. Sends a request,
+    /// and may block for as long as `DeviceIdentity::resolve` does.
+    [[nodiscard]] static std::optional<Profile> deviceProfile();
 
-    /// The profile for one turn: the managed one, else `loadFirstProfile` with the sections
+    /// The profile for one poll cycle: the managed one, else `loadFirstProfile` with the sections
     /// "claude-code", "claude-cowork", "connect" and "default".
-    static std::optional<Profile> currentProfile(const DeviceLookup& device = deviceProfile);
+    [[nodiscard]] static std::optional<Profile> currentProfile(
+        const DeviceLookup& device = deviceProfile);
 
-    /// The profile that `device` returns, else the first of `preferred` that names a section of the
-    /// config file with a non-empty "api_url" and "api_key".
-    static std::optional<Profile> loadFirstProfile(const std::vector<std::string>& preferred,
-                                                   const DeviceLookup& device = deviceProfile);
+    /// The profile that `device` returns, else that of the first name in `preferred` that is a
+    /// section of the config file with a non-empty "api_url" and "api_key".
+    [[nodiscard]] static std::optional<Profile> loadFirstProfile(
+        const std::vector<std::string>& preferred, const DeviceLookup& device = deviceProfile);
 };
 
 }  // namespace orvane

@@ -7,8 +7,8 @@
 
 namespace orvane {
 
-/// What the program prints instead of running: for "--version" or "--help" as the only argument
-/// after its name. Absent for anything else, which is ignored: the daemon takes no arguments. Pure.
-std::optional<std::string> answerTo(std::span<const char* const> arguments);
+/// What the program prints instead of running, if "--version" or "--help" is its only argument;
+/// otherwise nullopt. All other arguments are ignored. Pure.
+[[nodiscard]] std::optional<std::string> answerTo(std::span<const char* const> arguments);
 
 }  // namespace orvane

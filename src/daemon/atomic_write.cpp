@@ -12,7 +12,7 @@ std::filesystem::path temporaryFor(std::filesystem::path destination) {
 }
 
 /// Whether a move that ended with `error`, after a removal of its destination that ended with
-/// `removal`, failed because of another process: it had taken our file, or put its own in place.
+/// `removal`, failed because of another process: it moved our file, or created the destination.
 bool isDisturbance(const std::error_code& removal, const std::error_code& error) {
     constexpr auto nothingThere = std::errc::no_such_file_or_directory;
     const bool wasClear = !removal || removal == nothingThere;
@@ -29,8 +29,8 @@ std::error_code replaceFile(std::string_view data, const std::filesystem::path& 
         }
     }
     const auto temporary = temporaryFor(destination);
-    // Another daemon of this account uses the same names. What it disturbs is repeated; both are
-    // rarely at it at the same time.
+    // Another daemon of this account uses the same names. Repeat what it disturbed; the two rarely
+    // write at the same moment, so that twenty attempts are far more than enough.
     constexpr int attempts = 20;
     std::error_code error;
     for (int i = 0; i < attempts; ++i) {

@@ -1,4 +1,4 @@
-// The daemon's name in the unified log.
+// The daemon's name in the log.
 #pragma once
 
 #include "platform/log/logger.h"

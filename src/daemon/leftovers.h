@@ -1,10 +1,10 @@
-// What earlier processes left.
+// Files left over by earlier processes.
 #pragma once
 
 namespace orvane {
 
-/// Removes the scratch files that processes of this account left when they were killed in a write.
-/// Once per process, before it writes anything.
+/// Removes the scratch files that processes of this account left when they were killed during a
+/// write. Call once per process, before it writes anything.
 void removeLeftovers();
 
 }  // namespace orvane

@@ -15,7 +15,7 @@ namespace orvane {
 
 namespace {
 
-// Held for the life of the process.
+// Live as long as the process.
 std::unique_ptr<const Logger> logger;
 std::unique_ptr<PolicyRunner> runner;
 
@@ -24,11 +24,11 @@ void logException() {
         if (logger != nullptr) {
             logger->error("OrvanePolicyDaemon cannot go on — exiting for launchd respawn");
         }
-    } catch (...) {  // NOLINT(bugprone-empty-catch): there is no memory for a message
+    } catch (...) {  // NOLINT(bugprone-empty-catch): out of memory, nothing can be logged
     }
 }
 
-/// A fresh process is the remedy, whatever was thrown and on whatever thread.
+/// A new process is the remedy, whatever was thrown on whatever thread.
 [[noreturn]] void endAfterException() {
     logException();
     std::_Exit(EXIT_FAILURE);
@@ -42,7 +42,7 @@ void runProcess() noexcept {
     keepMemoryPrivate();
     occupyStandardDescriptors();
     ignoreWriteSignals();
-    // The HTTP library would write the keys of all TLS connections to that file.
+    // libcurl would write the keys of all TLS connections to the file it names.
     unsetVariable("SSLKEYLOGFILE");
     try {
         logger = std::make_unique<const Logger>(daemonLogger());
@@ -52,8 +52,8 @@ void runProcess() noexcept {
         runner->run();
         logger->error("OrvanePolicyDaemon main loop returned — exiting for launchd respawn");
     } catch (...) {
-        // Not left to `noexcept`: GCC 16.2 passes on a bad address there, which ends the process by
-        // a signal.
+        // Not left to `noexcept` and std::terminate: GCC 16.2 passes a bad address there, and the
+        // process would die of a signal instead of exiting with status 1.
         logException();
     }
     std::_Exit(EXIT_FAILURE);

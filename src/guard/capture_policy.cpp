@@ -21,7 +21,8 @@ CapturePolicy captureIn(json::PickedMembers& policy, const std::string& capture)
             policy.boolean(capture + "/suppress_ech").value_or(false)};
 }
 
-/// What the policy stored at `file` says. Its text, which may be large, is gone on return.
+/// The capture policy in the policy stored at `file`. Frees its text, which may be large, on
+/// return.
 std::optional<CapturePolicy> storedCapturePolicy(const std::filesystem::path& file) {
     const auto policy = files::read(file);
     return policy ? deriveCapturePolicy(*policy) : std::nullopt;
@@ -30,7 +31,7 @@ std::optional<CapturePolicy> storedCapturePolicy(const std::filesystem::path& fi
 }  // namespace
 
 bool isUpToDate(const std::filesystem::path& file, const CapturePolicy& wanted) {
-    // Any account may have put the file there. Its size does not matter, since it is never held in
+    // Any account may have created the file. Its size does not matter, since it is never held in
     // memory, but it must not keep the daemon from its polls: where a file system shares blocks
     // between files, terabytes of JSON cost nothing.
     const auto deadline = clock::monotonicNow() + comparisonLimit;
@@ -85,7 +86,7 @@ void applyCapturePolicy(const std::filesystem::path& policyPath, const Logger& l
         logger.error("capture-policy write failed: %{public}s", error.message());
         return;
     }
-    // Where the file system would not set it before.
+    // For file systems that refuse to change the mode of a file that is open.
     std::ignore = files::setMode(file, readableByAll);
     logger.log(
         "capture-policy applied from guard cascade: enabled=%{bool,public}d hosts=%{public}ld "

@@ -1,4 +1,4 @@
-// An owned file descriptor, for the sources of this directory only.
+// An owned file descriptor. For the sources of src/platform only.
 #pragma once
 
 #include <unistd.h>
@@ -8,7 +8,8 @@
 
 namespace orvane {
 
-/// Closes its descriptor when it goes; -1 stands for none.
+/// Owns a file descriptor and closes it on destruction; -1 means none. Move assignment swaps: the
+/// descriptor that was held before is closed when `other` goes.
 class Descriptor {
   public:
     explicit Descriptor(int number = -1) : number_(number) {}
@@ -24,8 +25,8 @@ class Descriptor {
     [[nodiscard]] int number() const { return number_; }
     [[nodiscard]] bool isOpen() const { return number_ >= 0; }
 
-    /// Closes now and tells whether that went well: some file systems report a failed write only
-    /// here. An interruption is none of that, and it must not be made again: it is closed.
+    /// Closes now; false if that failed: some file systems report a failed write only here. EINTR
+    /// is not a failure, and close must not be retried: the descriptor is already closed.
     bool close() {
         return number_ < 0 || ::close(std::exchange(number_, -1)) == 0 || errno == EINTR;
     }

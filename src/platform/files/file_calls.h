@@ -1,5 +1,5 @@
-// Single calls on files, repeated when a signal interrupts them. For the sources of this directory
-// only. All report failure with errno set.
+// Single system calls on files, retried when interrupted by a signal. For the sources of this
+// folder only. On failure all set errno.
 #pragma once
 
 #include "platform/files/descriptor.h"
@@ -14,7 +14,7 @@
 
 namespace orvane::files {
 
-/// The error of the call that has just failed.
+/// errno, as set by the call that has just failed.
 std::error_code lastError();
 
 /// Opens with O_CLOEXEC in addition to `flags`.
@@ -27,12 +27,12 @@ bool removeFile(const std::filesystem::path& path);
 
 bool renameFile(const std::filesystem::path& from, const std::filesystem::path& to);
 
-/// The status of what is at `path`; a symbolic link is not followed.
+/// The status of what is at `path`; symbolic links are not followed.
 bool statusOf(const std::filesystem::path& path, struct stat& status);
 
-/// Makes the names in `directory` durable where that is possible. A directory that may not be
-/// listed cannot be opened for it, and some file systems cannot flush one: the names are then as
-/// safe as the system makes them, and no caller could do more about it.
+/// Makes the names in `directory` durable where that is possible. A directory without read
+/// permission cannot be opened for that, and some file systems cannot flush one. No caller could do
+/// anything about it, so it is not reported.
 void flushDirectory(const std::filesystem::path& directory);
 
 }  // namespace orvane::files

@@ -26,7 +26,7 @@ std::size_t writeAll(int descriptor, std::string_view data) {
         const ssize_t count = uninterrupted(
             [&] { return ::write(descriptor, data.data() + done, data.size() - done); });
         if (count == 0) {
-            errno = EIO;  // nothing was taken, and nothing says why
+            errno = EIO;  // a write of 0 bytes leaves errno unset, and retrying could loop
         }
         if (count <= 0) {
             break;

@@ -1,4 +1,4 @@
-// A file that is read in pieces, because it may be too large to hold.
+// A file that is read in pieces, because it may be too large for memory.
 #pragma once
 
 #include <cstddef>
@@ -12,10 +12,10 @@ namespace orvane {
 
 class Descriptor;
 
-/// A regular file, open for reading. It stays the same file when it is renamed or removed.
+/// A regular file, open for reading. It stays the same file if it is renamed or removed.
 class FilePieces {
   public:
-    /// Absent if there is no such file, it cannot be read, or it is not a regular file (links are
+    /// nullopt if there is no such file, it cannot be read, or it is not a regular file (links are
     /// followed; a FIFO does not block).
     static std::optional<FilePieces> open(const std::filesystem::path& path);
 
@@ -28,7 +28,7 @@ class FilePieces {
     /// The file's size when it was opened.
     [[nodiscard]] std::uint64_t size() const { return size_; }
 
-    /// The `size` bytes at `offset`, or fewer at the end of the file. Absent on an error.
+    /// The `size` bytes at `offset`, or fewer at the end of the file. nullopt on an error.
     [[nodiscard]] std::optional<std::string> read(std::uint64_t offset, std::size_t size) const;
 
   private:

@@ -16,12 +16,12 @@ struct FileStatus {
     std::uint32_t owner = 0;            ///< the user's id
 };
 
-/// The status of what is at `path`, a symbolic link not followed; absent if there is nothing or it
-/// cannot be seen.
+/// The status of what is at `path`, symbolic links not followed; nullopt if there is nothing or it
+/// is not accessible.
 std::optional<FileStatus> fileStatus(const std::filesystem::path& path);
 
-/// The bytes that an account without privileges can still use on the disk with `path`; absent when
-/// that cannot be found out. (libc++'s std::filesystem::space takes none for unknown.)
+/// The bytes that an unprivileged account can still use on the file system of `path`; nullopt if
+/// unknown. (libc++'s std::filesystem::space reports an unknown number as 0.)
 std::optional<std::uintmax_t> freeBytesAt(const std::filesystem::path& path);
 
 }  // namespace orvane

@@ -17,7 +17,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// The regular file at `path`, open for reading, and its size; not open when there is none.
+/// An open regular file and its size; not open if there is none.
 struct OpenFile {
     Descriptor descriptor = Descriptor();
     std::uint64_t size = 0;
@@ -37,8 +37,7 @@ OpenFile openToRead(const fs::path& path) {
 std::optional<std::string> readToEnd(int descriptor, std::size_t expected, std::size_t limit) {
     std::string content(expected, '\0');
     std::size_t done = 0;
-    // One byte more than expected is asked for, so that the end of the file is seen, and a file
-    // that grows meanwhile is taken as it grew.
+    // Ask for one byte more than expected, so that we see end-of-file, or that the file is growing.
     for (;;) {
         if (done == content.size()) {
             content.resize(std::max<std::size_t>(4096, content.size() + content.size() / 2));
@@ -59,7 +58,7 @@ std::optional<std::string> readToEnd(int descriptor, std::size_t expected, std::
     }
 }
 
-/// Whether a directory is at `path`, links followed; false with errno set.
+/// Whether there is a directory at `path`, links followed; sets errno if not.
 bool isDirectory(const fs::path& path) {
     struct stat status {};
     if (uninterrupted([&] { return ::stat(path.c_str(), &status); }) != 0) {
@@ -103,7 +102,7 @@ bool appendLine(const fs::path& path, std::string_view line) {
     if (!file.isOpen()) {
         return false;
     }
-    // A line that was cut short (a full disk) is still ended, so that it spoils no later one.
+    // End even a line that was cut short (disk full), so that it does not spoil the next one.
     if (writeAll(file.number(), line) > 0) {
         (void)writeAll(file.number(), "\n");
     }
@@ -129,7 +128,7 @@ std::error_code createDirectories(const fs::path& path) {
         return {};
     }
     const auto error = lastError();
-    // Somebody else may have been quicker.
+    // Another process may have created it first.
     return error == std::errc::file_exists && isDirectory(path) ? std::error_code() : error;
 }
 

@@ -1,4 +1,4 @@
-// Flushing to stable storage: the one file operation that systems spell differently.
+// Flushing to stable storage: the one file operation that differs between systems.
 #pragma once
 
 namespace orvane::files {

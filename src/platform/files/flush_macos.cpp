@@ -10,8 +10,9 @@
 namespace orvane::files {
 
 bool flushToDisk(int descriptor) {
-    // fsync(2) on macOS stops at the drive's own cache; F_FULLFSYNC does not, but not every file
-    // system knows it. A failed write is told only once, so fsync would not fail for it again.
+    // fsync(2) on macOS stops at the drive's own cache. F_FULLFSYNC does not, but not every file
+    // system supports it. The kernel reports a write error only once, so after EIO or ENOSPC a
+    // following fsync would wrongly succeed.
     if (uninterrupted([=] { return ::fcntl(descriptor, F_FULLFSYNC); }) == 0) {
         return true;
     }

@@ -1,4 +1,4 @@
-// Replacing a file as a whole, by way of a scratch file beside it.
+// Replacing a file atomically, by renaming a scratch file over it.
 #include "platform/files/file_calls.h"
 #include "platform/files/files.h"
 #include "platform/files/flush.h"
@@ -22,22 +22,22 @@ namespace fs = std::filesystem;
 constexpr std::string_view scratchExtension = ".tmp";
 constexpr std::size_t tokenLength = 16;
 
-/// Hexadecimal digits that nobody can predict.
+/// Unpredictable hexadecimal digits.
 std::string randomToken() {
     std::uint64_t number = 0;
-    // Fails only on kernels without the call; then the number stays 0.
+    // Fails only on kernels without the call; the number stays 0 then.
     [[maybe_unused]] const int failed = ::getentropy(&number, sizeof number);
     std::array<char, tokenLength + 1> digits{};
     (void)std::snprintf(digits.data(), digits.size(), "%016jx", std::uintmax_t{number});
     return digits.data();
 }
 
-/// What precedes the token in this account's scratch names.
+/// The part of this account's scratch names before the token.
 std::string accountPart() {
     return "." + std::to_string(::geteuid()) + ".";
 }
 
-/// `.NAME.UID.TOKEN.tmp` beside the file NAME at `target`.
+/// `.NAME.UID.TOKEN.tmp` next to the file NAME at `target`.
 fs::path scratchPath(const fs::path& target, const std::string& token) {
     fs::path name = ".";
     name += target.filename();
@@ -46,7 +46,7 @@ fs::path scratchPath(const fs::path& target, const std::string& token) {
     return target.parent_path() / name;
 }
 
-/// Whether `name` is one that `scratchPath` makes for this account.
+/// Whether `name` is a scratch name of this account.
 bool isScratchName(std::string_view name) {
     const std::string account = accountPart();
     const std::size_t tail = account.size() + tokenLength + scratchExtension.size();
@@ -60,7 +60,8 @@ bool isScratchName(std::string_view name) {
            token.find_first_not_of("0123456789abcdef") == std::string_view::npos;
 }
 
-/// Whether a file of this account is at `path`. Leaves errno as it is.
+/// Whether there is a regular file of this account at `path`. Preserves errno: the constructor of
+/// ScratchFile, its caller, reports its own failure there.
 bool isOwnFile(const fs::path& path) {
     const int error = errno;
     struct stat status {};
@@ -70,21 +71,25 @@ bool isOwnFile(const fs::path& path) {
     return isOwn;
 }
 
-/// The file that will replace another one; removed again unless it was put in place.
+/// The file that will replace another one; removed again unless it was put in place. If it could
+/// not be created, `isThere` is false and errno, left by the constructor, says why.
 class ScratchFile {
   public:
     explicit ScratchFile(const fs::path& target) : target_(target) {
-        // One name per process and target: another process of this account never has the same, and
-        // where nothing can be removed there is one file in the end, not one for each write.
+        // One name per process and target: no other process of this account uses it, and if nothing
+        // can be removed there, one leftover stays, not one for each write.
         static const std::string processToken = randomToken();
         const fs::path usual = scratchPath(target, processToken);
         if (create(usual) || errno != EEXIST) {
-            return;
+            return;  // created, or failed for a reason that another name would not change
         }
+        // A leftover. If it is ours and cannot be removed, give up with the errno of the removal:
+        // with random names, leftovers would pile up.
         if (!removeFile(usual) && isOwnFile(usual)) {
             return;
         }
-        // Somebody who has seen the name may have put something there that we cannot remove.
+        // If somebody else who has seen the name put something there that we cannot remove, fall
+        // back to random names. errno is that of the last attempt.
         bool created = create(usual);
         constexpr int attempts = 6;
         for (int i = 0; i < attempts && !created && errno == EEXIST; ++i) {
@@ -99,10 +104,10 @@ class ScratchFile {
         }
     }
 
-    /// Whether the file was made and is to be removed.
+    /// Whether the file was created and not yet put in place.
     [[nodiscard]] bool isThere() const { return isThere_; }
 
-    /// False with errno set when a step failed; then the target is untouched.
+    /// False with errno set if a step failed; the target is unchanged then.
     bool fillAndPutInPlace(std::string_view data, std::optional<unsigned> mode) {
         if (!file_.isOpen() || !setMode(mode) || writeAll(file_.number(), data) != data.size() ||
             !flushToDisk(file_.number()) || !file_.close() || !renameFile(path_, target_)) {
@@ -113,7 +118,7 @@ class ScratchFile {
     }
 
   private:
-    /// False with errno set when there is something at `path` already, or it cannot be.
+    /// False with errno set if there is something at `path` already, or it cannot be created.
     bool create(const fs::path& path) {
         path_ = path;
         file_ = openFile(path_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW, 0666);
@@ -121,8 +126,8 @@ class ScratchFile {
         return isThere_;
     }
 
-    /// Gives the file `mode`, or the permission bits of the one that it replaces. Before there is
-    /// anything in it, so that the content is never open to more accounts than it should be.
+    /// Sets `mode`, or the permission bits of the file to be replaced. Done while the file is still
+    /// empty, so that its content is never readable by more accounts than it should be.
     bool setMode(std::optional<unsigned> mode) {
         if (mode) {
             (void)changeMode(static_cast<mode_t>(*mode));
@@ -148,8 +153,8 @@ class ScratchFile {
 std::error_code writeAtomically(const fs::path& path, std::string_view data,
                                 std::optional<unsigned> mode) {
     std::error_code error;
-    // A process of this account that starts meanwhile takes the scratch file for one that was left
-    // behind and removes it. One that starts again and again is not worth waiting for.
+    // A process of this account that starts meanwhile takes our scratch file for a leftover and
+    // removes it. Starting three times during one write, it would be in a crash loop.
     constexpr int attempts = 3;
     for (int i = 0; i < attempts; ++i) {
         ScratchFile scratch(path);

@@ -1,12 +1,12 @@
-// System calls that a signal interrupts are made again: for the sources of this directory only.
+// Retries system calls interrupted by a signal. For the sources of src/platform only.
 #pragma once
 
 #include <cerrno>
 
 namespace orvane {
 
-/// What `call` returns once it is not interrupted. For calls that return -1 and set errno on
-/// failure; not for close(2), which has closed even then.
+/// Calls `call` until it is not interrupted, and returns its result. For calls that return -1 and
+/// set errno on failure; not for close(2), which has closed the descriptor even so.
 template <typename Call>
 auto uninterrupted(Call call) {
     auto result = call();

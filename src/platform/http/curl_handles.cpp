@@ -6,25 +6,26 @@ namespace orvane {
 
 namespace {
 
-// By number, for the headers of the oldest libraries we take have no name for it.
+// Numeric, because the oldest libcurl headers we support lack the name.
 constexpr auto quickExitOfAll = static_cast<CURLMoption>(CURLOPTTYPE_LONG + 21);
 
 }  // namespace
 
-void initialiseLibraryOnce() {
+void initializeLibraryOnce() {
     static const CURLcode done = curl_global_init(CURL_GLOBAL_DEFAULT);
     (void)done;
 }
 
 MultiHandle makeMulti() {
     MultiHandle multi(curl_multi_init());
-    // Without descriptors to wake it up by, older libraries make one that sleeps through `send`.
+    // Older versions return a handle even without a descriptor to wake it up by, and its wait would
+    // not notice `send`.
     if (multi != nullptr && curl_multi_wakeup(multi.get()) != CURLM_OK) {
         multi.reset();
     }
     if (multi != nullptr) {
-        // From 8.20 on, its name lookups have threads of their own, and its end waits for a name
-        // server that hangs. Older ones do not know the option.
+        // From 8.20 on, name lookups run on the handle's own threads, and its cleanup would wait
+        // for a name server that hangs. Older versions do not know the option.
         (void)curl_multi_setopt(multi.get(), quickExitOfAll, 1L);
     }
     return multi;

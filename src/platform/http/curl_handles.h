@@ -1,4 +1,4 @@
-// libcurl's handles, released when they go. For the sources of this directory only.
+// libcurl's handles, freed on destruction. For the sources of this folder only.
 #pragma once
 
 #include <curl/curl.h>
@@ -18,10 +18,10 @@ struct MultiDeleter {
 };
 using MultiHandle = std::unique_ptr<CURLM, MultiDeleter>;
 
-/// Has to come before any handle is made. Once is enough.
-void initialiseLibraryOnce();
+/// Initializes libcurl on the first call. Required before any handle is created.
+void initializeLibraryOnce();
 
-/// Empty when there is no memory for it, or no descriptors.
+/// Null if there is no memory or no file descriptor for it.
 MultiHandle makeMulti();
 
 /// A curl_slist(3) of request headers.

@@ -8,7 +8,7 @@ namespace {
 
 constexpr long proxyAuthenticationRequired = 407;
 
-/// What the library says of the failure.
+/// libcurl's own description.
 std::string libraryText(const HttpFailure& failure) {
     return failure.libraryReason.empty() ? curl_easy_strerror(failure.code)
                                          : std::string(failure.libraryReason);
@@ -21,7 +21,7 @@ std::string proxyText(long status) {
            std::to_string(status) + ").";
 }
 
-/// For what the library has a code of its own.
+/// For failures with a code of their own.
 std::string textOfCode(const HttpFailure& failure) {
     switch (failure.code) {
         case CURLE_OPERATION_TIMEDOUT:
@@ -30,7 +30,7 @@ std::string textOfCode(const HttpFailure& failure) {
             return "A server with the specified hostname could not be found.";
         case CURLE_COULDNT_CONNECT:
             return "Could not connect to the server.";
-        case CURLE_ABORTED_BY_CALLBACK:  // the request would have been sent a third time
+        case CURLE_ABORTED_BY_CALLBACK:  // by us, before it was sent a third time
         case CURLE_GOT_NOTHING:
         case CURLE_SEND_ERROR:
         case CURLE_RECV_ERROR:
@@ -54,7 +54,7 @@ std::string textOfCode(const HttpFailure& failure) {
 }  // namespace
 
 std::string errorText(const HttpFailure& failure) {
-    // To the library that may look like a name that does not exist, or a certificate that nobody
+    // libcurl may report that as a name that does not exist, or as a certificate that no authority
     // has signed.
     if (!failure.descriptorShortage.empty()) {
         return "No file descriptor is left. (" + std::string(failure.descriptorShortage) + ")";
@@ -66,8 +66,9 @@ std::string errorText(const HttpFailure& failure) {
         return "the header of the response is larger than " +
                std::to_string(HttpSession::headerLimit) + " bytes";
     }
-    // Libraries differ in which lines they refuse themselves, and in what they say then. Nothing
-    // else makes them say that they do not support a protocol: the URL's has been looked at.
+    // Versions of libcurl differ in which status lines they refuse themselves, and in the code they
+    // do it with. Nothing else yields CURLE_UNSUPPORTED_PROTOCOL here: the URL's scheme has been
+    // checked.
     if (failure.hasMalformedStatus || failure.code == CURLE_UNSUPPORTED_PROTOCOL ||
         (failure.code == CURLE_WEIRD_SERVER_REPLY && failure.isAtStatusLine)) {
         return "the response does not start with a valid HTTP status line";

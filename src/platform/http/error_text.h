@@ -1,4 +1,4 @@
-// Why an exchange failed, in words for people.
+// Why an exchange failed, in English.
 #pragma once
 
 #include <curl/curl.h>
@@ -12,15 +12,15 @@ constexpr const char* timedOut = "The request timed out.";
 
 /// What is known of an exchange that failed.
 struct HttpFailure {
-    CURLcode code = CURLE_OK;        ///< as the library says
-    std::string_view libraryReason;  ///< in its own words; may be empty
+    CURLcode code = CURLE_OK;        ///< libcurl's
+    std::string_view libraryReason;  ///< libcurl's own message; may be empty
     std::string_view host;
     std::string_view descriptorShortage;  ///< empty while there are enough
     long proxyRefusal = 0;                ///< the status by which a proxy refused a tunnel, or 0
     bool isBodyTooLarge = false;
     bool isHeaderTooLarge = false;
     bool hasMalformedStatus = false;
-    bool isAtStatusLine = false;  ///< no line of an answer has come yet
+    bool isAtStatusLine = false;  ///< no line of a response has arrived yet
 };
 
 std::string errorText(const HttpFailure& failure);

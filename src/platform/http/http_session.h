@@ -1,4 +1,4 @@
-// HTTP over libcurl: GET requests, their answers delivered on a thread of the session's own.
+// HTTP over libcurl: GET requests; responses are delivered on a thread owned by the session.
 #pragma once
 
 #include "platform/http/url.h"
@@ -26,14 +26,14 @@ struct HttpHeader {
 struct HttpRequest {
     Url url;
     std::vector<HttpHeader> headers;
-    /// Longest silence from the other side; the session's own limit when absent.
+    /// Inactivity timeout; defaults to the session's.
     std::optional<std::chrono::milliseconds> inactivityLimit;
 };
 
-/// What the server answered. Any final status counts, a redirect too: none is followed.
+/// What the server answered. Any final status, including redirects, which are not followed.
 struct HttpResponse {
     std::int64_t status = 0;
-    /// The decoded body, possibly empty; absent when the exchange broke off before its end.
+    /// The decoded body, possibly empty; absent if the transfer ended early.
     std::optional<std::string> body;
 };
 
@@ -65,55 +65,55 @@ using HttpCompletion = std::function<void(HttpResult)>;
 
 /// Limits of every exchange of a session, on the clock of clock.h.
 struct HttpLimits {
-    /// Longest time without a byte in either direction. Connecting and the TLS handshake, which
-    /// count as silence, get 30 s at most.
+    /// Longest time without a byte in either direction. Time spent connecting and in the TLS
+    /// handshake counts; it is limited to 30 s besides.
     std::chrono::milliseconds inactivity;
-    /// Longest time from start to end. Both count from the start again when a request is sent once
-    /// more.
+    /// Longest time from start to end. Both limits start again when a request is sent once more.
     std::chrono::milliseconds total;
 };
 
 /// A client with connections of its own, kept alive and reused.
 ///
-/// One worker thread is the callback queue: it starts with the first request and sleeps, without
-/// waking, until there is something to do. Only http and https are spoken, TLS 1.2 or later with
-/// peer and host verified against the machine's trust store, HTTP/2 where the server takes it. The
-/// proxy variables of the environment are honored, except for loopback hosts. There are no
-/// cookies, no cache and no credentials from files. A decoded body over `bodyLimit` ends the
-/// exchange with an error, and so do more than `headerLimit` bytes of header lines, those of
-/// interim answers and behind a chunked body included. After a failed exchange its connections are
-/// dropped, so that the next one resolves and connects again.
+/// A worker thread runs all transfers and callbacks. It starts with the first request and blocks
+/// without periodic wake-ups. Only http and https are spoken, TLS 1.2 or later with peer and host
+/// verified against the machine's trust store, HTTP/2 where the server offers it. The proxy
+/// variables of the environment are honored, except for loopback hosts. There are no cookies, no
+/// cache and no credentials from files. A decoded body over `bodyLimit` ends the exchange with an
+/// error, and so do more than `headerLimit` bytes of header lines, including those of 1xx responses
+/// and trailers. After a failed exchange its connections are dropped, so that the next one resolves
+/// and connects again.
 ///
 /// An address that does not answer, or lets no TLS handshake end, is left for the name's others
-/// after a third of the time for connecting, and passed over for an hour while one of them does.
+/// after a third of the time for connecting, and skipped for an hour while one of them does.
 ///
 /// A connection that has been idle for more than 3 s is not used again. A request that is lost
-/// before any byte of its answer is sent once more, on a new connection, without anybody noticing:
-/// if its connection had served before, if the peer is dead, or if the server stopped taking
-/// requests. How long ago it was sent does not matter: over HTTP/1.1 every version of the library
-/// does that by itself, and so all do it alike. A dead peer is noticed within 75 s. A connection
-/// from an address that the machine has lost is left as soon as there is another way to the server,
-/// where the system tells of that.
+/// before any byte of its response is retried once, transparently, on a new connection: if its
+/// connection had been used before, if the peer is dead, or if the server stopped accepting
+/// requests. How long ago it was sent does not matter: over HTTP/1.1 every version of libcurl does
+/// that by itself, and so all behave alike. A dead peer is detected within 75 s. A connection from
+/// an address that the machine has lost is left as soon as there is another way to the server,
+/// where the system reports that.
 class HttpSession {
   public:
     static constexpr std::size_t bodyLimit = std::size_t{100} * 1024 * 1024;
-    /// Below the limits of all versions of the library.
+    /// Below the limits of all versions of libcurl.
     static constexpr std::size_t headerLimit = std::size_t{256} * 1024;
-    /// The longest value of a request header. Libraries have limits of their own, beyond which they
-    /// leave the header out, send nothing, or say that memory is short.
+    /// The longest value of a request header. Beyond limits of their own, versions of libcurl omit
+    /// the header, send nothing, or report that memory is short.
     static constexpr std::size_t headerValueLimit = 65'536;
     explicit HttpSession(HttpLimits limits);
     HttpSession(const HttpSession&) = delete;
     HttpSession& operator=(const HttpSession&) = delete;
-    /// Ends what is under way (its completions get an error) and waits for the thread.
+    /// Cancels pending requests (their completions get an error) and joins the thread.
     ~HttpSession();
 
-    /// Starts `request`, returns at once. `completion` is called exactly once, on the session's
-    /// thread, and should return soon, for the session does nothing else meanwhile; an exception
-    /// from it ends the process. Only when the thread cannot be started is it called right here.
+    /// Starts `request` and returns at once. `completion` is called exactly once, on the session's
+    /// thread, and should return soon, because the session does nothing else meanwhile; an
+    /// exception from it ends the process. If the thread cannot be started, it is called on the
+    /// calling thread before this returns.
     ///
-    /// A request that must not go on the wire completes with an error: a URL that is not http(s)
-    /// with a host ("unsupported URL"), a header value with a control character or longer than
+    /// A request that must not be sent completes with an error: a URL that is not http(s) with a
+    /// host ("unsupported URL"), a header value with a control character or longer than
     /// `headerValueLimit`. May be called from any thread but not from a completion.
     void send(HttpRequest request, HttpCompletion completion);
 
@@ -127,7 +127,7 @@ class HttpSession {
     [[nodiscard]] std::optional<HttpResult> performWithin(HttpRequest request,
                                                           std::chrono::milliseconds limit);
 
-    /// The process-wide session for requests that bring their own limit. Never destroyed.
+    /// Process-wide session, for requests that set their own timeout. Never destroyed.
     static HttpSession& shared();
 
   private:

@@ -1,7 +1,7 @@
 // A counting semaphore.
 //
-// Mutex and condition variable rather than std::counting_semaphore: as quick here, clean under both
-// ThreadSanitizer and helgrind, and without the lost wake-up that libstdc++ 12's one can have.
+// Mutex and condition variable rather than std::counting_semaphore: equally fast here, clean under
+// both ThreadSanitizer and helgrind, and free of libstdc++ 12's lost wake-up.
 #pragma once
 
 #include "platform/machine/clock.h"
@@ -13,7 +13,7 @@
 
 namespace orvane {
 
-/// Every operation may be called from any thread. What a thread wrote before `signal` is seen by
+/// Every operation may be called from any thread. What a thread wrote before `signal` is visible to
 /// the thread that the signal releases.
 class Semaphore {
   public:
@@ -25,11 +25,11 @@ class Semaphore {
     /// Blocks until the count is positive, then takes one.
     void wait();
 
-    /// As `wait`, until `deadline` on the clock of clock.h at the latest; false when that has
-    /// passed.
+    /// As `wait`, but gives up and returns false at `deadline` on the monotonic clock of clock.h.
     bool waitUntil(clock::TimePoint deadline);
 
-    /// As `wait`, for at most `limit` in real time, whatever clock.h says; false when it ran out.
+    /// As `wait`, but gives up and returns false after `limit` on std::chrono::steady_clock, which
+    /// no test replaces.
     bool waitFor(std::chrono::milliseconds limit);
 
   private:

@@ -11,8 +11,9 @@ namespace orvane {
 
 namespace {
 
-/// Whether `directory` holds certificates under their hashed names ("5ed36f99.0"). Looking them up
-/// there spares reading the whole bundle; an empty directory would trust nobody.
+/// Whether `directory` contains certificates under their hashed names ("5ed36f99.0").
+/// Per-certificate lookup avoids loading the whole bundle; with an empty directory no peer would
+/// verify.
 bool hasHashedCertificates(const std::filesystem::path& directory) {
     constexpr std::size_t hashLength = 8;
     std::error_code error;

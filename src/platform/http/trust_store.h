@@ -1,4 +1,4 @@
-// Where a session finds the certificates that it trusts.
+// Where a session finds its trusted certificates.
 #pragma once
 
 #include "platform/http/curl_handles.h"
@@ -8,29 +8,29 @@
 
 namespace orvane {
 
-/// The machine's directory of hashed certificates, in which the one that is needed is looked up;
-/// the library's bundle, which is read certificate by certificate, only when there is no such
-/// directory or it did not do. What is there is looked at once.
+/// The machine's directory of hashed certificates, where OpenSSL looks up only the certificates it
+/// needs. libcurl's bundle, which has to be parsed completely, is used only if there is no such
+/// directory or a verification with it failed. The directory is checked once.
 class TrustStore {
   public:
-    /// The directory to look certificates up in; empty when there is none.
+    /// The directory to look up certificates in; empty if there is none.
     const std::string& directory();
 
-    /// Whether the library's bundle is read.
+    /// Whether libcurl's bundle is read.
     bool readsBundle() { return bundleIsWanted_ || directory().empty(); }
 
-    /// Has the bundle read from now on.
+    /// Makes the bundle be read from now on.
     void wantBundle() { bundleIsWanted_ = true; }
 
-    /// Looks again, and starts with the directory alone.
+    /// Checks again, and starts with the directory alone.
     void forget();
 
-    /// Whether the library has a bundle that can be read.
+    /// Whether libcurl has a bundle that is readable.
     static bool hasBundle(CURL* easy);
 
   private:
     std::optional<std::string> directory_;
-    bool bundleIsWanted_ = false;  ///< the directory alone did not do
+    bool bundleIsWanted_ = false;  ///< verification with the directory alone failed
 };
 
 }  // namespace orvane

@@ -53,7 +53,7 @@ bool HttpSession::Worker::startThread() {
     if (thread_.joinable()) {
         return true;
     }
-    initialiseLibraryOnce();
+    initializeLibraryOnce();
     multi_ = makeMulti();
     if (multi_ == nullptr && std::exchange(couldNotStart_, true)) {
         // OpenSSL does not try again what it once had no memory to set up. A new process does.

@@ -1,4 +1,4 @@
-// Comparing a JSON object with what it should say, without holding it in memory.
+// Comparing a JSON object with expected members, without holding it in memory.
 #pragma once
 
 #include "platform/text/string_list.h"
@@ -11,8 +11,8 @@
 
 namespace orvane::json {
 
-/// A member at the top level of an object, with the value that it should have. A list of texts is
-/// an array of just these strings, in order.
+/// A member at the top level of an object, with its expected value. A list stands for an array of
+/// exactly these strings, in order.
 struct ExpectedMember {
     std::string_view key;
     std::variant<bool, const StringList*> value;
@@ -20,9 +20,9 @@ struct ExpectedMember {
     bool defaultsToFalse = false;
 };
 
-/// Compares an object, whose text comes piece by piece, with the members that it should have. Other
-/// members do not matter. What counts as a usable text, and which of two members with the same name
-/// counts, is as in `readObject`. Takes a fixed amount of memory, whatever the text holds.
+/// Compares an object, whose text arrives piece by piece, with expected members; others do not
+/// matter. What text is refused, and that the first of duplicate keys wins, is as in `readObject`.
+/// Uses a fixed amount of memory, whatever the text contains.
 class Comparison {
   public:
     /// Keys and lists are not copied.
@@ -31,11 +31,11 @@ class Comparison {
     Comparison& operator=(const Comparison&) = delete;
     ~Comparison();
 
-    /// Takes the next piece of the text. False once it is certain that the object is another one or
-    /// that the text is not usable; the rest need not be read.
+    /// Takes the next piece of the text. False once it is certain that the object differs or that
+    /// the text is refused; the rest need not be read.
     [[nodiscard]] bool add(std::string_view piece);
 
-    /// Whether the text, which ends here, is an object with all members as expected.
+    /// Call at the end of the text: whether it is an object with all members as expected.
     [[nodiscard]] bool isSame();
 
   private:

@@ -13,7 +13,7 @@ namespace orvane::json {
 
 namespace {
 
-/// Follows the parser's events. Every handler stops the parser at the first difference.
+/// Follows the parser's events. Each handler stops the parser at the first difference.
 class Comparer : public ParserEvents {
   public:
     explicit Comparer(const std::vector<ExpectedMember>& expected) {
@@ -23,7 +23,7 @@ class Comparer : public ParserEvents {
         }
     }
 
-    /// Whether all members that have to be there were there.
+    /// Whether all required members were present.
     [[nodiscard]] bool isComplete() const {
         return std::all_of(members_.begin(), members_.end(), [](const Member& member) {
             return member.isSeen || mayBeMissing(member.expected);
@@ -56,7 +56,7 @@ class Comparer : public ParserEvents {
     }
 
     bool on_key_part(std::string_view part, std::size_t /*size*/, error_code& /*error*/) {
-        // Longer than any that is looked for is long enough.
+        // One byte more than the longest expected key is enough to differ from all of them.
         key_ += part.substr(0, longestKey_ + 1 - std::min(longestKey_ + 1, key_.size()));
         return true;
     }
@@ -66,7 +66,7 @@ class Comparer : public ParserEvents {
             const auto found =
                 std::find_if(members_.begin(), members_.end(),
                              [this](const Member& member) { return member.expected.key == key_; });
-            // Of members with the same name the first counts.
+            // Of duplicate keys the first wins.
             current_ = found == members_.end() || found->isSeen ? nullptr : &*found;
         }
         key_.clear();
@@ -129,11 +129,10 @@ class Comparer : public ParserEvents {
         return isExpected;
     }
 
-    /// Takes a value that is not of the type that the current member should have, if there is one.
-    /// False when it makes a difference.
+    /// Takes a value of another type than expected. False if that makes a difference.
     bool takeOther() {
         if (depth_ == 0 || list_ != nullptr) {
-            return false;  // a scalar at the top level; something else than a text in the list
+            return false;  // a scalar at the top level, or not a string in the list
         }
         if (current_ == nullptr) {
             return true;
@@ -148,7 +147,7 @@ class Comparer : public ParserEvents {
         return true;
     }
 
-    /// Compares the next part of a text in the list.
+    /// Compares the next part of a string in the list.
     bool compare(std::string_view part) {
         if (index_ >= list_->size() || (*list_)[index_].substr(offset_, part.size()) != part) {
             return false;
@@ -159,13 +158,12 @@ class Comparer : public ParserEvents {
 
     std::vector<Member> members_;
     std::size_t longestKey_ = 0;
-    std::size_t depth_ = 0;      ///< how many containers are open
-    std::string key_;            ///< its beginning, until it has ended
-    Member* current_ = nullptr;  ///< the member that the next value belongs to
-    const StringList* list_ =
-        nullptr;              ///< what the array that is open is compared with; holds texts only
-    std::size_t index_ = 0;   ///< of the text that comes next
-    std::size_t offset_ = 0;  ///< how much of it has come
+    std::size_t depth_ = 0;             ///< number of open containers
+    std::string key_;                   ///< the beginning of a key, until its end
+    Member* current_ = nullptr;         ///< the member that the next value belongs to
+    const StringList* list_ = nullptr;  ///< what the open array is compared with
+    std::size_t index_ = 0;             ///< of the next string
+    std::size_t offset_ = 0;            ///< how much of it has been compared
 };
 
 boost::json::parse_options options() {

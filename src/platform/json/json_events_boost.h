@@ -1,5 +1,5 @@
-// What Boost.JSON's event parser wants of each of our handlers alike. For the sources of this
-// directory only.
+// The part of Boost.JSON's handler interface that is the same for our handlers. For the sources of
+// this folder only.
 #pragma once
 
 #include <boost/json/basic_parser_impl.hpp>
@@ -13,7 +13,7 @@ namespace orvane::json {
 using boost::system::error_code;
 
 struct ParserEvents {
-    // The parser's own limits are not needed: what is read is bounded.
+    // The parser's own limits are not needed: the size of every input is bounded.
     static constexpr std::size_t max_object_size = SIZE_MAX;
     static constexpr std::size_t max_array_size = SIZE_MAX;
     static constexpr std::size_t max_key_size = SIZE_MAX;

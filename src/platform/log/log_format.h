@@ -1,10 +1,10 @@
-// The message formats of the unified log: literals at the call sites, checked against their
-// arguments when the program is compiled, rendered the same way on every system.
+// Message formats: literals at the call sites, checked against their arguments at compile time,
+// rendered the same way on every system.
 //
-// A format is text with conversions: %s text, %d a 32-bit and %ld a 64-bit signed integer, each
-// with an optional mark in braces, "%{public}s". `bool,` in the mark shows an integer conversion's
-// argument as true or false. As in os_log(3), a number is always visible and a text without
-// "public" is shown as <private>.
+// A format is text with conversions: %s for a string, %d for a 32-bit and %ld for a 64-bit signed
+// integer, each with an optional mark in braces, "%{public}s". `bool,` in the mark shows an integer
+// conversion's argument as true or false. As in os_log(3), numbers are always visible and a string
+// without "public" is shown as <private>.
 #pragma once
 
 #include <array>
@@ -18,19 +18,19 @@
 
 namespace orvane {
 
-/// What a conversion is given.
+/// The argument of a conversion.
 using LogArgument = std::variant<bool, std::int64_t, std::string_view>;
 
 /// One conversion of a format.
 struct LogConversion {
-    enum class Kind { text, int32, int64, boolean, malformed };
+    enum class Kind { string, int32, int64, boolean, malformed };
     Kind kind = Kind::malformed;
     bool isPublic = false;
     std::size_t begin = 0;  ///< index of its "%"
-    std::size_t end = 0;    ///< index behind its last character
+    std::size_t end = 0;    ///< index past its last character
 };
 
-/// The first conversion of `format` at or after `from`; `begin` is npos when there is none.
+/// The first conversion of `format` at or after `from`; `begin` is npos if there is none.
 constexpr LogConversion nextConversion(std::string_view format, std::size_t from) {
     LogConversion found;
     found.begin = format.find('%', from);
@@ -51,7 +51,7 @@ constexpr LogConversion nextConversion(std::string_view format, std::size_t from
         rest.remove_prefix(close + 1);
     }
     if (rest.starts_with('s') && !isBoolean) {
-        found.kind = LogConversion::Kind::text;
+        found.kind = LogConversion::Kind::string;
         rest.remove_prefix(1);
     } else if (rest.starts_with('d')) {
         found.kind = isBoolean ? LogConversion::Kind::boolean : LogConversion::Kind::int32;
@@ -64,7 +64,7 @@ constexpr LogConversion nextConversion(std::string_view format, std::size_t from
     return found;
 }
 
-/// The conversion kind that an argument of type `Argument` needs.
+/// The kind of conversion that an argument of type `Argument` needs.
 template <typename Argument>
 constexpr LogConversion::Kind kindFor() {
     if constexpr (std::same_as<Argument, bool>) {
@@ -74,13 +74,13 @@ constexpr LogConversion::Kind kindFor() {
     } else if constexpr (std::same_as<Argument, std::int64_t>) {
         return LogConversion::Kind::int64;
     } else if constexpr (std::convertible_to<Argument, std::string_view>) {
-        return LogConversion::Kind::text;
+        return LogConversion::Kind::string;
     } else {
         return LogConversion::Kind::malformed;
     }
 }
 
-/// Whether `format` is well-formed and its conversions are just those of `Arguments`, in order.
+/// Whether `format` is well-formed and its conversions are exactly those of `Arguments`, in order.
 template <typename... Arguments>
 constexpr bool formatFits(std::string_view format) {
     constexpr std::array<LogConversion::Kind, sizeof...(Arguments)> wanted{kindFor<Arguments>()...};
@@ -96,15 +96,14 @@ constexpr bool formatFits(std::string_view format) {
     return nextConversion(format, from).begin == std::string_view::npos;
 }
 
-/// A format literal that is known to fit arguments of the types `Arguments`; one that does not fit
-/// does not compile.
+/// A format literal, checked against `Arguments` at compile time.
 template <typename... Arguments>
 class LogFormat {
   public:
-    // NOLINTNEXTLINE(google-explicit-constructor): a literal at the call site is the point of it.
+    // NOLINTNEXTLINE(google-explicit-constructor): so that call sites pass a plain literal.
     consteval LogFormat(const char* literal) : text_(literal) {
         if (!formatFits<Arguments...>(text_)) {
-            throw "the format does not fit its arguments";  // reaching this stops the compiler
+            throw "the format does not fit its arguments";  // reached at compile time: an error
         }
     }
     [[nodiscard]] constexpr std::string_view text() const { return text_; }
@@ -113,12 +112,13 @@ class LogFormat {
     std::string_view text_;
 };
 
-/// `format` with its conversions replaced by `arguments`. Control characters in texts are escaped
-/// and malformed UTF-8 is repaired, so that one message is one line that cannot steer a terminal.
+/// `format` with its conversions replaced by `arguments`. In strings, control characters are
+/// escaped and malformed UTF-8 is replaced, so that a message is one line that cannot inject
+/// terminal escapes.
 /// REQUIRES: the arguments fit the format (`formatFits`).
 std::string renderMessage(std::string_view format, std::span<const LogArgument> arguments);
 
-/// `text` made safe to show: what `renderMessage` does to a text argument.
+/// `text` made safe to show, as `renderMessage` does with a string argument.
 std::string printable(std::string_view text);
 
 }  // namespace orvane

@@ -1,5 +1,5 @@
-// The unified log: os_log on macOS; on Linux the journal when standard error leads there, else one
-// line per message on standard error.
+// The log: os_log on macOS; on Linux the journal if standard error is connected to it, otherwise
+// one line per message on standard error.
 #pragma once
 
 #include "platform/log/log_format.h"
@@ -12,13 +12,13 @@
 
 namespace orvane {
 
-/// What a message is for. Every level is always handed on: filtering is the log's business.
+/// What a message is for. All levels are emitted; filtering is left to the log.
 enum class LogLevel { standard, debug, error };
 
 /// Writes messages under one subsystem and category. Copies are cheap and share the destination.
 /// Every operation may be called from any thread, writes one message and blocks until all of it is
-/// written. A log that cannot be written is no reason to stop guarding: what goes wrong is not
-/// reported. Only memory may run out, which throws std::bad_alloc.
+/// written. Failures are not reported, because a failing log must not stop the daemon; only
+/// std::bad_alloc may be thrown.
 class Logger {
   public:
     Logger(std::string subsystem, std::string category);
@@ -37,7 +37,7 @@ class Logger {
         render(LogLevel::debug, format.text(), arguments...);
     }
 
-    /// Error level: every failure.
+    /// Error level: failures.
     template <typename... Arguments>
     void error(LogFormat<std::type_identity_t<Arguments>...> format,
                const Arguments&... arguments) const {

@@ -35,8 +35,8 @@ std::string_view priorityOf(LogLevel level) {
     return "5";
 }
 
-/// systemd.exec(5): JOURNAL_STREAM holds "device:inode" of the stream that the service manager gave
-/// us; that it still is our standard error tells a service from a shell that merely inherited the
+/// systemd.exec(5): JOURNAL_STREAM is "device:inode" of the stream that the service manager set up.
+/// Only if that is our standard error are we the service; a shell may merely have inherited the
 /// variable.
 bool standardErrorIsJournal() {
     struct stat status {};
@@ -50,7 +50,7 @@ Descriptor connectToJournal() {
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     std::copy(journalSocket.begin(), journalSocket.end(), std::begin(address.sun_path));
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): the socket interface is C's.
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): as the sockets API wants it.
     const auto* generic = reinterpret_cast<const sockaddr*>(&address);
     if (!socket.isOpen() || ::connect(socket.number(), generic, sizeof address) != 0) {
         return Descriptor();
@@ -76,9 +76,9 @@ class Logger::Destination {
     }
 
   private:
-    /// The journal's native protocol: one datagram of FIELD=value lines. A rendered message holds
-    /// no line break, so the simple form always does. False when it did not go through (too large,
-    /// or the journal is restarting).
+    /// The journal's native protocol: one datagram of FIELD=value lines. A rendered message
+    /// contains no line break, so the simple form is always enough. False if it was not accepted
+    /// (too large, or the journal is restarting).
     [[nodiscard]] bool sendToJournal(LogLevel level, const std::string& message) const {
         std::string entry;
         const auto add = [&entry](std::string_view field, std::string_view value) {

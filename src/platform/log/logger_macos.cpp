@@ -25,8 +25,8 @@ class Logger::Destination {
     Destination(const std::string& subsystem, const std::string& category)
         : log_(os_log_create(subsystem.c_str(), category.c_str())) {}
 
-    // The message is rendered by the same code as elsewhere, privacy marks applied, so it goes out
-    // as one public text.
+    // The message has been rendered by the same code as on Linux, with the privacy marks applied,
+    // so all of it is public now.
     void write(LogLevel level, const std::string& message) const {
         os_log_with_type(log_, typeOf(level), "%{public}s", message.c_str());
     }
@@ -35,7 +35,7 @@ class Logger::Destination {
     os_log_t log_;
 };
 
-// On other systems they are kept.
+// On Linux the strings are kept.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 Logger::Logger(std::string subsystem, std::string category)
     : destination_(std::make_shared<const Destination>(subsystem, category)) {}

@@ -1,4 +1,4 @@
-// A log message as people read it on standard error.
+// A log message as a line on standard error.
 #pragma once
 
 #include "platform/log/logger.h"
@@ -7,8 +7,8 @@
 
 namespace orvane {
 
-/// Writes "TIME LEVEL CATEGORY PID TEXT" and a line feed, in one write, so that lines of two
-/// threads do not mix. What cannot be written is lost.
+/// Writes "TIME LEVEL CATEGORY PID MESSAGE" and a line feed, in one write if possible, so that the
+/// lines of two threads do not mix. What cannot be written is lost.
 void writeMessageLine(LogLevel level, std::string_view category, std::string_view message);
 
 }  // namespace orvane

@@ -25,7 +25,7 @@ int initializeGroups(int (*call)(const char*, Group), const Account& account) {
     return call(account.name.c_str(), static_cast<Group>(account.group));
 }
 
-/// Gives up root's rights for good; in this order, because each step needs them.
+/// Gives up root's rights for good. In this order, because each step needs them.
 bool become(const Account& account) {
     int failed = initializeGroups(&::initgroups, account);
     failed |= ::setgid(account.group);
@@ -43,12 +43,12 @@ bool become(const Account& account) {
         std::FILE* const file = ::fdopen(output, "w");
         (void)std::fwrite(result.data(), 1, result.size(), file);
         (void)std::fflush(file);
-    } catch (...) {  // NOLINT(bugprone-empty-catch): no result says enough
+    } catch (...) {  // NOLINT(bugprone-empty-catch): an empty result means failure
     }
     std::_Exit(EXIT_SUCCESS);
 }
 
-/// Everything that comes from `input` until its end or `deadline`.
+/// Reads `input` to its end; empty if that does not come before `deadline`.
 std::string readUntil(clock::TimePoint deadline, int input) {
     std::string result;
     std::array<char, 4096> buffer{};
@@ -111,7 +111,7 @@ std::optional<std::string> resultAs(const Account& account,
         return std::nullopt;
     }
     std::string result = readUntil(clock::monotonicNow() + limit, readEnd.number());
-    // The account can stop a process of its own, but not keep us waiting.
+    // The account could stop this child, which runs as it; that must not block us.
     (void)::kill(child, SIGKILL);
     int status = 0;
     (void)uninterrupted([&] { return ::waitpid(child, &status, 0); });

@@ -1,26 +1,26 @@
-// The machine's clocks. Declared once, defined in clock_machine.cpp for the daemon and in a twin
-// whose time the tests set; which one a program gets is decided when it is linked.
+// The machine's clocks. Declared once; defined in clock_machine.cpp for the daemon and in a fake
+// for tests, which sets the time. The choice is made when a program is linked.
 #pragma once
 
 #include <chrono>
 
 namespace orvane::clock {
 
-/// A point on a clock that only moves forward, while the machine sleeps too, and that no one can
-/// set.
+/// A time on the monotonic clock, which also advances while the machine sleeps.
 using TimePoint = std::chrono::time_point<std::chrono::steady_clock, std::chrono::nanoseconds>;
 
 /// Now, on the monotonic clock. Safe on any thread.
 TimePoint monotonicNow();
 
-/// The wall clock: time since 1970-01-01T00:00:00Z. May step either way. Safe on any thread.
+/// Now, on the wall clock: time since 1970-01-01T00:00:00Z. May jump either way. Safe on any
+/// thread.
 std::chrono::nanoseconds sinceEpoch();
 
-/// Blocks the calling thread for `seconds`, those included for which the machine sleeps.
+/// Blocks the calling thread for `seconds`. Time during which the machine sleeps counts.
 void sleep(double seconds);
 
-/// How long a thread may block before `deadline` has to be looked at again: never beyond it by more
-/// than a millisecond, 0 when it has passed. What blocks with a limit of time awake takes a
+/// How long a thread may block before it has to check `deadline` again: at most one millisecond
+/// past it; 0 if it has passed. A wait whose timeout does not count the machine's sleep needs a
 /// ContinuousTimer as well.
 std::chrono::milliseconds blockLimit(TimePoint deadline);
 

@@ -1,4 +1,4 @@
-// Time that goes on while the machine sleeps: what systems spell differently of clocks.
+// A clock that advances while the machine sleeps, and a timer on it; differs between systems.
 #pragma once
 
 #include "platform/files/descriptor.h"
@@ -7,20 +7,20 @@
 
 namespace orvane {
 
-/// Time since some moment before this process began, the machine's sleep included. Safe on any
+/// Time since some moment before this process started, including the machine's sleep. Safe on any
 /// thread.
 std::chrono::nanoseconds continuousTime();
 
-/// A descriptor that becomes readable at a moment in continuous time. The time limits of poll(2)
-/// and its like count only time awake, so what waits for long waits for this as well, and then
-/// knows at once when the machine has slept through the moment. For one thread.
+/// A descriptor that becomes readable at a moment in continuous time. The timeout of poll(2) does
+/// not count the machine's sleep, so a long wait polls this as well, and then wakes up at once if
+/// the machine has slept through the moment. Not thread-safe.
 class ContinuousTimer {
   public:
-    /// Not readable before `fromNow` has gone by, whatever was set before; 0 is never. Tried again
-    /// the next time when there is no descriptor to be had now.
+    /// Makes it readable after `fromNow`, whatever was set before; 0 means never. If no descriptor
+    /// is available now, the next call tries again.
     void set(std::chrono::milliseconds fromNow);
 
-    /// To wait for; -1, which poll(2) passes over, when there is none.
+    /// The descriptor to poll; -1, which poll(2) ignores, if there is none.
     [[nodiscard]] int descriptor() const { return descriptor_.number(); }
 
   private:

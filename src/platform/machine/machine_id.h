@@ -6,9 +6,9 @@
 
 namespace orvane {
 
-/// An id that this program alone has for this machine, as a UUID in lower case: derived from the
-/// machine's own stable id, which cannot be found from it. Absent where the system has none or its
-/// file is not what it should be. Read anew on every call.
-std::optional<std::string> machineId();
+/// This program's own id for this machine, a UUID in lower case. It is derived from the machine's
+/// stable id, which cannot be computed from it. nullopt if there is none or its file is malformed.
+/// Read on every call.
+[[nodiscard]] std::optional<std::string> machineId();
 
 }  // namespace orvane

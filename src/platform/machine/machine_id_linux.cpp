@@ -16,8 +16,8 @@ namespace {
 
 using Id = std::array<std::uint8_t, 16>;
 
-/// This program's own id, drawn once at random. It must never change: all machines would get new
-/// ids.
+/// This program's own id, generated once. It must never change, or every machine would get a new
+/// id.
 constexpr Id applicationId{0xbc, 0x95, 0xcd, 0x8e, 0xd8, 0x8e, 0x4c, 0xf1,
                            0x9c, 0x75, 0x72, 0x74, 0x18, 0xb6, 0x3a, 0x56};
 
@@ -41,7 +41,7 @@ std::optional<Id> idIn(std::string_view content) {
     return id;
 }
 
-/// In the usual form, marked as a random one (RFC 9562, version 4).
+/// In the usual notation, marked as random (RFC 9562, version 4).
 std::string uuidOf(const Sha256& digest) {
     std::string uuid;
     for (std::size_t i = 0; i < Id().size(); ++i) {
@@ -64,8 +64,8 @@ std::string uuidOf(const Sha256& digest) {
 std::optional<std::string> machineId() {
     const auto content = files::read(paths::machineIdFile(), files::foreignSizeLimit);
     const auto id = content ? idIn(*content) : std::nullopt;
-    // The machine's own id must not leave it: it is the key of whatever else is derived from it
-    // (machine-id(5)). sd_id128_get_machine_app_specific(3) gives the same.
+    // machine-id(5) forbids sending the id itself, from which other programs derive secrets, too.
+    // sd_id128_get_machine_app_specific(3) yields the same.
     return id ? std::optional(uuidOf(hmacSha256(*id, applicationId))) : std::nullopt;
 }
 

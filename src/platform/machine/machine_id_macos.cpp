@@ -2,7 +2,7 @@
 
 namespace orvane {
 
-// macOS identifies itself through its hardware registry alone.
+// On macOS the hardware registry is the only source.
 std::optional<std::string> machineId() {
     return std::nullopt;
 }

@@ -18,7 +18,7 @@ std::optional<std::string> accountHome() {
     std::vector<char> buffer(1024);
     passwd entry{};
     passwd* found = nullptr;
-    // getpwuid_r(3): ERANGE asks for a larger buffer.
+    // getpwuid_r(3): ERANGE means that the buffer is too small.
     while (getpwuid_r(geteuid(), &entry, buffer.data(), buffer.size(), &found) == ERANGE) {
         buffer.resize(buffer.size() * 2);
     }

@@ -5,7 +5,7 @@
 namespace orvane {
 
 bool closeAllOthersInChild(posix_spawn_file_actions_t& actions, posix_spawnattr_t& /*attributes*/) {
-    // Libraries do not mark all of theirs close-on-exec.
+    // Libraries do not open all of their descriptors close-on-exec.
     return posix_spawn_file_actions_addclosefrom_np(&actions, STDERR_FILENO + 1) == 0;
 }
 

@@ -14,7 +14,7 @@
 #include <cerrno>
 #include <csignal>
 
-// environ(7): POSIX leaves the declaration to the program, glibc makes it too.
+// environ(7): POSIX has the program declare it; glibc declares it, too.
 extern char** environ;  // NOLINT(readability-redundant-declaration)
 
 namespace orvane {
@@ -48,7 +48,7 @@ bool isRegularFile(const std::filesystem::path& path) {
            S_ISREG(status.st_mode);
 }
 
-/// posix_spawn(3)'s two attribute objects, freed together.
+/// The two settings objects of posix_spawn(3).
 class SpawnSettings {
   public:
     SpawnSettings() {
@@ -56,7 +56,7 @@ class SpawnSettings {
         (void)posix_spawnattr_init(&attributes_);
         (void)posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGDEF);
         (void)posix_spawnattr_setpgroup(&attributes_, 0);
-        // The daemon ignores these (environment.h), and that would be inherited.
+        // The daemon ignores these signals (environment.h), and ignoring is inherited.
         sigset_t defaults;
         (void)sigemptyset(&defaults);
         (void)sigaddset(&defaults, SIGPIPE);

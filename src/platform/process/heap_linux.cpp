@@ -5,11 +5,11 @@
 namespace orvane {
 
 void keepHeapSmall() {
-    // Pieces of this size get a mapping of their own. Unless it is set, the limit grows with the
-    // pieces that are freed (mallopt(3)), and the next large policy would stay in the heap.
-    constexpr int largePiece = 128 * 1024;
-    (void)mallopt(M_MMAP_THRESHOLD, largePiece);
-    // Two threads that take turns do not need two heaps.
+    // Allocations this large are mmapped. Left alone, the threshold grows dynamically (mallopt(3)),
+    // and after one large policy the next one would stay in the heap.
+    constexpr int mmapThreshold = 128 * 1024;
+    (void)mallopt(M_MMAP_THRESHOLD, mmapThreshold);
+    // Our two threads hardly ever run at the same time.
     (void)mallopt(M_ARENA_MAX, 1);
 }
 

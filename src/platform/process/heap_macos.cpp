@@ -2,7 +2,7 @@
 
 namespace orvane {
 
-// The system's own heap gives large pieces back as they are freed.
+// The system's allocator returns large blocks as they are freed.
 void keepHeapSmall() {}
 
 }  // namespace orvane

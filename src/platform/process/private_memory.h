@@ -4,8 +4,7 @@
 namespace orvane {
 
 /// Keeps the process's memory out of core files. On Linux also keeps other processes of the account
-/// from reading it, unless they have the privilege to trace any process. To be called once, at the
-/// start.
+/// from reading it, unless they have the privilege to trace any process. Call once, at startup.
 void keepMemoryPrivate();
 
 }  // namespace orvane

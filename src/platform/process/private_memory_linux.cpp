@@ -5,9 +5,9 @@
 namespace orvane {
 
 void keepMemoryPrivate() {
-    // RLIMIT_CORE does not stop a core file that the kernel pipes to a program (core(5)). This
-    // does, and it closes /proc/PID/mem and environ to the account. A child that runs another
-    // program is dumpable again.
+    // RLIMIT_CORE does not prevent a core dump that is piped to a program (core(5)). This does, and
+    // it makes /proc/PID/mem and environ inaccessible to the account. A child is dumpable again
+    // once it runs another program.
     (void)::prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
 }
 

@@ -5,9 +5,9 @@
 namespace orvane {
 
 void keepMemoryPrivate() {
-    // The limit is all there is: macOS writes core files itself, and has nothing like Linux's
-    // PR_SET_DUMPABLE. ptrace(PT_DENY_ATTACH) would not do: it keeps off debuggers, by ending the
-    // process, but not whoever gets its task port. Signing with the hardened runtime denies that.
+    // The limit is all there is: macOS writes core files itself and has nothing like Linux's
+    // PR_SET_DUMPABLE. ptrace(PT_DENY_ATTACH) stops debuggers, but not a process that gets our task
+    // port. Signing with the hardened runtime prevents that.
     constexpr rlimit none{0, 0};
     (void)::setrlimit(RLIMIT_CORE, &none);
 }

@@ -10,16 +10,16 @@ namespace orvane::text {
 /// U+10FFFF.
 bool isUtf8(std::string_view bytes);
 
-/// `bytes` with every malformed sequence replaced by U+FFFD, so that it can be shown or written.
+/// `bytes` with every malformed sequence replaced by U+FFFD.
 std::string repairedUtf8(std::string_view bytes);
 
 /// `text` without one leading UTF-8 byte order mark, if there is one.
 std::string_view withoutByteOrderMark(std::string_view text);
 
-/// `text` without any `character` at its start and at its end, however many there are.
+/// `text` without the run of `character` at either end.
 std::string_view trimmed(std::string_view text, char character);
 
-/// Whether `text` holds a C0 control character (NUL, CR, LF and tab among them) or DEL.
+/// Whether `text` contains a C0 control character (NUL, CR, LF and tab are some) or DEL.
 bool hasControlCharacter(std::string_view text);
 
 }  // namespace orvane::text

@@ -8,7 +8,7 @@
 namespace orvane::text {
 
 bool isUtf8(std::string_view bytes) {
-    // Most texts are ASCII from end to end, which takes no more than a glance.
+    // Most strings are pure ASCII, which is cheap to check.
     const auto* const first = std::find_if(
         bytes.begin(), bytes.end(), [](char c) { return static_cast<unsigned char>(c) >= 0x80; });
     return utf8::is_valid(first, bytes.end());
