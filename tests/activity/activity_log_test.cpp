@@ -17,7 +17,9 @@
 #include <cstdint>
 #include <filesystem>
 #include <limits>
+#include <map>
 #include <optional>
+#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -187,6 +189,47 @@ TEST_F(ActivityLogTest, EveryArgumentHasItsOwnPlace) {
                   std::to_string(::getpid()) +
                   R"(,"status":1,"summary":"s","ts":"2026-11-16T07:13:43.123Z",)"
                   "\"url\":\"u\"}\n");
+}
+
+/// The members of a line with all of them, with their types as the documents name them.
+std::map<std::string, std::string> membersOf(const std::string& line) {
+    std::map<std::string, std::string> members;
+    const auto object = nlohmann::json::parse(line);
+    for (const auto& [name, value] : object.items()) {
+        members[name] = value.is_string() ? "string" : "integer";
+    }
+    return members;
+}
+
+/// The members in the table of the manual page on files.
+std::map<std::string, std::string> documentedMembers() {
+    std::string page = readFile(ORVANE_SOURCE_DIRECTORY "/docs/files.md");
+    page.erase(0, page.find("\n## ~/.orvane/logs/"));
+    std::map<std::string, std::string> members;
+    const std::regex row(R"(\n\| `([a-z]+)` \| ([a-z]+))");
+    for (std::sregex_iterator found(page.begin(), page.end(), row), end; found != end; ++found) {
+        members[found->str(1)] = found->str(2);
+    }
+    return members;
+}
+
+/// The members that lnav's format knows.
+std::map<std::string, std::string> formatMembers() {
+    const auto file = nlohmann::json::parse(
+        readFile(ORVANE_SOURCE_DIRECTORY "/packaging/lnav/orvane_activity.json"));
+    const auto& format = file.at("orvane_activity");
+    std::map<std::string, std::string> members{{format.at("timestamp-field"), "string"}};
+    for (const auto& [name, value] : format.at("value").items()) {
+        members[name] = value.at("kind");
+    }
+    return members;
+}
+
+TEST_F(ActivityLogTest, TheManualAndTheFormatForLnavHaveTheMembersOfALine) {
+    record("summary", "error");
+    const auto members = membersOf(content());
+    EXPECT_EQ(documentedMembers(), members);
+    EXPECT_EQ(formatMembers(), members);
 }
 
 TEST_F(ActivityLogTest, NumbersAreWrittenInFull) {

@@ -41,18 +41,18 @@ void preferMemory() {
     }
 }
 
-Device::Device(Begin begin) {
-    fill(begin);
+Device::Device(InitialState initial) {
+    fill(initial);
     restart();
 }
 
-void Device::fill(Begin begin) const {
+void Device::fill(InitialState initial) const {
     fs::create_directories(root() / "home");
     // As the service has it.
     const mode_t mask = ::umask(0077);
     writeFile(setup() / "enroll-config.json",
               nlohmann::json{{"api_url", server_.url()}, {"api_key", "key-1"}}.dump());
-    if (begin == Begin::nextPolicy) {
+    if (initial == InitialState::nextPolicy) {
         for (const auto& [path, content] : policyVersion(before).files()) {
             writeFile(root() / path, content);
         }

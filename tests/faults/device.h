@@ -1,4 +1,4 @@
-// A device whose daemon is put through one turn: its files, its control plane and the process.
+// A device whose daemon runs through one poll cycle: its files, its control plane, the process.
 #pragma once
 
 #include "faults/policy_server.h"
@@ -16,10 +16,10 @@
 
 namespace orvane::test {
 
-// Versions of policies and all that comes of them.
-inline constexpr int torn = -1;   ///< a file that is no version as a whole
+// Versions of policies and of the files derived from them.
+inline constexpr int torn = -1;   ///< a file that is not exactly one version
 inline constexpr int absent = 0;  ///< no file
-inline constexpr int before = 1;  ///< what a device has that knew a policy already
+inline constexpr int before = 1;  ///< what a device has that already had a policy
 inline constexpr int offered = 2;
 inline constexpr int later = 3;
 
@@ -30,12 +30,12 @@ inline constexpr std::array allFiles{File::policy, File::tag, File::effective, F
 /// Below the device's root.
 std::string pathOf(File file);
 
-/// What a device has when the turn begins.
-enum class Begin {
+/// What a device has when the poll cycle begins.
+enum class InitialState {
     firstPolicy,  ///< an enrollment and the hardware registry tool, and nothing else
     nextPolicy,   ///< all files of version `before`, no such tool
 };
-inline constexpr std::array allBegins{Begin::firstPolicy, Begin::nextPolicy};
+inline constexpr std::array allInitialStates{InitialState::firstPolicy, InitialState::nextPolicy};
 
 /// Call it once, before the first device.
 void preferMemory();
@@ -43,7 +43,7 @@ void preferMemory();
 class Device {
   public:
     /// The daemon runs and its poll is held.
-    explicit Device(Begin begin);
+    explicit Device(InitialState initial);
 
     [[nodiscard]] const std::filesystem::path& root() const { return root_.path(); }
     [[nodiscard]] PolicyServer& server() { return server_; }
@@ -79,7 +79,7 @@ class Device {
     [[nodiscard]] std::filesystem::path setup() const {
         return root() / "private/tmp/dev.orvane.setup";
     }
-    void fill(Begin begin) const;
+    void fill(InitialState initial) const;
     void beginTurn(int version);
     [[nodiscard]] bool hasPolledAgain() const;
 

@@ -19,6 +19,7 @@
 #include <iostream>
 #include <random>
 #include <set>
+#include <stdexcept>
 
 namespace orvane::test {
 
@@ -60,8 +61,8 @@ std::string nameOf(int error) {
         ->name;
 }
 
-std::string nameOf(Begin begin) {
-    return begin == Begin::firstPolicy ? "first policy" : "next policy";
+std::string nameOf(InitialState initial) {
+    return initial == InitialState::firstPolicy ? "first policy" : "next policy";
 }
 
 /// strace's words for it. No system interrupts for ever what is tried again each time: five times
@@ -79,20 +80,20 @@ std::string kill(const Call& call) {
 }
 
 std::string describe(const TurnModel& model, const Fault& fault) {
-    return nameOf(model.begin()) + ", " + describe(model.calls().at(fault.index)) + " " +
+    return nameOf(model.initial()) + ", " + describe(model.calls().at(fault.index)) + " " +
            nameOf(fault.error) + (fault.lasting == Lasting::once ? " once" : " from then on");
 }
 
 /// What a good turn does, from the main thread's calls and those of its child.
-TurnModel recorded(Begin begin) {
-    const auto record = [=](Traced traced) { return Device(begin).turn(offered, {}, traced); };
+TurnModel recorded(InitialState initial) {
+    const auto record = [=](Traced traced) { return Device(initial).turn(offered, {}, traced); };
     std::vector<Call> calls = record(Traced::mainThread);
     for (const Call& call : record(Traced::everything)) {
         if (call.inChild) {
             calls.push_back(call);
         }
     }
-    return {begin, std::move(calls)};
+    return {initial, std::move(calls)};
 }
 
 /// Of the same line many times over, one.
@@ -135,7 +136,7 @@ Outcome outcomeOf(Device& device) {
 }
 
 /// The next good turn makes everything good.
-void expectHealing(Device& device, Begin begin) {
+void expectHealing(Device& device, InitialState initial) {
     ASSERT_TRUE(device.goodTurn(later)) << "it does not poll again";
     EXPECT_EQ(versionsOf(device), allOf(later));
     EXPECT_THAT(device.wrongModes(), IsEmpty());
@@ -143,14 +144,14 @@ void expectHealing(Device& device, Begin begin) {
     EXPECT_EQ(logOf(device).size(), 3U) << ::testing::PrintToString(logOf(device));
     EXPECT_THAT(logOf(device), Each(StartsWith("default ")));
     EXPECT_THAT(device.activity(), EndsWith("poll$effective$"));
-    EXPECT_EQ(outcomeOf(device).knowsUuid, begin == Begin::firstPolicy);
+    EXPECT_EQ(outcomeOf(device).knowsUuid, initial == InitialState::firstPolicy);
     EXPECT_TRUE(device.daemon().isRunning());
 }
 
 /// Restarted where it was killed, it makes everything good with one poll. Only when the tag is
 /// there already, that poll brings nothing, and what came before the tag or should have come behind
 /// it waits for the next policy.
-void expectRecovery(Device& device, Begin begin) {
+void expectRecovery(Device& device, InitialState initial) {
     auto expected = versionsOf(device);
     EXPECT_THAT(expected, Each(Pair(_, Ne(torn))));
     // A policy that was lost in its replacement is asked for without the tag.
@@ -167,7 +168,7 @@ void expectRecovery(Device& device, Begin begin) {
               tag == absent ? std::nullopt : std::optional(policyVersion(tag).etag));
     ASSERT_TRUE(device.goodTurn(offered)) << "it does not poll again";
     EXPECT_EQ(versionsOf(device), expected);
-    expectHealing(device, begin);
+    expectHealing(device, initial);
 }
 
 /// What a killed process leaves is at most one file for each that it was writing.
@@ -200,7 +201,7 @@ class FaultsTest : public ::testing::Test {
 void expectStatedOutcome(const TurnModel& model, const Fault& fault) {
     SCOPED_TRACE(describe(model, fault));
     const Call& call = model.calls().at(fault.index);
-    Device device(model.begin());
+    Device device(model.initial());
     const auto calls = device.turn(offered, {failure(call, fault.error, fault.lasting)},
                                    call.inChild ? Traced::everything : Traced::mainThread);
     const auto first =
@@ -211,13 +212,13 @@ void expectStatedOutcome(const TurnModel& model, const Fault& fault) {
     EXPECT_EQ(outcomeOf(device), model.outcomeWith(fault));
     EXPECT_THAT(device.wrongModes(), IsEmpty());
     EXPECT_THAT(device.leftovers(), Each(Not(StartsWith(".")))) << "a scratch file";
-    expectHealing(device, model.begin());
+    expectHealing(device, model.initial());
 }
 
 void expectRecoveryFromKill(const TurnModel& model, std::size_t index) {
     const Call& call = model.calls().at(index);
-    SCOPED_TRACE(nameOf(model.begin()) + ", killed at " + describe(call));
-    Device device(model.begin());
+    SCOPED_TRACE(nameOf(model.initial()) + ", killed at " + describe(call));
+    Device device(model.initial());
     (void)device.turn(offered, {kill(call)});
     ASSERT_FALSE(device.daemon().isRunning());
     const auto versions = versionsOf(device);
@@ -226,7 +227,7 @@ void expectRecoveryFromKill(const TurnModel& model, std::size_t index) {
         << "a tag without its policy";
     EXPECT_THAT(device.wrongModes(), Each(StartsWith("."))) << "other than of a scratch file";
     expectOneScratchFileEach(device);
-    expectRecovery(device, model.begin());
+    expectRecovery(device, model.initial());
 }
 
 /// Everything that can fail, in each way and for as long. But strace counts a child's calls from
@@ -249,7 +250,7 @@ std::vector<Fault> matrix(const TurnModel& model) {
 
 /// A part of the work, so that parts can be done at the same time.
 struct Part {
-    Begin begin;
+    InitialState initial;
     std::size_t index;
     std::size_t count;
 
@@ -258,24 +259,32 @@ struct Part {
 
 std::string testNameOf(const ::testing::TestParamInfo<Part>& info) {
     const Part& part = info.param;
-    return std::string(part.begin == Begin::firstPolicy ? "FirstPolicy" : "NextPolicy") + "Part" +
-           std::to_string(part.index + 1) + "Of" + std::to_string(part.count);
+    return std::string(part.initial == InitialState::firstPolicy ? "FirstPolicy" : "NextPolicy") +
+           "Part" + std::to_string(part.index + 1) + "Of" + std::to_string(part.count);
 }
 
 std::vector<Part> parts(std::size_t count) {
     std::vector<Part> all;
-    for (const Begin begin : allBegins) {
+    for (const InitialState initial : allInitialStates) {
         for (std::size_t i = 0; i < count; ++i) {
-            all.push_back({begin, i, count});
+            all.push_back({initial, i, count});
         }
     }
     return all;
 }
 
-class EachBegin : public FaultsTest, public ::testing::WithParamInterface<Begin> {};
-INSTANTIATE_TEST_SUITE_P(Faults, EachBegin, ::testing::ValuesIn(allBegins));
+TEST(TurnModelTest, ACallThatNothingIsStatedAboutIsRefused) {
+    for (const char* path : {"sys/class/dmi/id/product_uuid", "etc/hosts", "home/.orvane/new"}) {
+        const Call call{"openat", 1, CallKind::open, path, "", false, false, false, false};
+        const TurnModel model(InitialState::nextPolicy, {call, call});
+        EXPECT_THROW((void)model.outcomeWith({1, EIO, Lasting::once}), std::runtime_error) << path;
+    }
+}
 
-TEST_P(EachBegin, AGoodTurnMakesTheSameCallsEachTimeAndEndsAsStated) {
+class EachInitialState : public FaultsTest, public ::testing::WithParamInterface<InitialState> {};
+INSTANTIATE_TEST_SUITE_P(Faults, EachInitialState, ::testing::ValuesIn(allInitialStates));
+
+TEST_P(EachInitialState, AGoodTurnMakesTheSameCallsEachTimeAndEndsAsStated) {
     const TurnModel model = recorded(GetParam());
     std::cout << model.calls().size() << " calls\n";
     EXPECT_EQ(model.calls(), recorded(GetParam()).calls());
@@ -293,7 +302,7 @@ class EachPart : public FaultsTest, public ::testing::WithParamInterface<Part> {
 INSTANTIATE_TEST_SUITE_P(Faults, EachPart, ::testing::ValuesIn(parts(3)), testNameOf);
 
 TEST_P(EachPart, AnInputOutputErrorOfAnyCallHasTheStatedOutcome) {
-    const TurnModel model = recorded(part.begin);
+    const TurnModel model = recorded(part.initial);
     for (std::size_t i = 0; i < model.calls().size(); ++i) {
         if (part.has(i) && !model.keepsPipeOpen(i, Lasting::once)) {
             expectStatedOutcome(model, {i, EIO, Lasting::once});
@@ -302,7 +311,7 @@ TEST_P(EachPart, AnInputOutputErrorOfAnyCallHasTheStatedOutcome) {
 }
 
 TEST_P(EachPart, KilledAtAnyCallItRecoversWithOnePoll) {
-    const TurnModel model = recorded(part.begin);
+    const TurnModel model = recorded(part.initial);
     for (std::size_t i = 0; i < model.calls().size(); ++i) {
         if (part.has(i) && !model.calls()[i].inChild) {
             expectRecoveryFromKill(model, i);
@@ -312,7 +321,7 @@ TEST_P(EachPart, KilledAtAnyCallItRecoversWithOnePoll) {
 
 TEST_P(EachPart, OfAllOtherFailuresASampleHasTheStatedOutcome) {
     constexpr std::size_t each = 127;  // no divisor of the numbers of errors and parts
-    const TurnModel model = recorded(part.begin);
+    const TurnModel model = recorded(part.initial);
     const auto faults = matrix(model);
     for (std::size_t i = part.index * each / part.count; i < faults.size(); i += each) {
         expectStatedOutcome(model, faults[i]);
@@ -328,7 +337,7 @@ void expectRepair(Device& device) {
 }
 
 TEST_F(FaultsTest, WithoutItsFlushANewPolicyIsNotThereUntilTheTagFileIsRemoved) {
-    Device device(Begin::nextPolicy);
+    Device device(InitialState::nextPolicy);
     (void)device.turn(offered, {"fsync:error=EIO:when=1"});
     ASSERT_TRUE(device.pollsAgain());
     auto expected = allOf(offered);
@@ -339,11 +348,11 @@ TEST_F(FaultsTest, WithoutItsFlushANewPolicyIsNotThereUntilTheTagFileIsRemoved) 
 }
 
 TEST_F(FaultsTest, KilledBehindTheTagTheEffectiveConfigurationIsOldUntilTheTagFileIsRemoved) {
-    const TurnModel model = recorded(Begin::nextPolicy);
+    const TurnModel model = recorded(InitialState::nextPolicy);
     const auto fetch =
         std::find_if(model.calls().begin(), model.calls().end(),
                      [](const Call& call) { return call.path == "stderr"; });  // "policy updated"
-    Device device(model.begin());
+    Device device(model.initial());
     (void)device.turn(offered, {kill(*fetch)});
     device.restart();
     ASSERT_TRUE(device.goodTurn(offered));
@@ -354,13 +363,13 @@ TEST_F(FaultsTest, KilledBehindTheTagTheEffectiveConfigurationIsOldUntilTheTagFi
 }
 
 TEST_F(FaultsTest, WhereNothingCanBeRemovedScratchFilesDoNotPileUp) {
-    Device device(Begin::firstPolicy);
+    Device device(InitialState::firstPolicy);
     for (int turns = 0; turns < 3; ++turns) {
         (void)device.turn(offered, {"fsync:error=EIO", "unlink:error=EACCES"});
         EXPECT_THAT(device.leftovers(), SizeIs(4));  // activity log, policy, tag, effective
         expectOneScratchFileEach(device);
     }
-    expectHealing(device, Begin::firstPolicy);
+    expectHealing(device, InitialState::firstPolicy);
 }
 
 /// Two mishaps in one turn. The first is a failure, the second a failure or the end of the process.
@@ -428,7 +437,7 @@ class Draw {
 
     /// Behind another mishap a close may be any other.
     static bool mayKeepPipeOpen(const TurnModel& model, const Fault& fault) {
-        return model.begin() == Begin::firstPolicy &&
+        return model.initial() == InitialState::firstPolicy &&
                model.calls().at(fault.index).kind == CallKind::close;
     }
 
@@ -465,17 +474,17 @@ void expectNothingButStatedLines(Device& device, const TurnModel& model, const C
 }
 
 void expectRecoveryFrom(const TurnModel& model, const Compound& pair) {
-    Device device(model.begin());
+    Device device(model.initial());
     (void)device.turn(offered, pair.injections(model).value());
     const bool lives = device.pollsAgain();
     EXPECT_THAT(versionsOf(device), Each(Pair(_, Ne(torn))));
     expectOneScratchFileEach(device);
     expectNothingButStatedLines(device, model, pair);
     if (lives) {
-        expectHealing(device, model.begin());
+        expectHealing(device, model.initial());
     } else {
         EXPECT_TRUE(pair.isKilled) << "it has ended or hangs";
-        expectRecovery(device, model.begin());
+        expectRecovery(device, model.initial());
     }
 }
 
@@ -496,7 +505,8 @@ void expectRecoveryFromPairs(std::uint32_t first, std::uint32_t step, std::uint3
         first = only;
         end = only + 1;
     }
-    const std::array models{recorded(Begin::firstPolicy), recorded(Begin::nextPolicy)};
+    const std::array models{recorded(InitialState::firstPolicy),
+                            recorded(InitialState::nextPolicy)};
     std::size_t killed = 0;
     std::size_t runs = 0;
     for (std::uint32_t number = first; number < end; number += step) {
@@ -528,7 +538,7 @@ class NightlyFaults : public EachPart {};
 INSTANTIATE_TEST_SUITE_P(Nightly, NightlyFaults, ::testing::ValuesIn(parts(4)), testNameOf);
 
 TEST_P(NightlyFaults, EveryFailureOfAnyCallHasTheStatedOutcome) {
-    const TurnModel model = recorded(part.begin);
+    const TurnModel model = recorded(part.initial);
     const auto faults = matrix(model);
     std::size_t runs = 0;
     for (std::size_t i = part.index; i < faults.size(); i += part.count) {

@@ -3,8 +3,10 @@
 #include "support/policy_versions.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 namespace orvane::test {
@@ -12,7 +14,7 @@ namespace orvane::test {
 namespace fs = std::filesystem;
 
 /// What a call is made for.
-enum class TurnModel::Subject {
+enum class TurnModel::Purpose {
     pollRecord,
     policy,
     tag,
@@ -29,23 +31,27 @@ enum class TurnModel::Subject {
     tagReading,
 };
 
-/// What becomes of it.
-enum class TurnModel::Fate {
+/// The effect of its failure.
+enum class TurnModel::Effect {
     fine,
-    lost,      ///< as if it had never been tried, and in silence
+    lost,      ///< as if it had never been tried, and not logged
     kept,      ///< the file is as it was, and an error line says so
     inTheWay,  ///< the same, because the old file could not be removed
-    gone,      ///< an error line, and no file but the one beside it
-    unended,   ///< a record without its line end
+    gone,      ///< an error line, and no file but the .tmp next to it
+    unended,   ///< a record without its line feed
     replaced,  ///< a record that is now the only one
 };
 
 namespace {
 
-constexpr const char* orvane = "home/.orvane";
+constexpr std::string_view orvane = "home/.orvane";
 
-bool isDirectory(const std::string& path) {
-    return fs::path(path).extension().empty() || path == orvane || path.ends_with(".setup");
+/// Of a path that is neither one of these nor the name of a known file, nothing is stated.
+constexpr std::array<std::string_view, 6> directories{
+    "home", orvane, "home/.orvane/logs", "private", "private/tmp", "private/tmp/dev.orvane.setup"};
+
+bool isDirectory(std::string_view path) {
+    return std::find(directories.begin(), directories.end(), path) != directories.end();
 }
 
 /// The file that `path`, or a file that is to take its place, stands for.
@@ -92,140 +98,141 @@ bool TurnModel::follows(std::size_t index, CallKind kind) const {
            calls_[index - 1].path == calls_[index].path;
 }
 
-TurnModel::Subject TurnModel::subjectOf(std::size_t index) const {
+TurnModel::Purpose TurnModel::purposeOf(std::size_t index) const {
     const Call& call = calls_.at(index);
     const std::size_t lines = logLinesBefore(index);
     if (call.path == "stderr") {
-        return lines == 0   ? Subject::updatedLine
-               : lines == 1 ? Subject::effectiveLine
-                            : Subject::captureLine;
+        return lines == 0   ? Purpose::updatedLine
+               : lines == 1 ? Purpose::effectiveLine
+                            : Purpose::captureLine;
     }
     if (call.kind == CallKind::process || call.path == "pipe" || call.path.ends_with("/ioreg") ||
         call.path.ends_with("/machine-id")) {
-        return Subject::uuid;
+        return Purpose::uuid;
     }
     if (call.path.starts_with("home/.orvane/logs")) {
-        return lines == 0 ? Subject::pollRecord : Subject::effectiveRecord;
+        return lines == 0 ? Purpose::pollRecord : Purpose::effectiveRecord;
     }
     if (call.path.ends_with("enroll-config.json")) {
-        return Subject::profile;
+        return Purpose::profile;
     }
     if (call.path == "/proc/self/fd") {
-        return Subject::captureReading;
+        return Purpose::captureReading;
     }
     if (isDirectory(call.path)) {
-        // It is made before the file in it, and flushed behind.
+        // It is created before the file in it, and flushed after it.
         const bool comesBefore =
             call.kind == CallKind::stat || call.kind == CallKind::makeDirectory;
-        return subjectOf(comesBefore ? index + 1 : index - 1);
+        return purposeOf(comesBefore ? index + 1 : index - 1);
     }
     const auto file = fileOf(call.path);
     const bool isReading =
         file && call.path == pathOf(*file) && (call.byDescriptor || call.kind == CallKind::open);
     if (file == File::policy) {
-        return isReading ? Subject::policyReading : Subject::policy;
+        return isReading ? Purpose::policyReading : Purpose::policy;
     }
     if (file == File::tag) {
-        return isReading ? Subject::tagReading : Subject::tag;
+        return isReading ? Purpose::tagReading : Purpose::tag;
     }
     if (file == File::effective && !isReading) {
-        return Subject::effective;
+        return Purpose::effective;
     }
     if (file == File::capture) {
-        return isReading ? Subject::captureReading : Subject::capture;
+        return isReading ? Purpose::captureReading : Purpose::capture;
     }
     nothingIsSaidAbout(call);
 }
 
 /// Steps: scratch file, ".tmp"; remove the old one; put ".tmp" in its place. The directory is
 /// flushed where that is possible.
-TurnModel::Fate TurnModel::fateOfFile(std::size_t index, Lasting lasting) const {
+TurnModel::Effect TurnModel::effectOfFile(std::size_t index, Lasting lasting) const {
     const Call& call = calls_.at(index);
     const bool onDirectory = isDirectory(call.path);
     switch (call.kind) {
         case CallKind::stat:
-            // A directory that cannot be seen is made; only when that cannot be seen either, it
-            // counts as missing.
-            return onDirectory && lasting == Lasting::fromThenOn ? Fate::kept : Fate::fine;
+            // A directory whose status is unknown is created; only if its status stays unknown does
+            // it count as missing.
+            return onDirectory && lasting == Lasting::fromThenOn ? Effect::kept : Effect::fine;
         case CallKind::open:
         case CallKind::sync:  // of a directory, it is no failure of the write
         case CallKind::close:
-            return onDirectory ? Fate::fine : Fate::kept;
+            return onDirectory ? Effect::fine : Effect::kept;
         case CallKind::write:
         case CallKind::changeMode:
-            return Fate::kept;
+            return Effect::kept;
         case CallKind::rename:
-            return isScratch(call.path) ? Fate::kept : Fate::gone;
+            return isScratch(call.path) ? Effect::kept : Effect::gone;
         case CallKind::unlink:
-            return call.failed ? Fate::fine : Fate::inTheWay;
+            return call.failed ? Effect::fine : Effect::inTheWay;
         default:
             nothingIsSaidAbout(call);
     }
 }
 
-TurnModel::Fate TurnModel::fateOfCapture(std::size_t index) const {
+TurnModel::Effect TurnModel::effectOfCapture(std::size_t index) const {
     const Call& call = calls_.at(index);
     const bool onDirectory = isDirectory(call.path);
     switch (call.kind) {
         case CallKind::stat:
         case CallKind::makeDirectory:
-            return Fate::fine;
+            return Effect::fine;
         case CallKind::open:
         case CallKind::sync:  // of a directory, it is no failure of the write
         case CallKind::close:
-            return onDirectory ? Fate::fine : Fate::kept;
+            return onDirectory ? Effect::fine : Effect::kept;
         case CallKind::changeMode:
-            return Fate::fine;  // it is set twice, in different ways
+            return Effect::fine;  // it is set twice, in different ways
         case CallKind::write:
         case CallKind::rename:
-            return Fate::kept;
+            return Effect::kept;
         default:
             nothingIsSaidAbout(call);
     }
 }
 
-/// A record is appended to the file; a file that cannot be opened is written anew as a whole.
-TurnModel::Fates TurnModel::fatesOfRecord(std::size_t index, Subject subject,
-                                          Lasting lasting) const {
+/// A record is appended to the file; a file that cannot be opened is replaced by a new one.
+TurnModel::Effects TurnModel::effectsOfRecord(std::size_t index, Purpose purpose,
+                                              Lasting lasting) const {
     const Call& call = calls_.at(index);
     const bool onDirectory = isDirectory(call.path);
-    const bool isFirstFile = begin_ == Begin::firstPolicy && subject == Subject::pollRecord;
-    Fates fates{{subject, Fate::lost}};
+    const bool isFirstFile =
+        initial_ == InitialState::firstPolicy && purpose == Purpose::pollRecord;
+    Effects effects{{purpose, Effect::lost}};
     if (isFirstFile && lasting == Lasting::fromThenOn) {
-        fates[Subject::effectiveRecord] = Fate::lost;  // it does not find the file either
+        effects[Purpose::effectiveRecord] = Effect::lost;  // it does not find the file either
     }
     switch (call.kind) {
         case CallKind::stat:
         case CallKind::makeDirectory:
-            if (!onDirectory || subject == Subject::effectiveRecord || !isFirstFile) {
+            if (!onDirectory || purpose == Purpose::effectiveRecord || !isFirstFile) {
                 return {};
             }
             if (lasting == Lasting::fromThenOn && call.path == orvane &&
                 call.kind == CallKind::makeDirectory) {
-                fates.insert({{Subject::policy, Fate::kept},
-                              {Subject::tag, Fate::kept},
-                              {Subject::effective, Fate::kept}});
+                effects.insert({{Purpose::policy, Effect::kept},
+                                {Purpose::tag, Effect::kept},
+                                {Purpose::effective, Effect::kept}});
             }
-            return fates;
+            return effects;
         case CallKind::open:
             if (onDirectory || (call.failed && !isScratch(call.path))) {
                 return {};
             }
             if (!isScratch(call.path) && lasting == Lasting::once) {
-                fates[subject] = Fate::replaced;
+                effects[purpose] = Effect::replaced;
             }
-            return fates;
+            return effects;
         case CallKind::write:
             if (follows(index, CallKind::write)) {
-                fates[subject] = Fate::unended;
+                effects[purpose] = Effect::unended;
             }
-            return fates;
+            return effects;
         case CallKind::sync:
-            return onDirectory ? Fates() : fates;
+            return onDirectory ? Effects() : effects;
         case CallKind::close:
-            return isScratch(call.path) ? fates : Fates();
+            return isScratch(call.path) ? effects : Effects();
         case CallKind::rename:
-            return fates;
+            return effects;
         default:
             nothingIsSaidAbout(call);
     }
@@ -233,41 +240,41 @@ TurnModel::Fates TurnModel::fatesOfRecord(std::size_t index, Subject subject,
 
 /// The tool's output is read until its end, which it has reached when there was any. Without
 /// close_range(2) the C library closes descriptors one by one.
-TurnModel::Fate TurnModel::fateOfUuid(std::size_t index) const {
+TurnModel::Effect TurnModel::effectOfUuid(std::size_t index) const {
     const Call& call = calls_.at(index);
     const bool isEnd = call.kind == CallKind::read && follows(index, CallKind::read);
     const bool isHarmless =
         isEnd || call.kind == CallKind::close || call.name == "wait4" || call.name == "close_range";
-    return isHarmless ? Fate::fine : Fate::lost;
+    return isHarmless ? Effect::fine : Effect::lost;
 }
 
-TurnModel::Fates TurnModel::fatesOf(std::size_t index, Lasting lasting) const {
+TurnModel::Effects TurnModel::effectsOf(std::size_t index, Lasting lasting) const {
     const Call& call = calls_.at(index);
-    const Subject subject = subjectOf(index);
-    switch (subject) {
-        case Subject::policy:
-        case Subject::tag:
-        case Subject::effective:
-            return {{subject, fateOfFile(index, lasting)}};
-        case Subject::capture:
-            return {{subject, fateOfCapture(index)}};
-        case Subject::pollRecord:
-        case Subject::effectiveRecord:
-            return fatesOfRecord(index, subject, lasting);
-        case Subject::uuid:
-            return {{subject, fateOfUuid(index)}};
-        case Subject::captureReading:
-            return {};  // what cannot be compared is written anew
-        case Subject::updatedLine:
-        case Subject::effectiveLine:
-        case Subject::captureLine:
-            return {{subject, Fate::lost}};
-        case Subject::policyReading:
-        case Subject::profile:
-        case Subject::tagReading:
+    const Purpose purpose = purposeOf(index);
+    switch (purpose) {
+        case Purpose::policy:
+        case Purpose::tag:
+        case Purpose::effective:
+            return {{purpose, effectOfFile(index, lasting)}};
+        case Purpose::capture:
+            return {{purpose, effectOfCapture(index)}};
+        case Purpose::pollRecord:
+        case Purpose::effectiveRecord:
+            return effectsOfRecord(index, purpose, lasting);
+        case Purpose::uuid:
+            return {{purpose, effectOfUuid(index)}};
+        case Purpose::captureReading:
+            return {};  // what cannot be compared is written again
+        case Purpose::updatedLine:
+        case Purpose::effectiveLine:
+        case Purpose::captureLine:
+            return {{purpose, Effect::lost}};
+        case Purpose::policyReading:
+        case Purpose::profile:
+        case Purpose::tagReading:
             break;
     }
-    return {{subject, call.kind == CallKind::close ? Fate::fine : Fate::lost}};
+    return {{purpose, call.kind == CallKind::close ? Effect::fine : Effect::lost}};
 }
 
 Outcome TurnModel::goodOutcome() const {
@@ -275,24 +282,24 @@ Outcome TurnModel::goodOutcome() const {
 }
 
 Outcome TurnModel::outcomeWith(const Fault& fault) const {
-    Fates fates = fatesOf(fault.index, fault.lasting);
+    Effects effects = effectsOf(fault.index, fault.lasting);
     if (fault.error == EINTR) {
         return goodOutcome();
     }
     if (fault.lasting == Lasting::once) {
-        return outcomeOf(fates, fault.error);
+        return outcomeOf(effects, fault.error);
     }
     const Call& call = calls_.at(fault.index);
     for (std::size_t i = fault.index; i < calls_.size(); ++i) {
         if (calls_[i].name == call.name && calls_[i].inChild == call.inChild) {
-            for (const auto& [subject, fate] : fatesOf(i, fault.lasting)) {
-                if (!fates.contains(subject) || fates.at(subject) == Fate::fine) {
-                    fates[subject] = fate;
+            for (const auto& [purpose, effect] : effectsOf(i, fault.lasting)) {
+                if (!effects.contains(purpose) || effects.at(purpose) == Effect::fine) {
+                    effects[purpose] = effect;
                 }
             }
         }
     }
-    Outcome outcome = outcomeOf(fates, fault.error);
+    Outcome outcome = outcomeOf(effects, fault.error);
     if (call.kind == CallKind::write) {
         // Log lines are written too.
         outcome.log.resize(std::min(outcome.log.size(), logLinesBefore(fault.index)));
@@ -300,70 +307,73 @@ Outcome TurnModel::outcomeWith(const Fault& fault) const {
     return outcome;
 }
 
-Outcome TurnModel::outcomeOf(const Fates& fates, int error) const {
-    const auto fateOf = [&](Subject subject) {
-        const auto found = fates.find(subject);
-        return found == fates.end() ? Fate::fine : found->second;
+Outcome TurnModel::outcomeOf(const Effects& effects, int error) const {
+    const auto effectOf = [&](Purpose purpose) {
+        const auto found = effects.find(purpose);
+        return found == effects.end() ? Effect::fine : found->second;
     };
-    const auto reason = [&](Fate fate) {
-        return std::generic_category().message(fate == Fate::inTheWay ? EEXIST : error);
+    const auto reason = [&](Effect effect) {
+        return std::generic_category().message(effect == Effect::inTheWay ? EEXIST : error);
     };
     Outcome outcome;
-    const auto settle = [&](File file, Subject subject, const std::string& complaint) {
-        const Fate fate = fateOf(subject);
-        const bool isKept = fate == Fate::kept || fate == Fate::inTheWay || fate == Fate::lost;
-        outcome.versions[file] = isKept ? known() : fate == Fate::gone ? absent : offered;
-        if (fate != Fate::fine && fate != Fate::lost) {
-            outcome.log.push_back("error " + complaint + " failed: " + reason(fate));
+    const auto settle = [&](File file, Purpose purpose, const std::string& complaint) {
+        const Effect effect = effectOf(purpose);
+        const bool isKept =
+            effect == Effect::kept || effect == Effect::inTheWay || effect == Effect::lost;
+        outcome.versions[file] = isKept ? known() : effect == Effect::gone ? absent : offered;
+        if (effect != Effect::fine && effect != Effect::lost) {
+            outcome.log.push_back("error " + complaint + " failed: " + reason(effect));
         }
     };
-    const auto settleFile = [&](File file, Subject subject) {
-        settle(file, subject, "atomic write to /" + pathOf(file));
+    const auto settleFile = [&](File file, Purpose purpose) {
+        settle(file, purpose, "atomic write to /" + pathOf(file));
     };
-    const auto tell = [&](Subject subject, const std::string& line) {
-        if (fateOf(subject) == Fate::fine) {
+    const auto tell = [&](Purpose purpose, const std::string& line) {
+        if (effectOf(purpose) == Effect::fine) {
             outcome.log.push_back(line);
         }
     };
-    const auto record = [&](Subject subject, const std::string& name) {
-        const Fate fate = fateOf(subject);
-        if (fate == Fate::replaced) {
+    const auto record = [&](Purpose purpose, const std::string& name) {
+        const Effect effect = effectOf(purpose);
+        if (effect == Effect::replaced) {
             outcome.activity.clear();
         }
-        if (fate != Fate::lost) {
-            outcome.activity += name + (fate == Fate::unended ? "" : "$");
+        if (effect != Effect::lost) {
+            outcome.activity += name + (effect == Effect::unended ? "" : "$");
         }
     };
 
-    outcome.activity = begin_ == Begin::nextPolicy ? "old$" : "";
-    record(Subject::pollRecord, "poll");
-    settleFile(File::policy, Subject::policy);
-    settleFile(File::tag, Subject::tag);
-    tell(Subject::updatedLine, updatedLine());
-    record(Subject::effectiveRecord, "effective");
-    settleFile(File::effective, Subject::effective);
-    tell(Subject::effectiveLine, effectiveLine());
-    if (outcome.versions[File::policy] == offered && fateOf(Subject::policyReading) == Fate::fine) {
-        settle(File::capture, Subject::capture, "capture-policy write");
-        if (fateOf(Subject::capture) == Fate::fine) {
-            tell(Subject::captureLine,
+    outcome.activity = initial_ == InitialState::nextPolicy ? "old$" : "";
+    record(Purpose::pollRecord, "poll");
+    settleFile(File::policy, Purpose::policy);
+    settleFile(File::tag, Purpose::tag);
+    tell(Purpose::updatedLine, updatedLine());
+    record(Purpose::effectiveRecord, "effective");
+    settleFile(File::effective, Purpose::effective);
+    tell(Purpose::effectiveLine, effectiveLine());
+    if (outcome.versions[File::policy] == offered &&
+        effectOf(Purpose::policyReading) == Effect::fine) {
+        settle(File::capture, Purpose::capture, "capture-policy write");
+        if (effectOf(Purpose::capture) == Effect::fine) {
+            tell(Purpose::captureLine,
                  "default capture-policy applied from guard cascade: enabled=true hosts=1 "
                  "suppress_ech=false");
         }
     } else {
         outcome.versions[File::capture] = known();  // nothing new can be derived
     }
-    if (fateOf(Subject::profile) != Fate::fine) {
+    if (effectOf(Purpose::profile) != Effect::fine) {
         outcome.log.push_back("default No usable profile — sleeping 30s and retrying");
     }
     const int tag = outcome.versions[File::tag];
     // The search for a profile ends when the fault does, and with it what spoils the next read.
     const bool isRead =
-        fateOf(Subject::tagReading) == Fate::fine || fateOf(Subject::profile) != Fate::fine;
+        effectOf(Purpose::tagReading) == Effect::fine || effectOf(Purpose::profile) != Effect::fine;
     if (tag != absent && isRead) {
         outcome.tag = policyVersion(tag).etag;
     }
-    outcome.knowsUuid = begin_ == Begin::firstPolicy && fateOf(Subject::uuid) == Fate::fine;
+    outcome.knowsUuid =
+        initial_ == InitialState::firstPolicy && effectOf(Purpose::uuid) == Effect::fine;
     return outcome;
 }
 

@@ -1,5 +1,6 @@
-// What one turn has to come to when a call in it fails, told by what the daemon promises and not by
-// how it is written: which files stay, which line tells of it, what the next poll is sent with.
+// The expected result of one poll cycle in which a system call fails, from what the daemon
+// promises, not from how it is written: which files stay, which line is logged, what the next poll
+// sends.
 #pragma once
 
 #include "faults/device.h"
@@ -21,7 +22,7 @@ struct Fault {
     Lasting lasting;
 };
 
-/// The state of things when the turn is over.
+/// The state after the poll cycle.
 struct Outcome {
     std::map<File, int> versions;
     std::vector<std::string> log;    ///< without the root; what repeats itself at once only once
@@ -32,17 +33,18 @@ struct Outcome {
     friend bool operator==(const Outcome&, const Outcome&) = default;
 };
 
-/// The calls of a good turn, and what they mean.
+/// The calls of a successful poll cycle, and their purposes.
 class TurnModel {
   public:
-    TurnModel(Begin begin, std::vector<Call> calls) : begin_(begin), calls_(std::move(calls)) {}
+    TurnModel(InitialState initial, std::vector<Call> calls)
+        : initial_(initial), calls_(std::move(calls)) {}
 
-    [[nodiscard]] Begin begin() const { return begin_; }
+    [[nodiscard]] InitialState initial() const { return initial_; }
     [[nodiscard]] const std::vector<Call>& calls() const { return calls_; }
 
-    /// How a good turn ends.
+    /// The outcome of a successful cycle.
     [[nodiscard]] Outcome goodOutcome() const;
-    /// How it ends with `fault`; throws when nothing is said about that call.
+    /// The outcome with `fault`; throws if nothing is stated about that call.
     [[nodiscard]] Outcome outcomeWith(const Fault& fault) const;
     /// The files when the process is stopped just before the call at `index`.
     [[nodiscard]] std::map<File, int> versionsBefore(std::size_t index) const;
@@ -52,22 +54,25 @@ class TurnModel {
     [[nodiscard]] bool keepsPipeOpen(std::size_t index, Lasting lasting) const;
 
   private:
-    enum class Subject;
-    enum class Fate;
-    using Fates = std::map<Subject, Fate>;
+    enum class Purpose;
+    enum class Effect;
+    using Effects = std::map<Purpose, Effect>;
 
-    [[nodiscard]] Subject subjectOf(std::size_t index) const;
-    [[nodiscard]] Fates fatesOf(std::size_t index, Lasting lasting) const;
-    [[nodiscard]] Fate fateOfFile(std::size_t index, Lasting lasting) const;
-    [[nodiscard]] Fate fateOfCapture(std::size_t index) const;
-    [[nodiscard]] Fates fatesOfRecord(std::size_t index, Subject subject, Lasting lasting) const;
-    [[nodiscard]] Fate fateOfUuid(std::size_t index) const;
-    [[nodiscard]] Outcome outcomeOf(const Fates& fates, int error) const;
+    [[nodiscard]] Purpose purposeOf(std::size_t index) const;
+    [[nodiscard]] Effects effectsOf(std::size_t index, Lasting lasting) const;
+    [[nodiscard]] Effect effectOfFile(std::size_t index, Lasting lasting) const;
+    [[nodiscard]] Effect effectOfCapture(std::size_t index) const;
+    [[nodiscard]] Effects effectsOfRecord(std::size_t index, Purpose purpose,
+                                          Lasting lasting) const;
+    [[nodiscard]] Effect effectOfUuid(std::size_t index) const;
+    [[nodiscard]] Outcome outcomeOf(const Effects& effects, int error) const;
     [[nodiscard]] std::size_t logLinesBefore(std::size_t index) const;
     [[nodiscard]] bool follows(std::size_t index, CallKind kind) const;
-    [[nodiscard]] int known() const { return begin_ == Begin::nextPolicy ? before : absent; }
+    [[nodiscard]] int known() const {
+        return initial_ == InitialState::nextPolicy ? before : absent;
+    }
 
-    Begin begin_;
+    InitialState initial_;
     std::vector<Call> calls_;
 };
 

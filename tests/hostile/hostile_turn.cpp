@@ -69,24 +69,24 @@ void expectStored(const std::string& policy, const std::string& etag, const std:
 
 }  // namespace
 
-Ending lost(int status) {
+ExpectedResult lost(int status) {
     return {status, 0, "The network connection was lost."};
 }
 
-Ending timedOut(int status) {
+ExpectedResult timedOut(int status) {
     return {status, 0, "The request timed out."};
 }
 
-Ending failed(int status) {
+ExpectedResult failed(int status) {
     return {status, 0, ""};
 }
 
-Ending answered(int status, std::size_t bytes) {
+ExpectedResult answered(int status, std::size_t bytes) {
     return {status, static_cast<std::int64_t>(bytes), std::nullopt};
 }
 
-std::ostream& operator<<(std::ostream& stream, const Misdeed& misdeed) {
-    return stream << misdeed.name;
+std::ostream& operator<<(std::ostream& stream, const ServerFault& fault) {
+    return stream << fault.name;
 }
 
 std::ostream& operator<<(std::ostream& stream, Endpoint endpoint) {
@@ -103,30 +103,33 @@ std::ostream& operator<<(std::ostream& stream, Endpoint endpoint) {
 
 std::string nameOf(const testing::TestParamInfo<HostileCase>& info) {
     std::ostringstream name;
-    name << std::get<Misdeed>(info.param) << std::get<Endpoint>(info.param);
+    name << std::get<ServerFault>(info.param) << std::get<Endpoint>(info.param);
     return name.str();
 }
 
-Misdeed onRequest(std::string name, Ending ending, StepFor step) {
-    return {std::move(name), std::move(ending), [step = std::move(step)](const Scene& scene) {
-                scene.server.on(scene.path, {step(scene)});
+ServerFault onRequest(std::string name, ExpectedResult expected, StepFor step) {
+    return {std::move(name), std::move(expected),
+            [step = std::move(step)](const FaultContext& context) {
+                context.server.on(context.path, {step(context)});
             }};
 }
 
-Misdeed onRequest(std::string name, Ending ending, Step step) {
-    return onRequest(std::move(name), std::move(ending),
-                     [step = std::move(step)](const Scene&) { return step; });
+ServerFault onRequest(std::string name, ExpectedResult expected, Step step) {
+    return onRequest(std::move(name), std::move(expected),
+                     [step = std::move(step)](const FaultContext&) { return step; });
 }
 
-Misdeed onConnect(std::string name, Ending ending, StepFor step) {
-    return {std::move(name), std::move(ending),
-            [step = std::move(step)](const Scene& scene) { scene.server.onConnect(step(scene)); },
-            [](const Scene& scene) { scene.server.onConnect(nullptr); }};
+ServerFault onConnect(std::string name, ExpectedResult expected, StepFor step) {
+    return {std::move(name), std::move(expected),
+            [step = std::move(step)](const FaultContext& context) {
+                context.server.onConnect(step(context));
+            },
+            [](const FaultContext& context) { context.server.onConnect(nullptr); }};
 }
 
 StepFor stall(std::string head, Step rest) {
-    return [head = std::move(head), rest = std::move(rest)](const Scene& scene) {
-        return [head, rest, &session = scene.session, limit = scene.silence](
+    return [head = std::move(head), rest = std::move(rest)](const FaultContext& context) {
+        return [head, rest, &session = context.session, limit = context.silence](
                    Connection& connection, const ReceivedRequest& request) {
             (void)connection.send(head);
             letWorkerTakeIn(session);
@@ -160,33 +163,33 @@ std::string repeated(const std::string& part, int times) {
     return whole;
 }
 
-std::vector<std::string> pollLines(const Ending& ending) {
-    if (ending.error) {
-        return {"error Poll error: " + *ending.error, "error Unexpected HTTP 0"};
+std::vector<std::string> pollLines(const ExpectedResult& expected) {
+    if (expected.error) {
+        return {"error Poll error: " + *expected.error, "error Unexpected HTTP 0"};
     }
-    switch (ending.status) {
+    switch (expected.status) {
         case 200:
-            return {ending.bytes == 0 ? "error 200 with no body — skipping write"
-                                      : "error Couldn't parse policy JSON — skipping write"};
+            return {expected.bytes == 0 ? "error 200 with no body — skipping write"
+                                        : "error Couldn't parse policy JSON — skipping write"};
         case 304:
             return {"debug policy unchanged (etag=stored)"};
         case 401:
         case 403:
-            return {"error Auth rejected: HTTP " + std::to_string(ending.status) +
+            return {"error Auth rejected: HTTP " + std::to_string(expected.status) +
                     ". Re-sign in via the Mac app's Setup tab."};
         default:
-            return {"error Unexpected HTTP " + std::to_string(ending.status)};
+            return {"error Unexpected HTTP " + std::to_string(expected.status)};
     }
 }
 
-std::string effectiveLine(const Ending& ending) {
-    return ending.status == 404
+std::string effectiveLine(const ExpectedResult& expected) {
+    return expected.status == 404
                ? "debug guard/effective endpoint not present yet (older controlplane)"
-               : "debug guard/effective HTTP " + std::to_string(ending.status);
+               : "debug guard/effective HTTP " + std::to_string(expected.status);
 }
 
-bool costsASleep(const Ending& ending) {
-    return ending.error || (ending.status != 200 && ending.status != 304);
+bool costsASleep(const ExpectedResult& expected) {
+    return expected.error || (expected.status != 200 && expected.status != 304);
 }
 
 HostileTurnTest::HostileTurnTest() {
@@ -196,7 +199,7 @@ HostileTurnTest::HostileTurnTest() {
     }
 }
 
-Scene HostileTurnTest::sceneAt(Endpoint endpoint) {
+FaultContext HostileTurnTest::contextAt(Endpoint endpoint) {
     switch (endpoint) {
         case Endpoint::poll:
             return {endpoint, pollPath, 330s, runner.session, *server};
@@ -209,33 +212,33 @@ Scene HostileTurnTest::sceneAt(Endpoint endpoint) {
 }
 
 void HostileTurnTest::expectEndured(const HostileCase& hostileCase) {
-    const auto& [misdeed, endpoint] = hostileCase;
+    const auto& [fault, endpoint] = hostileCase;
     writeFile(runner.policyPath, storedPolicy);
     writeFile(runner.etagPath, etagFileOf("stored"));
     writeFile(runner.effectivePath, storedEffective);
     offerProfile(endpoint);
-    scriptHostileTurn(endpoint, misdeed);
+    scriptFaultyTurn(endpoint, fault);
     scriptGoodTurn(endpoint);
-    run(endpoint, misdeed);
+    run(endpoint, fault);
 
     EXPECT_TRUE(recovered_);
     expectStored(goodPolicy, "good", goodEffective, orvane());
-    Ending ending = misdeed.ending;
+    ExpectedResult expected = fault.expected;
     const auto isPart = [](const std::string& error) {
         return error.empty() || error.ends_with('(');
     };
-    if (ending.error && isPart(*ending.error) && endpoint != Endpoint::identity) {
+    if (expected.error && isPart(*expected.error) && endpoint != Endpoint::identity) {
         const auto line = activity().at(endpoint == Endpoint::poll ? 0 : 1);
-        ending.error = line.value("error", "");
-        EXPECT_THAT(*ending.error, ::testing::StartsWith(*misdeed.ending.error));
-        EXPECT_GT(ending.error->size(), misdeed.ending.error->size());
+        expected.error = line.value("error", "");
+        EXPECT_THAT(*expected.error, ::testing::StartsWith(*fault.expected.error));
+        EXPECT_GT(expected.error->size(), fault.expected.error->size());
         if (line["status"] == 0) {
-            ending.status = 0;  // the library may fail before it hands the header out
+            expected.status = 0;  // the library may fail before it hands the header out
         }
     }
-    expectLogged(endpoint, ending);
-    expectRecorded(endpoint, ending);
-    if (endpoint == Endpoint::poll && !costsASleep(ending)) {
+    expectLogged(endpoint, expected);
+    expectRecorded(endpoint, expected);
+    if (endpoint == Endpoint::poll && !costsASleep(expected)) {
         EXPECT_THAT(virtual_clock::sleeps(), ElementsAre(30.0));
     } else {
         EXPECT_THAT(virtual_clock::sleeps(),
@@ -256,20 +259,20 @@ void HostileTurnTest::withdrawProfile() {
     std::filesystem::remove(setup() / "device-identity.json");
 }
 
-void HostileTurnTest::commit(Endpoint endpoint, const Misdeed& misdeed) {
+void HostileTurnTest::inject(Endpoint endpoint, const ServerFault& fault) {
     receivedBefore_ = server->received().size();
-    misdeed.commit(sceneAt(endpoint));
+    fault.inject(contextAt(endpoint));
 }
 
-void HostileTurnTest::scriptHostileTurn(Endpoint endpoint, const Misdeed& misdeed) {
+void HostileTurnTest::scriptFaultyTurn(Endpoint endpoint, const ServerFault& fault) {
     if (endpoint != Endpoint::effective) {
-        commit(endpoint, misdeed);
+        inject(endpoint, fault);
         return;
     }
     // Without a profile the next turn is no poll but a sleep, in which the server turns good.
-    const auto action = [=, this, &misdeed] {
+    const auto action = [=, this, &fault] {
         withdrawProfile();
-        commit(endpoint, misdeed);
+        inject(endpoint, fault);
     };
     server->on(pollPath, {after(action, lastAnswer(firstPolicy))});
 }
@@ -289,7 +292,7 @@ void HostileTurnTest::scriptGoodTurn(Endpoint endpoint) {
     server->on(pollPath, {after(action, lastAnswer(goodPolicy))});
 }
 
-void HostileTurnTest::run(Endpoint endpoint, const Misdeed& misdeed) {
+void HostileTurnTest::run(Endpoint endpoint, const ServerFault& fault) {
     const auto start = clock::monotonicNow();
     virtual_clock::onSleep([&](double seconds) {
         if (recovered_) {
@@ -299,15 +302,15 @@ void HostileTurnTest::run(Endpoint endpoint, const Misdeed& misdeed) {
                    std::chrono::duration_cast<std::chrono::nanoseconds>(
                        std::chrono::duration<double>(seconds));
         receivedMeanwhile = server->received().substr(receivedBefore_);
-        if (misdeed.undo) {
-            misdeed.undo(sceneAt(endpoint));
+        if (fault.undo) {
+            fault.undo(contextAt(endpoint));
         }
         offerProfile(endpoint);
     });
     EXPECT_THROW(runner.run(), virtual_clock::EndOfLoop);
 }
 
-void HostileTurnTest::expectLogged(Endpoint endpoint, const Ending& ending) const {
+void HostileTurnTest::expectLogged(Endpoint endpoint, const ExpectedResult& expected) const {
     std::vector<std::string> lines{"default Resolving credentials from ~/.orvane/config…"};
     const auto usingProfile = [&](const std::string& name) {
         lines.push_back("default Using profile [" + name + "] api=" + server->url());
@@ -315,7 +318,7 @@ void HostileTurnTest::expectLogged(Endpoint endpoint, const Ending& ending) cons
     switch (endpoint) {
         case Endpoint::poll:
             usingProfile("managed");
-            for (const std::string& line : pollLines(ending)) {
+            for (const std::string& line : pollLines(expected)) {
                 lines.push_back(line);
             }
             lines.push_back(captureApplied(1));
@@ -323,7 +326,7 @@ void HostileTurnTest::expectLogged(Endpoint endpoint, const Ending& ending) cons
         case Endpoint::effective:
             usingProfile("managed");
             lines.push_back("default policy updated" + bytesOf(firstPolicy));
-            lines.push_back(effectiveLine(ending));
+            lines.push_back(effectiveLine(expected));
             lines.push_back(captureApplied(2));
             lines.emplace_back(noProfile);
             break;
@@ -339,18 +342,18 @@ void HostileTurnTest::expectLogged(Endpoint endpoint, const Ending& ending) cons
     EXPECT_THAT(logLines(), ElementsAreArray(lines));
 }
 
-void HostileTurnTest::expectRecorded(Endpoint endpoint, const Ending& ending) {
-    std::vector<Ending> exchanges;
+void HostileTurnTest::expectRecorded(Endpoint endpoint, const ExpectedResult& expected) {
+    std::vector<ExpectedResult> exchanges;
     switch (endpoint) {
         case Endpoint::poll:
-            exchanges.push_back(ending);
-            if (ending.error) {
+            exchanges.push_back(expected);
+            if (expected.error) {
                 exchanges.back().status = 0;  // a poll that fails has no status, whatever came
             }
             break;
         case Endpoint::effective:
             exchanges.push_back(answered(200, std::string(firstPolicy).size()));
-            exchanges.push_back(ending);
+            exchanges.push_back(expected);
             break;
         case Endpoint::identity:
             break;

@@ -1,4 +1,4 @@
-// Turns of the daemon's own loop in which the server misbehaves once, and the turn after them.
+// Poll cycles of the daemon's own loop in which the server misbehaves once, and the cycle after.
 #pragma once
 
 #include "daemon/policy_runner.h"
@@ -20,114 +20,114 @@
 
 namespace orvane::test {
 
-/// The exchanges that a turn can consist of.
+/// The exchanges that a poll cycle can consist of.
 enum class Endpoint { poll, effective, identity };
 
-/// The exchange that a server misbehaves in.
-struct Scene {
+/// The exchange in which the server misbehaves.
+struct FaultContext {
     Endpoint endpoint;
     const char* path;
-    /// How long the daemon bears silence.
+    /// The daemon's inactivity limit.
     std::chrono::seconds silence;
-    /// Whose thread makes the exchange.
+    /// The session whose thread performs the exchange.
     HttpSession& session;
     ScriptedServer& server;
 };
 
-/// What the daemon sees of an answer.
-struct Ending {
-    int status = 0;                                   ///< 0 when no header came
-    std::int64_t bytes = 0;                           ///< of a body that came to its end
-    std::optional<std::string> error = std::nullopt;  ///< absent for a whole answer; only its start
-                                                      ///< when that is empty or ends with "("
+/// What the daemon is expected to see of a response.
+struct ExpectedResult {
+    int status = 0;                                   ///< 0 if no header arrived
+    std::int64_t bytes = 0;                           ///< of a body that arrived completely
+    std::optional<std::string> error = std::nullopt;  ///< absent for a complete response; only its
+                                                      ///< start if that is empty or ends with "("
 };
 
-/// A connection that is lost behind a header with `status`, or before there was one.
-Ending lost(int status = 0);
-/// Too long a wait, behind a header with `status` or before there was one.
-Ending timedOut(int status = 0);
-/// A failure that the HTTP library words, behind a header with `status` or before there was one.
-Ending failed(int status = 0);
-/// A whole answer with a body of `bytes` bytes that is not a JSON object.
-Ending answered(int status, std::size_t bytes);
+/// A connection that is lost after a header with `status`, or before any.
+ExpectedResult lost(int status = 0);
+/// A timeout, after a header with `status` or before any.
+ExpectedResult timedOut(int status = 0);
+/// A failure with libcurl's message, after a header with `status` or before any.
+ExpectedResult failed(int status = 0);
+/// A complete response with a body of `bytes` bytes that is not a JSON object.
+ExpectedResult answered(int status, std::size_t bytes);
 
-/// A way to misbehave in one exchange.
-struct Misdeed {
+/// A way in which the server misbehaves in one exchange.
+struct ServerFault {
     std::string name;
-    Ending ending;
-    /// Has the server do it in the next exchange...
-    std::function<void(const Scene&)> commit;
-    /// ...and behave again in those to come, where that takes doing.
-    std::function<void(const Scene&)> undo = nullptr;
+    ExpectedResult expected;
+    /// Makes the server do it in the next exchange...
+    std::function<void(const FaultContext&)> inject;
+    /// ...and behave again afterwards, where that takes action.
+    std::function<void(const FaultContext&)> undo = nullptr;
 };
 
-std::ostream& operator<<(std::ostream& stream, const Misdeed& misdeed);
+std::ostream& operator<<(std::ostream& stream, const ServerFault& fault);
 std::ostream& operator<<(std::ostream& stream, Endpoint endpoint);
 
-/// Where a misdeed is done.
-using HostileCase = std::tuple<Misdeed, Endpoint>;
+/// A fault and the endpoint it is injected at.
+using HostileCase = std::tuple<ServerFault, Endpoint>;
 
-/// Names a parametrised test after its case.
+/// Names a parametrized test after its case.
 std::string nameOf(const testing::TestParamInfo<HostileCase>& info);
 
-inline auto onEveryEndpoint(const std::vector<Misdeed>& misdeeds) {
+inline auto onEveryEndpoint(const std::vector<ServerFault>& faults) {
     return testing::Combine(
-        testing::ValuesIn(misdeeds),
+        testing::ValuesIn(faults),
         testing::Values(Endpoint::poll, Endpoint::effective, Endpoint::identity));
 }
 
-using StepFor = std::function<Step(const Scene&)>;
+using StepFor = std::function<Step(const FaultContext&)>;
 
-/// Misdeeds done when the request has come, or the connection before anything of it is read.
-Misdeed onRequest(std::string name, Ending ending, StepFor step);
-Misdeed onRequest(std::string name, Ending ending, Step step);
-Misdeed onConnect(std::string name, Ending ending, StepFor step);
+/// Faults injected when the request has arrived, or on connect, before anything is read.
+ServerFault onRequest(std::string name, ExpectedResult expected, StepFor step);
+ServerFault onRequest(std::string name, ExpectedResult expected, Step step);
+ServerFault onConnect(std::string name, ExpectedResult expected, StepFor step);
 
-/// The longest that an exchange may last, whatever comes meanwhile.
+/// The longest that an exchange may last, whatever arrives meanwhile.
 inline constexpr std::chrono::seconds totalLimit{360};
 
-/// Sends `head`, then says nothing for a little longer than the daemon bears, then does `rest`.
+/// Sends `head`, stays silent for a little longer than the inactivity limit, then does `rest`.
 StepFor stall(std::string head = "", Step rest = staySilent());
 /// Sends `head`, then `bytes` over and over until the daemon goes: of its own accord, or because
 /// its time is over after `enough` bytes.
 Step flood(std::string head, std::string bytes, std::size_t enough = std::size_t{16} << 20U);
 std::string repeated(const std::string& part, int times);
 
-/// The lines that a poll and an effective fetch with `ending` are told with.
-std::vector<std::string> pollLines(const Ending& ending);
-std::string effectiveLine(const Ending& ending);
-/// Whether a poll with `ending` is followed by a back-off.
-bool costsASleep(const Ending& ending);
+/// The lines logged for a poll and for an effective fetch with `expected`.
+std::vector<std::string> pollLines(const ExpectedResult& expected);
+std::string effectiveLine(const ExpectedResult& expected);
+/// Whether a poll with `expected` is followed by a back-off.
+bool costsASleep(const ExpectedResult& expected);
 
 class HostileTurnTest : public DaemonTest, public testing::WithParamInterface<HostileCase> {
   protected:
     HostileTurnTest();
 
-    /// Runs the loop with things stored from better times. In the first turn the server commits
-    /// the misdeed on the endpoint; after that it is good. Expects all that has to come of it: what
-    /// is logged, recorded, slept and stored.
+    /// Runs the loop with files stored earlier. In the first cycle the server injects the fault at
+    /// the endpoint; after that it behaves. Checks all that has to follow: what is logged,
+    /// recorded, slept and stored.
     void expectEndured(const HostileCase& hostileCase);
 
-    [[nodiscard]] Scene sceneAt(Endpoint endpoint);
+    [[nodiscard]] FaultContext contextAt(Endpoint endpoint);
 
-    /// How long the turn took in which the server misbehaved.
+    /// How long the cycle took in which the server misbehaved.
     std::chrono::nanoseconds turnTime{};
-    /// What the server received from the misdeed until it behaved again.
+    /// What the server received from the fault until it behaved again.
     std::string receivedMeanwhile;
 
     PolicyRunner runner;
-    /// Goes before the runner, of which its steps use the session.
+    /// Destroyed before the runner, whose session its steps use.
     std::unique_ptr<ScriptedServer> server = std::make_unique<ScriptedServer>();
 
   private:
     void offerProfile(Endpoint endpoint) const;
     static void withdrawProfile();
-    void scriptHostileTurn(Endpoint endpoint, const Misdeed& misdeed);
+    void scriptFaultyTurn(Endpoint endpoint, const ServerFault& fault);
     void scriptGoodTurn(Endpoint endpoint);
-    void run(Endpoint endpoint, const Misdeed& misdeed);
-    void commit(Endpoint endpoint, const Misdeed& misdeed);
-    void expectLogged(Endpoint endpoint, const Ending& ending) const;
-    static void expectRecorded(Endpoint endpoint, const Ending& ending);
+    void run(Endpoint endpoint, const ServerFault& fault);
+    void inject(Endpoint endpoint, const ServerFault& fault);
+    void expectLogged(Endpoint endpoint, const ExpectedResult& expected) const;
+    static void expectRecorded(Endpoint endpoint, const ExpectedResult& expected);
 
     bool recovered_ = false;
     std::size_t receivedBefore_ = 0;

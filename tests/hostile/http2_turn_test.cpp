@@ -66,50 +66,53 @@ std::string reset(std::uint32_t code) {
 
 /// Has the server choose HTTP/2 and do `step` when the request has come; `step` may be needed again
 /// when the daemon's library repeats the request.
-Misdeed onStream(std::string name, Ending ending, StepFor step) {
-    return {std::move(name), std::move(ending),
-            [step = std::move(step)](const Scene& scene) {
-                const Step whenAsked = [act = step(scene)](Connection& connection,
-                                                           const ReceivedRequest& request) {
+ServerFault onStream(std::string name, ExpectedResult expected, StepFor step) {
+    return {std::move(name), std::move(expected),
+            [step = std::move(step)](const FaultContext& context) {
+                const Step whenAsked = [act = step(context)](Connection& connection,
+                                                             const ReceivedRequest& request) {
                     return connection.send(settings) &&
                            H2Requests(connection, request.raw).await() && act(connection, request);
                 };
-                scene.server.on("*", std::vector<Step>(8, whenAsked));
-                scene.server.show(identity(true));
+                context.server.on("*", std::vector<Step>(8, whenAsked));
+                context.server.show(identity(true));
             },
-            [](const Scene& scene) { scene.server.show(identity(false)); }};
+            [](const FaultContext& context) { context.server.show(identity(false)); }};
 }
 
-Misdeed says(std::string name, Ending ending, std::string frames) {
-    return onStream(std::move(name), std::move(ending),
-                    [frames = std::move(frames)](const Scene&) { return sendAndStall(frames); });
+ServerFault says(std::string name, ExpectedResult expected, std::string frames) {
+    return onStream(
+        std::move(name), std::move(expected),
+        [frames = std::move(frames)](const FaultContext&) { return sendAndStall(frames); });
 }
 
-Misdeed floodsWith(std::string name, Ending ending, const std::string& head,
-                   const std::string& part) {
-    return onStream(std::move(name), std::move(ending),
-                    [=](const Scene&) { return flood(head, repeated(part, 1000), 1U << 20U); });
-}
-
-/// The same behind a header that the library has handed out.
-Misdeed floodsBehindAHeaderWith(std::string name, Ending ending, const std::string& part) {
-    return onStream(std::move(name), std::move(ending), [=](const Scene& scene) {
-        return
-            [=, &session = scene.session](Connection& connection, const ReceivedRequest& request) {
-                (void)connection.send(okHeader);
-                letWorkerTakeIn(session);
-                return flood("", repeated(part, 1000), 1U << 20U)(connection, request);
-            };
+ServerFault floodsWith(std::string name, ExpectedResult expected, const std::string& head,
+                       const std::string& part) {
+    return onStream(std::move(name), std::move(expected), [=](const FaultContext&) {
+        return flood(head, repeated(part, 1000), 1U << 20U);
     });
 }
 
-Misdeed stalls(std::string name, Ending ending, const std::string& frames) {
-    return onStream(std::move(name), std::move(ending), stall(frames));
+/// The same behind a header that the library has handed out.
+ServerFault floodsBehindAHeaderWith(std::string name, ExpectedResult expected,
+                                    const std::string& part) {
+    return onStream(std::move(name), std::move(expected), [=](const FaultContext& context) {
+        return [=, &session = context.session](Connection& connection,
+                                               const ReceivedRequest& request) {
+            (void)connection.send(okHeader);
+            letWorkerTakeIn(session);
+            return flood("", repeated(part, 1000), 1U << 20U)(connection, request);
+        };
+    });
+}
+
+ServerFault stalls(std::string name, ExpectedResult expected, const std::string& frames) {
+    return onStream(std::move(name), std::move(expected), stall(frames));
 }
 
 // --- Resets and ends
 
-const std::vector<Misdeed> streamResets{
+const std::vector<ServerFault> streamResets{
     says("ResetWithNoError", failed(), reset(0)),
     says("ResetWithAProtocolError", failed(), reset(1)),
     says("ResetWithAnInternalError", failed(), reset(2)),
@@ -121,11 +124,11 @@ const std::vector<Misdeed> streamResets{
     says("ResetWithinTheBody", failed(200), okHeader + halfABody + reset(8)),
     says("GoAwayWithoutTheRequest", failed(), goAwayFrame(0, 0)),
     says("GoAwayWithAnError", failed(), goAwayFrame(0, 2)),
-    onStream("CloseAfterTheRequest", failed(), [](const Scene&) { return closeAtOnce(); }),
+    onStream("CloseAfterTheRequest", failed(), [](const FaultContext&) { return closeAtOnce(); }),
     onStream("CloseBehindTheHeader", failed(200),
-             [](const Scene&) { return sendAndClose(okHeader); }),
+             [](const FaultContext&) { return sendAndClose(okHeader); }),
     onStream("CloseWithinTheBody", failed(200),
-             [](const Scene&) { return sendAndClose(okHeader + halfABody); }),
+             [](const FaultContext&) { return sendAndClose(okHeader + halfABody); }),
     says("AnEndThatComesBeforeTheLength", failed(200),
          frame(Type::headers, endHeaders, ours, status200 + headerField("content-length", "20")) +
              frame(Type::data, endStream, ours, "{}")),
@@ -140,7 +143,7 @@ const std::string hugeHeader = [] {
     return block + std::string(16000 - block.size(), '\xBE');
 }();
 
-const std::vector<Misdeed> floodsOfFrames{
+const std::vector<ServerFault> floodsOfFrames{
     floodsWith("SettingsFlood", failed(), "", settings),
     floodsWith("PingFlood", failed(), "", frame(Type::ping, 0, 0, "12345678")),
     floodsWith("WindowFlood", failed(), "", frame(Type::windowUpdate, 0, 0, bigEndian(1000, 4))),
@@ -158,7 +161,7 @@ const std::vector<Misdeed> floodsOfFrames{
 INSTANTIATE_TEST_SUITE_P(Floods, HostileHttp2Test, onEveryEndpoint(floodsOfFrames), nameOf);
 
 // The library reads on for as long as frames come that it skips, and does not look at the clock.
-const std::vector<Misdeed> floodsOfNothing{
+const std::vector<ServerFault> floodsOfNothing{
     floodsWith("Priorities", timedOut(), "",
                frame(Type::priority, 0, ours, bigEndian(3, 4) + "\x10")),
     floodsWith("UnknownFrames", http_library::endsOddFloods() ? failed() : timedOut(), "",
@@ -179,7 +182,7 @@ TEST_F(NightlyHostileHttp2Test, AnIdentityLookupThatIsGivenUpEndsTheFlood) {
     constexpr auto never = std::numeric_limits<std::size_t>::max();
     const std::string frames = repeated(frame(Type::unknown, 0, 0, "what?"), 1000);
     expectEndured(
-        {onStream("Flood", failed(), [&](const Scene&) { return flood("", frames, never); }),
+        {onStream("Flood", failed(), [&](const FaultContext&) { return flood("", frames, never); }),
          Endpoint::identity});
     // After 12 s the session gives up, if the flood lets it; its caller does after 15 s.
     EXPECT_GE(turnTime, std::chrono::milliseconds(11900));
@@ -217,7 +220,7 @@ TEST_F(FloodedSessionTest, ItIsFreeForTheNextRequestWhenTheFloodIsCutOff) {
 
 // --- Frames that must not be
 
-const std::vector<Misdeed> nonsense{
+const std::vector<ServerFault> nonsense{
     says("Http1InsteadOfFrames", failed(), "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}"),
     says("Noise", failed(), repeated("\xDE\xAD\xBE\xEF", 1000)),
     says("AFrameLargerThanAgreed", failed(), frame(Type::unknown, 0, 0, std::string(20'000, 'x'))),
@@ -239,7 +242,7 @@ INSTANTIATE_TEST_SUITE_P(Nonsense, HostileHttp2Test, onEveryEndpoint(nonsense), 
 
 // --- Silence
 
-const std::vector<Misdeed> silences{
+const std::vector<ServerFault> silences{
     stalls("StallBehindTheRequest", timedOut(), ""),
     stalls("StallWithinAFrame", timedOut(), okHeader.substr(0, 5)),
     stalls("StallBehindTheHeader", failed(200), okHeader),

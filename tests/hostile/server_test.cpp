@@ -38,14 +38,14 @@ TEST_F(HostileServerTest, AConnectionThatDiesInReuseCostsOneMoreRequestAndNotMor
 constexpr const char* okWithLength10 = "HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n";
 constexpr const char* okChunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
 
-Misdeed sends(std::string name, Ending ending, std::string bytes) {
-    return onRequest(std::move(name), std::move(ending), sendAndClose(std::move(bytes)));
+ServerFault sends(std::string name, ExpectedResult expected, std::string bytes) {
+    return onRequest(std::move(name), std::move(expected), sendAndClose(std::move(bytes)));
 }
 
 /// Sends `bytes`, then resets the connection.
-Misdeed resets(std::string name, Ending ending, const std::string& bytes) {
-    return onRequest(std::move(name), std::move(ending), [=](const Scene& scene) {
-        return [=, &session = scene.session](Connection& connection, const ReceivedRequest&) {
+ServerFault resets(std::string name, ExpectedResult expected, const std::string& bytes) {
+    return onRequest(std::move(name), std::move(expected), [=](const FaultContext& context) {
+        return [=, &session = context.session](Connection& connection, const ReceivedRequest&) {
             (void)connection.send(bytes);
             letWorkerTakeIn(session);  // a reset may overtake what was sent
             connection.reset();
@@ -55,12 +55,12 @@ Misdeed resets(std::string name, Ending ending, const std::string& bytes) {
 }
 
 StepFor always(Step step) {
-    return [step = std::move(step)](const Scene&) { return step; };
+    return [step = std::move(step)](const FaultContext&) { return step; };
 }
 
 // --- The connection ends too soon
 
-const std::vector<Misdeed> endings{
+const std::vector<ServerFault> endings{
     onConnect("ClosesAtConnect", lost(), always(closeAtOnce())),
     onConnect("ResetsAtConnect", failed(), always(resetAtOnce())),
     onConnect("ClosesWithinTheRequest", lost(), always([](Connection& connection, const auto&) {
@@ -100,11 +100,11 @@ std::string noise(std::size_t size) {
     return bytes;
 }
 
-Ending notHttp() {
+ExpectedResult notHttp() {
     return {0, 0, "the response does not start with a valid HTTP status line"};
 }
 
-const std::vector<Misdeed> garbage{
+const std::vector<ServerFault> garbage{
     sends("Noise", notHttp(), noise(100'000)),
     sends("NothingButNuls", notHttp(), std::string(100'000, '\0')),
     sends("NothingButLineEnds", notHttp(), std::string(1000, '\n')),
@@ -132,11 +132,11 @@ const std::string manyHints =
     repeated("HTTP/1.1 103 Early Hints\r\nLink: </x>; rel=preload\r\n\r\n", 1000);
 const std::string noLineEnd(65536, 'x');
 
-Ending tooLargeAHeader(int status = 0) {
+ExpectedResult tooLargeAHeader(int status = 0) {
     return {status, 0, "the header of the response is larger than 262144 bytes"};
 }
 
-const std::vector<Misdeed> floods{
+const std::vector<ServerFault> floods{
     onRequest("HeaderFlood", tooLargeAHeader(), flood("HTTP/1.1 200 OK\r\n", manyLines)),
     onRequest("InterimFlood", failed(), flood("", repeated("HTTP/1.1 100 Continue\r\n\r\n", 1000))),
     onRequest("InterimFloodWithHeaders", failed(), flood("", manyHints)),
@@ -150,7 +150,7 @@ INSTANTIATE_TEST_SUITE_P(Floods, HostileServerTest, onEveryEndpoint(floods), nam
 
 // --- Lengths that are not true
 
-const std::vector<Misdeed> lengths{
+const std::vector<ServerFault> lengths{
     sends("ANegativeLength", failed(), "HTTP/1.1 200 OK\r\nContent-Length: -1\r\n\r\n{}"),
     sends("ALengthThatIsNoNumber", failed(), "HTTP/1.1 200 OK\r\nContent-Length: two\r\n\r\n{}"),
     sends("ALengthBeyond64Bits", answered(200, 1),
@@ -170,7 +170,7 @@ const std::vector<Misdeed> lengths{
 };
 INSTANTIATE_TEST_SUITE_P(Lengths, HostileServerTest, onEveryEndpoint(lengths), nameOf);
 
-const std::vector<Misdeed> chunks{
+const std::vector<ServerFault> chunks{
     sends("AChunkSizeThatIsNoNumber", failed(200), okChunked + "zz\r\n{}\r\n0\r\n\r\n"s),
     sends("ANegativeChunkSize", failed(200), okChunked + "-2\r\n{}\r\n0\r\n\r\n"s),
     sends("AnEmptyChunkSize", failed(200), okChunked + "\r\n{}\r\n0\r\n\r\n"s),
@@ -186,7 +186,7 @@ INSTANTIATE_TEST_SUITE_P(Chunks, HostileServerTest, onEveryEndpoint(chunks), nam
 const std::string portal =
     "<!DOCTYPE html><html><body>Please sign in to use this network</body></html>";
 
-const std::vector<Misdeed> bodies{
+const std::vector<ServerFault> bodies{
     onRequest("ACaptivePortal", answered(200, portal.size()),
               answer(200, portal, {{"Content-Type", "text/html"}})),
     onRequest("AnEmptyBody", answered(200, 0), answer(200)),

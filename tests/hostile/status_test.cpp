@@ -47,7 +47,7 @@ class EveryStatusTest : public DaemonTest {
     }
 
     /// What the daemon makes of it.
-    static Ending endingOf(int status) {
+    static ExpectedResult endingOf(int status) {
         if (status == switching) {
             return lost();
         }

@@ -52,14 +52,17 @@ TEST_P(HostileTlsTest, LearnsNoCredential) {
     EXPECT_THAT(server->received(), HasSubstr("X-Orv-Key: key-"));
 }
 
-Misdeed shows(std::string name, std::function<TlsIdentity()> identity) {
-    return {std::move(name),
-            {0, 0,
-             "The certificate for this server is invalid. You might be connecting to a server that "
-             "is pretending to be “localhost” which could put your confidential information at "
-             "risk. ("},
-            [identity = std::move(identity)](const Scene& scene) { scene.server.show(identity()); },
-            [](const Scene& scene) { scene.server.show(authority().issueForLoopback()); }};
+ServerFault shows(std::string name, std::function<TlsIdentity()> identity) {
+    return {
+        std::move(name),
+        {0, 0,
+         "The certificate for this server is invalid. You might be connecting to a server that "
+         "is pretending to be “localhost” which could put your confidential information at "
+         "risk. ("},
+        [identity = std::move(identity)](const FaultContext& context) {
+            context.server.show(identity());
+        },
+        [](const FaultContext& context) { context.server.show(authority().issueForLoopback()); }};
 }
 
 /// A certificate that vouches for itself.
@@ -79,7 +82,7 @@ TlsIdentity ofAnotherAuthority() {
     return other.issueForLoopback();
 }
 
-const std::vector<Misdeed> certificates{
+const std::vector<ServerFault> certificates{
     shows("Expired", [] { return authority().issue("DNS:localhost", -3, -1); }),
     shows("NotYetValid", [] { return authority().issue("DNS:localhost", 1, 3); }),
     shows("WrongName", [] { return authority().issue("DNS:localhost.example,IP:127.0.0.2"); }),
@@ -92,22 +95,22 @@ const std::vector<Misdeed> certificates{
 };
 INSTANTIATE_TEST_SUITE_P(Certificates, HostileTlsTest, onEveryEndpoint(certificates), nameOf);
 
-const Ending noSecureConnection{
+const ExpectedResult noSecureConnection{
     0, 0, "An SSL error has occurred and a secure connection to the server cannot be made. ("};
 
-Misdeed speaksTls11Only() {
-    Misdeed misdeed = shows("SpeaksTls11Only", [] {
+ServerFault speaksTls11Only() {
+    ServerFault fault = shows("SpeaksTls11Only", [] {
         TlsIdentity identity = authority().issueForLoopback();
         identity.highestVersion = TLS1_1_VERSION;
         return identity;
     });
-    misdeed.ending = noSecureConnection;
-    return misdeed;
+    fault.expected = noSecureConnection;
+    return fault;
 }
 
 /// Hears what the daemon says first, then answers with `bytes` in the clear.
-Misdeed answersInTheClear(std::string name, std::string bytes) {
-    return onConnect(std::move(name), noSecureConnection, [bytes](const Scene&) {
+ServerFault answersInTheClear(std::string name, std::string bytes) {
+    return onConnect(std::move(name), noSecureConnection, [bytes](const FaultContext&) {
         return [bytes](Connection& connection, const ReceivedRequest&) {
             (void)connection.receive(4096);
             (void)connection.send(bytes);
@@ -116,7 +119,7 @@ Misdeed answersInTheClear(std::string name, std::string bytes) {
     });
 }
 
-const std::vector<Misdeed> handshakes{
+const std::vector<ServerFault> handshakes{
     speaksTls11Only(),
     onConnect("HandshakeStall", timedOut(), stall()),
     onConnect("HandshakeStallBehindHalfAMessage", timedOut(), stall("\x16\x03\x03\x00\x7A\x02"s)),
@@ -137,8 +140,8 @@ TEST_P(HostileTlsEndTest, IsNotTakenForTheAnswersEnd) {
     expectEndured(GetParam());
 }
 
-Misdeed cutsBehind(std::string name, Ending ending, const std::string& bytes) {
-    return onRequest(std::move(name), std::move(ending),
+ServerFault cutsBehind(std::string name, ExpectedResult expected, const std::string& bytes) {
+    return onRequest(std::move(name), std::move(expected),
                      Step([=](Connection& connection, const ReceivedRequest&) {
                          (void)connection.send(bytes);
                          connection.cut();
@@ -146,7 +149,7 @@ Misdeed cutsBehind(std::string name, Ending ending, const std::string& bytes) {
                      }));
 }
 
-const std::vector<Misdeed> cuts{
+const std::vector<ServerFault> cuts{
     cutsBehind("Request", failed(), ""),
     cutsBehind("HalfAHeader", failed(), "HTTP/1.1 200 OK\r\nContent-Le"),
     cutsBehind("Header", failed(200), "HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\n"),

@@ -107,8 +107,8 @@ class OutOfMemoryTest : public DaemonTest,
             environment["STARVE_ON"] = "1";
         }
         DaemonProcess daemon({ORVANE_STARVED_DAEMON, environment, root() / "stderr"});
-        constexpr int patience = 15;  // times 20 s, for a busy machine
-        for (int i = 0; i < patience && daemon.isRunning(); ++i) {
+        constexpr int timeLimit = 15;  // times 20 s, for a busy machine
+        for (int i = 0; i < timeLimit && daemon.isRunning(); ++i) {
             (void)waitUntil([&] { return !daemon.isRunning(); });
         }
         EXPECT_FALSE(daemon.isRunning()) << "it hangs";

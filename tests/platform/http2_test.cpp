@@ -96,12 +96,12 @@ TEST_F(Http2Test, ABodyThatBreaksOffKeepsTheStatusOnly) {
 }
 
 TEST_F(Http2Test, TheInactivityLimitHolds) {
-    const Puppet puppet;
-    server.on("/p", {puppet.step()});
+    const ManualServerStep manualStep;
+    server.on("/p", {manualStep.step()});
     HttpRequest request = requestFor(front->url() + "/p");
     request.inactivityLimit = 100s;
     Exchange exchange(session, std::move(request));
-    puppet.waitForRequest();
+    manualStep.waitForRequest();
     virtual_clock::advance(60s);
     letWorkerTurn(session);
     EXPECT_FALSE(exchange.isComplete());

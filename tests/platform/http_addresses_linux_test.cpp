@@ -250,13 +250,13 @@ TEST_F(AddressesTest, OnceConnectedTheLibraryHasNoMoreTimersForThat) {
     };
     const WithHttpLibraryHooks installedToo(library);
     HttpSession held(limits);
-    const Puppet puppet;
-    server.on("/p", {puppet.step()});
+    const ManualServerStep manualStep;
+    server.on("/p", {manualStep.step()});
     Exchange exchange(held, request());
-    puppet.waitForRequest();
+    manualStep.waitForRequest();
     isHeld = true;
     EXPECT_TRUE(sleepsOn.waitFor(patience));
-    puppet.close();
+    manualStep.close();
 }
 
 }  // namespace

@@ -18,7 +18,7 @@ namespace {
 using namespace std::chrono_literals;
 
 /// Far beyond what anything here takes, for a machine with much else to do.
-constexpr std::chrono::milliseconds patience = 60s;
+constexpr std::chrono::milliseconds timeLimit = 60s;
 
 }  // namespace
 
@@ -43,7 +43,7 @@ Exchange::Exchange(HttpSession& session, HttpRequest request) : state_(std::make
 }
 
 HttpResult Exchange::result() {
-    if (!state_->complete.waitFor(patience)) {
+    if (!state_->complete.waitFor(timeLimit)) {
         throw std::runtime_error("the exchange does not end");
     }
     const std::lock_guard lock(state_->mutex);
@@ -100,7 +100,7 @@ Step zeros(std::size_t size) {
     };
 }
 
-struct Puppet::State {
+struct ManualServerStep::State {
     std::mutex mutex;
     std::deque<std::optional<std::string>> moves;  ///< what to send; absent to close
     Semaphore arrived{0};
@@ -111,7 +111,7 @@ struct Puppet::State {
             const std::lock_guard lock(mutex);
             moves.push_back(std::move(move));
         }
-        if (!done.waitFor(patience)) {
+        if (!done.waitFor(timeLimit)) {
             throw std::runtime_error("the server does not move");
         }
     }
@@ -128,9 +128,9 @@ struct Puppet::State {
     }
 };
 
-Puppet::Puppet() : state_(std::make_shared<State>()) {}
+ManualServerStep::ManualServerStep() : state_(std::make_shared<State>()) {}
 
-Step Puppet::step() const {
+Step ManualServerStep::step() const {
     return [state = state_](Connection& connection, const ReceivedRequest&) {
         state->arrived.signal();
         while (connection.pause(1ms)) {
@@ -150,17 +150,17 @@ Step Puppet::step() const {
     };
 }
 
-void Puppet::waitForRequest() const {
-    if (!state_->arrived.waitFor(patience)) {
+void ManualServerStep::waitForRequest() const {
+    if (!state_->arrived.waitFor(timeLimit)) {
         throw std::runtime_error("no request comes");
     }
 }
 
-void Puppet::send(std::string_view bytes) const {
+void ManualServerStep::send(std::string_view bytes) const {
     state_->make(std::string(bytes));
 }
 
-void Puppet::close() const {
+void ManualServerStep::close() const {
     state_->make(std::nullopt);
 }
 

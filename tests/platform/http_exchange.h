@@ -52,9 +52,9 @@ void letWorkerTakeIn(HttpSession& session);
 Step zeros(std::size_t size);
 
 /// A server's step that the test moves by hand.
-class Puppet {
+class ManualServerStep {
   public:
-    Puppet();
+    ManualServerStep();
 
     [[nodiscard]] Step step() const;
     /// Blocks until the request has come.

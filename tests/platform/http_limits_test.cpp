@@ -34,11 +34,11 @@ constexpr const char* wholeAnswer = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\
 // is to be in time keeps a distance of at least 30 seconds from the limit.
 class HttpLimitsTest : public HttpTest {
   protected:
-    /// Starts a request that `puppet` will answer.
+    /// Starts a request that `manualStep` will answer.
     Exchange start(HttpRequest request) {
-        server.on("/p", {puppet.step()});
+        server.on("/p", {manualStep.step()});
         Exchange exchange(session, std::move(request));
-        puppet.waitForRequest();
+        manualStep.waitForRequest();
         letWorkerTurn(session);
         return exchange;
     }
@@ -52,12 +52,12 @@ class HttpLimitsTest : public HttpTest {
 
     /// Has the server send `bytes` and lets the session see them.
     void send(std::string_view bytes) {
-        puppet.send(bytes);
+        manualStep.send(bytes);
         letWorkerTurn(session);
     }
 
     ScriptedServer server;
-    Puppet puppet;
+    ManualServerStep manualStep;
     HttpSession session{limits};
 };
 
@@ -65,7 +65,7 @@ TEST_F(HttpLimitsTest, SilenceUpToTheLimitIsTaken) {
     Exchange exchange = start();
     advance(300s);
     EXPECT_FALSE(exchange.isComplete());
-    puppet.send(wholeAnswer);
+    manualStep.send(wholeAnswer);
     EXPECT_THAT(exchange.result().response().value().body, Optional("body"s));
 }
 
@@ -73,7 +73,7 @@ TEST_F(HttpLimitsTest, WhereNothingFloodsNothingIsCutOff) {
     Exchange exchange = start();
     advance(300s);
     HttpSessionInternals::endFlood(session);
-    puppet.send(wholeAnswer);
+    manualStep.send(wholeAnswer);
     EXPECT_THAT(exchange.result().response().value().body, Optional("body"s));
 }
 
@@ -136,7 +136,7 @@ TEST_F(HttpTrickleTest, EveryHeaderLineRestartsTheInactivityLimit) {
     // line may be continued.
     trickle({"HTTP/1.1 200 OK\r\nA", ": b\r\nC", "ontent-Length: 4\r\nX"});
     EXPECT_FALSE(exchange.isComplete());
-    puppet.send(": y\r\n\r\nbody");
+    manualStep.send(": y\r\n\r\nbody");
     EXPECT_THAT(exchange.result().response().value().body, Optional("body"s));
 }
 
@@ -145,7 +145,7 @@ TEST_F(HttpTrickleTest, EveryByteOfTheBodyRestartsTheInactivityLimit) {
     send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n");
     trickle({"b", "o", "d"});
     EXPECT_FALSE(exchange.isComplete());
-    puppet.send("y");
+    manualStep.send("y");
     EXPECT_THAT(exchange.result().response().value().body, Optional("body"s));
 }
 
@@ -156,8 +156,8 @@ TEST_F(HttpTrickleTest, BytesThatDecodeToNothingYetRestartItToo) {
         "HTTP/1.1 200 OK\r\nContent-Encoding: gzip\r\n\r\n\x1F\x8B\x08\x08\x00\x00\x00\x00\x02\xFF"s);
     trickle({"n", "a", "m"});
     EXPECT_FALSE(exchange.isComplete());
-    puppet.send("e\x00\x4B\x49\x4D\xCE\x4F\x49\x4D\x01\x00\xF6\x9A\xF0\x1A\x07\x00\x00\x00"s);
-    puppet.close();
+    manualStep.send("e\x00\x4B\x49\x4D\xCE\x4F\x49\x4D\x01\x00\xF6\x9A\xF0\x1A\x07\x00\x00\x00"s);
+    manualStep.close();
     EXPECT_THAT(exchange.result().response().value().body, Optional("decoded"s));
 }
 
@@ -166,7 +166,7 @@ TEST_F(HttpTrickleTest, InterimResponsesRestartItToo) {
     trickle({"HTTP/1.1 103 Early Hints\r\n\r\n", "HTTP/1.1 103 Early Hints\r\n\r\n"});
     advance(40s);
     EXPECT_FALSE(exchange.isComplete());
-    puppet.send(wholeAnswer);
+    manualStep.send(wholeAnswer);
     EXPECT_THAT(exchange.result().response().value().body, Optional("body"s));
 }
 
@@ -200,15 +200,15 @@ TEST_F(HttpLimitsTest, ARequestsOwnLimitIsShorterThanTheSessions) {
 
 TEST_F(HttpLimitsTest, ARequestsOwnLimitIsLongerThanTheSessions) {
     HttpSession strict({5s, 360s});
-    server.on("/p", {puppet.step()});
+    server.on("/p", {manualStep.step()});
     HttpRequest request = requestFor(server.url() + "/p");
     request.inactivityLimit = 200s;
     Exchange exchange(strict, std::move(request));
-    puppet.waitForRequest();
+    manualStep.waitForRequest();
     virtual_clock::advance(100s);
     letWorkerTurn(strict);
     EXPECT_FALSE(exchange.isComplete());
-    puppet.send(wholeAnswer);
+    manualStep.send(wholeAnswer);
     EXPECT_FALSE(exchange.result().error());
 }
 
@@ -225,7 +225,7 @@ TEST_F(HttpLimitsTest, TheTotalLimitHoldsForEveryRequest) {
 TEST_F(HttpLimitsTest, EachRequestHasItsOwnClock) {
     Exchange first = start();
     advance(200s);
-    const Puppet other;
+    const ManualServerStep other;
     server.on("/other", {other.step()});
     Exchange second(session, requestFor(server.url() + "/other"));
     other.waitForRequest();
@@ -238,7 +238,7 @@ TEST_F(HttpLimitsTest, EachRequestHasItsOwnClock) {
 
 TEST_F(HttpLimitsTest, SeveralOverdueRequestsEndTogether) {
     Exchange first = start();
-    const Puppet other;
+    const ManualServerStep other;
     server.on("/other", {other.step()});
     Exchange second(session, requestFor(server.url() + "/other"));
     other.waitForRequest();
@@ -274,9 +274,9 @@ TEST_F(HttpLimitsTest, TheWorkerWakesUpForADeadlineByItself) {
 
 TEST_F(HttpLimitsTest, TheSharedSessionAllowsAMinuteOfSilenceAndSixMinutesInAll) {
     HttpSession& shared = HttpSession::shared();
-    server.on("/p", {puppet.step()});
+    server.on("/p", {manualStep.step()});
     Exchange silent(shared, requestFor(server.url() + "/p"));
-    puppet.waitForRequest();
+    manualStep.waitForRequest();
     virtual_clock::advance(30s);
     letWorkerTurn(shared);
     EXPECT_FALSE(silent.isComplete());
@@ -284,7 +284,7 @@ TEST_F(HttpLimitsTest, TheSharedSessionAllowsAMinuteOfSilenceAndSixMinutesInAll)
     letWorkerTurn(shared);
     EXPECT_TRUE(silent.isComplete());
 
-    const Puppet other;
+    const ManualServerStep other;
     server.on("/other", {other.step()});
     HttpRequest request = requestFor(server.url() + "/other");
     request.inactivityLimit = 1000s;
@@ -303,7 +303,7 @@ TEST_F(HttpLimitsTest, TheSharedSessionAllowsAMinuteOfSilenceAndSixMinutesInAll)
 TEST_F(HttpLimitsTest, AnUnfinishedTlsHandshakeIsGivenUpAfterHalfAMinute) {
     const TestCa ca;
     ScriptedServer tls(ca.issueForLoopback());
-    Puppet stall;
+    ManualServerStep stall;
     tls.onConnect(stall.step());
     HttpRequest request = requestFor(tls.url() + "/p");
     request.inactivityLimit = 100s;
@@ -329,14 +329,14 @@ TEST_F(HttpLimitsTest, TheEndOfTheTlsHandshakeRestartsTheInactivityLimit) {
         handshake = clock::monotonicNow();
         return going;
     });
-    tls.on("/p", {puppet.step()});
+    tls.on("/p", {manualStep.step()});
     HttpRequest request = requestFor(tls.url() + "/p");
     request.inactivityLimit = 100s;
     Exchange exchange(session, std::move(request));
-    puppet.waitForRequest();
+    manualStep.waitForRequest();
     // At least 100.3 s from the start, but only 98.8 s and what the test takes from the handshake.
     advance(98800ms);
-    puppet.send(wholeAnswer);
+    manualStep.send(wholeAnswer);
     const bool inTime = !exchange.result().error();
     EXPECT_TRUE(inTime || clock::monotonicNow() - handshake >= 100s);
 }

@@ -66,21 +66,21 @@ TEST_F(LostConnectionTest, ButNotAThirdTime) {
 }
 
 TEST_F(LostConnectionTest, NorOnOneKeptConnectionAfterTheOther) {
-    std::vector<Puppet> puppets(4);
+    std::vector<ManualServerStep> manualSteps(4);
     std::vector<Exchange> exchanges;
-    for (std::size_t i = 0; i < puppets.size(); ++i) {
+    for (std::size_t i = 0; i < manualSteps.size(); ++i) {
         const std::string path = "/" + std::to_string(i);
-        server.on(path, {[step = puppets[i].step()](Connection& connection,
-                                                    const ReceivedRequest& request) {
+        server.on(path, {[step = manualSteps[i].step()](Connection& connection,
+                                                        const ReceivedRequest& request) {
                       (void)step(connection, request);
                       return true;
                   }});
         exchanges.emplace_back(session, requestFor(server.url() + path));
-        puppets[i].waitForRequest();
+        manualSteps[i].waitForRequest();
     }
-    for (std::size_t i = 0; i < puppets.size(); ++i) {
-        puppets[i].send(shortAnswer);
-        puppets[i].close();
+    for (std::size_t i = 0; i < manualSteps.size(); ++i) {
+        manualSteps[i].send(shortAnswer);
+        manualSteps[i].close();
         EXPECT_EQ(exchanges[i].result().error(), std::nullopt);
     }
     server.always("/p", closeAtOnce());
@@ -102,8 +102,8 @@ TEST_F(LostConnectionTest, AfterTheFirstLineOfTheAnswerItIsAnError) {
 }
 
 TEST_F(LostConnectionTest, AnAnswerOfTheNewConnectionHasTheWholeTimeAgain) {
-    const Puppet first;
-    const Puppet second;
+    const ManualServerStep first;
+    const ManualServerStep second;
     server.on("/p", {answer(200), first.step(), second.step()});
     EXPECT_EQ(ask().error(), std::nullopt);
     Exchange exchange(session, requestFor(server.url() + "/p"));
@@ -153,13 +153,13 @@ void expectSentAgain(ScriptedServer& server, bool isSecure) {
         return isFarewell ? std::optional<ssize_t>(failWith(EPIPE)) : std::nullopt;
     };
     const WithSystemCallHooks installed(systemCalls);
-    const Puppet puppet;
-    server.on("/p", {puppet.step(), answer(200, "body")});
+    const ManualServerStep manualStep;
+    server.on("/p", {manualStep.step(), answer(200, "body")});
     Exchange exchange(session, requestFor(server.url() + "/p"));
-    puppet.waitForRequest();
+    manualStep.waitForRequest();
     letWorkerTurn(session);
     isDead = true;
-    puppet.close();
+    manualStep.close();
     const auto result = exchange.result();
     EXPECT_EQ(result.error(), std::nullopt);
     ASSERT_TRUE(result.response());
@@ -226,12 +226,12 @@ TEST_F(LostHttp2ConnectionTest, ARequestLostOnAKeptConnectionIsSentAgain) {
 }
 
 TEST_F(LostHttp2ConnectionTest, HoweverLongItHasBeenHeldAndWithTheWholeTimeAgain) {
-    const Puppet first;
-    const Puppet second;
+    const ManualServerStep first;
+    const ManualServerStep second;
     server.on("*", {answerThen(first.step()), onFirst(second.step())});
     EXPECT_EQ(ask().error(), std::nullopt);
     Exchange exchange(session, requestFor(server.url() + "/p"));
-    for (const Puppet* lost : {&first, &second}) {
+    for (const ManualServerStep* lost : {&first, &second}) {
         lost->waitForRequest();
         letWorkerTurn(session);
         virtual_clock::advance(300s);
@@ -312,7 +312,7 @@ class SilentAddressTest : public HttpTest {
 };
 
 TEST_F(SilentAddressTest, TheOnlyAddressIsTriedOnceMoreAndThenHasTheRestOfTheTime) {
-    const Puppet stall;
+    const ManualServerStep stall;
     server.onConnect(stall.step());
     Exchange exchange(session, requestFor(server.url() + "/p"));
     stall.waitForRequest();

@@ -75,27 +75,27 @@ TEST_F(HttpSessionTest, ARefusedRequestDropsNone) {
 
 TEST_F(HttpSessionTest, AnErrorDoesNotDisturbARequestUnderWay) {
     HttpSession session(limits);
-    const Puppet puppet;
-    server.on("/slow", {puppet.step()});
+    const ManualServerStep manualStep;
+    server.on("/slow", {manualStep.step()});
     server.on("/broken", {closeAtOnce()});
     Exchange slow(session, requestFor(server.url() + "/slow"));
-    puppet.waitForRequest();
+    manualStep.waitForRequest();
     EXPECT_TRUE(fetch(session, server.url() + "/broken").error());
     EXPECT_FALSE(fetch(session, server.url() + "/p").error());
     EXPECT_FALSE(slow.isComplete());
-    puppet.send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody");
+    manualStep.send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody");
     EXPECT_THAT(slow.result().response().value().body, Optional("body"s));
 }
 
 TEST_F(HttpSessionTest, AnErrorDropsConnectionsOnceNothingIsUnderWay) {
     HttpSession session(limits);
-    const Puppet puppet;
-    server.on("/slow", {puppet.step()});
+    const ManualServerStep manualStep;
+    server.on("/slow", {manualStep.step()});
     server.on("/broken", {closeAtOnce()});
     Exchange slow(session, requestFor(server.url() + "/slow"));
-    puppet.waitForRequest();
+    manualStep.waitForRequest();
     EXPECT_TRUE(fetch(session, server.url() + "/broken").error());
-    puppet.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+    manualStep.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
     EXPECT_FALSE(slow.result().error());
     const auto before = server.connectionCount();
     EXPECT_FALSE(fetch(session, server.url() + "/p").error());
@@ -104,20 +104,20 @@ TEST_F(HttpSessionTest, AnErrorDropsConnectionsOnceNothingIsUnderWay) {
 
 TEST_F(HttpSessionTest, SeveralRequestsAreUnderWayAtOnce) {
     HttpSession session(limits);
-    std::vector<Puppet> puppets(4);
+    std::vector<ManualServerStep> manualSteps(4);
     std::vector<Exchange> exchanges;
-    for (std::size_t i = 0; i < puppets.size(); ++i) {
+    for (std::size_t i = 0; i < manualSteps.size(); ++i) {
         const std::string path = "/" + std::to_string(i);
-        server.on(path, {puppets[i].step()});
+        server.on(path, {manualSteps[i].step()});
         exchanges.emplace_back(session, requestFor(server.url() + path, {{"X-Number", path}}));
     }
-    for (std::size_t i = 0; i < puppets.size(); ++i) {
-        puppets[i].waitForRequest();
+    for (std::size_t i = 0; i < manualSteps.size(); ++i) {
+        manualSteps[i].waitForRequest();
         EXPECT_THAT(server.requestsTo("/" + std::to_string(i)).at(0).header("X-Number"),
                     Optional("/" + std::to_string(i)));
     }
-    for (std::size_t i = puppets.size(); i-- > 0;) {
-        puppets[i].send("HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n" + std::to_string(i));
+    for (std::size_t i = manualSteps.size(); i-- > 0;) {
+        manualSteps[i].send("HTTP/1.1 200 OK\r\nContent-Length: 1\r\n\r\n" + std::to_string(i));
         EXPECT_THAT(exchanges[i].result().response().value().body, Optional(std::to_string(i)));
         EXPECT_TRUE(i == 0 || !exchanges[i - 1].isComplete());
     }
@@ -154,12 +154,12 @@ TEST_F(HttpSessionTest, CompletionsComeOnceEachOnAThreadOfTheSessionsOwn) {
 
 TEST_F(HttpSessionTest, SendReturnsAtOnce) {
     HttpSession session(limits);
-    const Puppet puppet;
-    server.on("/p", {puppet.step()});
+    const ManualServerStep manualStep;
+    server.on("/p", {manualStep.step()});
     Exchange exchange(session, requestFor(server.url() + "/p"));
-    puppet.waitForRequest();
+    manualStep.waitForRequest();
     EXPECT_FALSE(exchange.isComplete());
-    puppet.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
+    manualStep.send("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n");
     EXPECT_FALSE(exchange.result().error());
 }
 

@@ -92,7 +92,7 @@ class OtherNetworkTest : public HttpTest {
     std::atomic<bool> hasAddress = true;
     std::atomic<bool> hasRoute = true;
     ScriptedServer server;
-    Puppet held;
+    ManualServerStep held;
     HttpSession session{limits};
     std::optional<Exchange> exchange;
 
@@ -131,12 +131,12 @@ TEST_F(OtherNetworkTest, ARequestFromAnAddressThatIsGoneIsSentAgain) {
 
 TEST_F(OtherNetworkTest, ButNotAThirdTime) {
     const WithSystemCallHooks installed(hooks);
-    Puppet again;
+    ManualServerStep again;
     server.on("/p", {held.step(), again.step(), answer(200)});
     Exchange lost(session, requestFor(server.url() + "/p"));
     hasAddress = false;
-    for (const Puppet* puppet : {&held, &again}) {
-        puppet->waitForRequest();
+    for (const ManualServerStep* manualStep : {&held, &again}) {
+        manualStep->waitForRequest();
         tell(RTM_DELADDR);
         advance(1s);
     }

@@ -45,7 +45,7 @@ constexpr std::array lineBreaks{
     Character{"U+2029", "\xE2\x80\xA9"},
 };
 
-/// Neighbours of white space in the code table, and what only looks like it.
+/// Code points next to whitespace, and what only looks like it.
 constexpr std::array neither{
     Character{"NUL", std::string_view("\0", 1)},
     Character{"backspace", "\x08"},

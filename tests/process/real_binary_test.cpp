@@ -332,9 +332,9 @@ class FakeJournal {
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
         std::copy(name.begin(), name.end(), std::begin(address.sun_path));
-        const timeval patience{20, 0};
+        const timeval timeLimit{20, 0};
         EXPECT_EQ(::bind(socket_, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
-        EXPECT_EQ(::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience), 0);
+        EXPECT_EQ(::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &timeLimit, sizeof timeLimit), 0);
     }
     FakeJournal(const FakeJournal&) = delete;
     FakeJournal& operator=(const FakeJournal&) = delete;

@@ -31,7 +31,7 @@ class HostileSilenceTest : public HostileTurnTest {};
 
 TEST_P(HostileSilenceTest, IsBorneUpToTheLimit) {
     expectEndured(GetParam());
-    EXPECT_GE(turnTime, sceneAt(std::get<Endpoint>(GetParam())).silence);
+    EXPECT_GE(turnTime, contextAt(std::get<Endpoint>(GetParam())).silence);
     EXPECT_LT(turnTime, totalLimit);
 }
 
@@ -71,15 +71,16 @@ constexpr std::chrono::seconds connectLimit = 30s;
 /// Lets a little more time pass than the daemon bears, from when it has begun to connect.
 class WhileConnecting {
   public:
-    explicit WhileConnecting(const Scene& scene)
-        : passing_([this, &session = scene.session, limit = std::min(scene.silence, connectLimit)] {
-              while (!over_ && !isConnecting()) {
-                  std::this_thread::sleep_for(1ms);
-              }
-              virtual_clock::advance(limit - 5s);
-              letWorkerTurn(session);
-              virtual_clock::advance(6s);
-          }) {}
+    explicit WhileConnecting(const FaultContext& context)
+        : passing_(
+              [this, &session = context.session, limit = std::min(context.silence, connectLimit)] {
+                  while (!over_ && !isConnecting()) {
+                      std::this_thread::sleep_for(1ms);
+                  }
+                  virtual_clock::advance(limit - 5s);
+                  letWorkerTurn(session);
+                  virtual_clock::advance(6s);
+              }) {}
     WhileConnecting(const WhileConnecting&) = delete;
     WhileConnecting& operator=(const WhileConnecting&) = delete;
     ~WhileConnecting() {
@@ -93,37 +94,37 @@ class WhileConnecting {
 };
 
 /// A server whose system answers no packet any more, as behind a firewall that drops them.
-Misdeed dropsPackets() {
+ServerFault dropsPackets() {
     const auto time = std::make_shared<std::unique_ptr<WhileConnecting>>();
     return {"DropsPackets", timedOut(),
-            [time](const Scene& scene) {
-                scene.server.startDroppingPackets();
-                *time = std::make_unique<WhileConnecting>(scene);
+            [time](const FaultContext& context) {
+                context.server.startDroppingPackets();
+                *time = std::make_unique<WhileConnecting>(context);
             },
-            [time](const Scene& scene) {
+            [time](const FaultContext& context) {
                 time->reset();
-                scene.server.stopDroppingPackets();
+                context.server.stopDroppingPackets();
             }};
 }
 
 /// Sends `head`, then `part` every second until the daemon's time is over.
 StepFor drip(std::string head, std::string part) {
-    return [=](const Scene& scene) {
-        return
-            [=, &session = scene.session](Connection& connection, const ReceivedRequest& request) {
-                bool going = connection.send(head);
-                for (auto passed = 0s; going && passed < totalLimit - 5s; passed += 1s) {
-                    virtual_clock::advance(1s);
-                    going = connection.send(part);
-                    letWorkerTurn(session);
-                }
-                virtual_clock::advance(6s);
-                return staySilent()(connection, request);
-            };
+    return [=](const FaultContext& context) {
+        return [=, &session = context.session](Connection& connection,
+                                               const ReceivedRequest& request) {
+            bool going = connection.send(head);
+            for (auto passed = 0s; going && passed < totalLimit - 5s; passed += 1s) {
+                virtual_clock::advance(1s);
+                going = connection.send(part);
+                letWorkerTurn(session);
+            }
+            virtual_clock::advance(6s);
+            return staySilent()(connection, request);
+        };
     };
 }
 
-const std::vector<Misdeed> longSilences{
+const std::vector<ServerFault> longSilences{
     onRequest("NeverAnswers", timedOut(), stall()),
     onConnect("NeverReads", timedOut(), stall("", neverRead())),
     onRequest("StallsWithinTheStatusLine", timedOut(), stall("HTTP/1.1 2")),
@@ -146,12 +147,12 @@ class HostileConnectTest : public HostileTurnTest {};
 
 TEST_P(HostileConnectTest, IsBorneForHalfAMinuteAtMost) {
     expectEndured(GetParam());
-    EXPECT_GE(turnTime, std::min(sceneAt(std::get<Endpoint>(GetParam())).silence, connectLimit));
+    EXPECT_GE(turnTime, std::min(contextAt(std::get<Endpoint>(GetParam())).silence, connectLimit));
     EXPECT_LT(turnTime, 60s);
 }
 
 INSTANTIATE_TEST_SUITE_P(, HostileConnectTest,
-                         onEveryEndpoint(std::vector<Misdeed>{dropsPackets()}), nameOf);
+                         onEveryEndpoint(std::vector<ServerFault>{dropsPackets()}), nameOf);
 
 // --- One byte after another, for ever
 
@@ -163,7 +164,7 @@ TEST_P(HostileTrickleTest, IsBorneUpToTheTotalLimit) {
     EXPECT_LT(turnTime, totalLimit + 60s);
 }
 
-const std::vector<Misdeed> trickles{
+const std::vector<ServerFault> trickles{
     onRequest("HeaderLines", timedOut(), drip("HTTP/1.1 200 OK\r\n", "X: y\r\n")),
     onRequest("InterimAnswers", timedOut(), drip("", "HTTP/1.1 100 Continue\r\n\r\n")),
     onRequest("Body", timedOut(200),
@@ -212,7 +213,7 @@ std::string gzipBomb(std::size_t size) {
     return bytes;
 }
 
-const Ending tooLarge{200, 0, "the response is larger than 104857600 bytes"};
+const ExpectedResult tooLarge{200, 0, "the response is larger than 104857600 bytes"};
 
 class HostileSizeTest : public HostileTurnTest {};
 
@@ -220,14 +221,14 @@ TEST_P(HostileSizeTest, IsEndured) {
     expectEndured(GetParam());
 }
 
-const std::vector<Misdeed> sizes{
+const std::vector<ServerFault> sizes{
     onRequest("ABodyBeyondTheLimit", tooLarge, zeros(HttpSession::bodyLimit + 1)),
     onRequest("AGzipBombBeyondTheLimit", tooLarge,
-              [](const Scene&) {
+              [](const FaultContext&) {
                   return answer(200, gzipBomb(HttpSession::bodyLimit + 1),
                                 {{"Content-Encoding", "gzip"}});
               }),
-    onRequest("AGzipBombThatFits", answered(200, 1 + 258 * 4000), [](const Scene&) {
+    onRequest("AGzipBombThatFits", answered(200, 1 + 258 * 4000), [](const FaultContext&) {
         return answer(200, gzipBomb(258 * 4000), {{"Content-Encoding", "gzip"}});
     })};
 INSTANTIATE_TEST_SUITE_P(, HostileSizeTest, onEveryEndpoint(sizes), nameOf);

@@ -1,6 +1,5 @@
-// Whatever stands under the names that the daemon reads and writes: a turn ends, no link is
-// followed on the way to a file that is written as a whole, and when the thing is gone, all is well
-// again.
+// Whatever is planted under the names that the daemon reads and writes: a poll cycle ends, no link
+// is followed when a file is replaced, and once the obstacle is gone, the next cycle succeeds.
 #include "daemon/leftovers.h"
 #include "daemon/policy_runner.h"
 #include "support/daemon_test.h"
@@ -54,9 +53,9 @@ enum class Source { none, enrollment, config };
 
 /// The ground of tests whose daemon runs in a process of its own, as this user or as an ordinary
 /// one.
-class NeighbourhoodTest : public DaemonTest {
+class PlantedFilesTest : public DaemonTest {
   protected:
-    NeighbourhoodTest() {
+    PlantedFilesTest() {
         (void)::umask(022);
         fs::permissions(root(), fs::perms(0755));
     }
@@ -108,9 +107,9 @@ class NeighbourhoodTest : public DaemonTest {
     }
 };
 
-// --- Things
+// --- Obstacles
 
-enum class Thing {
+enum class Obstacle {
     linkToFile,
     danglingLink,
     linkToDirectory,
@@ -124,20 +123,21 @@ enum class Thing {
     unreadableFile
 };
 
-const std::map<Thing, const char*> things{{Thing::linkToFile, "a link to a file"},
-                                          {Thing::danglingLink, "a dangling link"},
-                                          {Thing::linkToDirectory, "a link to a directory"},
-                                          {Thing::linkToItself, "a link to itself"},
-                                          {Thing::fifo, "a FIFO"},
-                                          {Thing::socket, "a socket"},
-                                          {Thing::device, "a device"},
-                                          {Thing::emptyDirectory, "an empty directory"},
-                                          {Thing::fullDirectory, "a directory with content"},
-                                          {Thing::readOnlyFile, "a read-only file"},
-                                          {Thing::unreadableFile, "an unreadable file"}};
+const std::map<Obstacle, const char*> obstacleNames{
+    {Obstacle::linkToFile, "a link to a file"},
+    {Obstacle::danglingLink, "a dangling link"},
+    {Obstacle::linkToDirectory, "a link to a directory"},
+    {Obstacle::linkToItself, "a link to itself"},
+    {Obstacle::fifo, "a FIFO"},
+    {Obstacle::socket, "a socket"},
+    {Obstacle::device, "a device"},
+    {Obstacle::emptyDirectory, "an empty directory"},
+    {Obstacle::fullDirectory, "a directory with content"},
+    {Obstacle::readOnlyFile, "a read-only file"},
+    {Obstacle::unreadableFile, "an unreadable file"}};
 
-bool isDirectory(Thing thing) {
-    return thing == Thing::emptyDirectory || thing == Thing::fullDirectory;
+bool isDirectory(Obstacle obstacle) {
+    return obstacle == Obstacle::emptyDirectory || obstacle == Obstacle::fullDirectory;
 }
 
 void makeSocket(const fs::path& path) {
@@ -164,39 +164,39 @@ dev_t nullDevice() {
     return status.st_rdev;
 }
 
-/// Puts `thing` at `path`. Links lead into `victims`. False when that is not permitted.
-bool plant(Thing thing, const fs::path& path, const fs::path& victims) {
+/// Creates `obstacle` at `path`. Links point into `victims`. False if that is not permitted.
+bool plant(Obstacle obstacle, const fs::path& path, const fs::path& victims) {
     fs::create_directories(path.parent_path());
-    switch (thing) {
-        case Thing::linkToFile:
+    switch (obstacle) {
+        case Obstacle::linkToFile:
             fs::create_symlink(victims / "file", path);
             return true;
-        case Thing::danglingLink:
+        case Obstacle::danglingLink:
             fs::create_symlink(victims / "nothing", path);
             return true;
-        case Thing::linkToDirectory:
+        case Obstacle::linkToDirectory:
             fs::create_symlink(victims / "directory", path);
             return true;
-        case Thing::linkToItself:
+        case Obstacle::linkToItself:
             fs::create_symlink(path.filename(), path);
             return true;
-        case Thing::fifo:
+        case Obstacle::fifo:
             return ::mkfifo(path.c_str(), 0666) == 0;
-        case Thing::socket:
+        case Obstacle::socket:
             makeSocket(path);
             return true;
-        case Thing::device:
+        case Obstacle::device:
             return ::mknod(path.c_str(), S_IFCHR | 0666, nullDevice()) == 0;
-        case Thing::fullDirectory:
+        case Obstacle::fullDirectory:
             writeFile(path / "kept", "kept");
             return true;
-        case Thing::emptyDirectory:
+        case Obstacle::emptyDirectory:
             fs::create_directories(path);
             return true;
-        case Thing::readOnlyFile:
-        case Thing::unreadableFile:
+        case Obstacle::readOnlyFile:
+        case Obstacle::unreadableFile:
             writeFile(path, "planted");
-            fs::permissions(path, fs::perms(thing == Thing::readOnlyFile ? 0444 : 0));
+            fs::permissions(path, fs::perms(obstacle == Obstacle::readOnlyFile ? 0444 : 0));
             return true;
     }
     return false;
@@ -224,7 +224,7 @@ std::string describe(const fs::path& path) {
 
 // --- Places
 
-/// What the daemon does with what is at a place.
+/// What the daemon does with the file at a target.
 enum class Use {
     input,        ///< reads it
     destination,  ///< replaces it by a finished file
@@ -236,21 +236,21 @@ enum class Use {
     setupDirectory
 };
 
-struct Place {
+struct Target {
     const char* name;
     Use use;
     std::string path;  ///< below the root
     Source source = Source::enrollment;
 };
 
-std::ostream& operator<<(std::ostream& stream, const Place& place) {
-    return stream << place.name;
+std::ostream& operator<<(std::ostream& stream, const Target& target) {
+    return stream << target.name;
 }
 
 const std::string home = "home/.orvane/";
 const std::string shared = "private/tmp/dev.orvane.setup/";
 
-const std::vector<Place> places{
+const std::vector<Target> targets{
     {"Enrollment", Use::input, shared + "enroll-config.json", Source::config},
     {"DeviceIdentity", Use::input, shared + "device-identity.json", Source::config},
     {"Config", Use::input, home + "config", Source::none},
@@ -267,62 +267,63 @@ const std::vector<Place> places{
     {"SetupDirectory", Use::setupDirectory, "private/tmp/dev.orvane.setup", Source::config},
 };
 
-/// What a turn makes of a thing at a place.
+/// What a poll cycle makes of an obstacle at a target.
 struct Outcome {
-    enum class Fate {
+    enum class Effect {
         stays,   ///< untouched
         goes,    ///< and is not followed; a file of the daemon's may stand there now
         isUsed,  ///< as a directory or file of the daemon's own would be
     };
-    Fate fate = Fate::goes;
+    Effect effect = Effect::goes;
     std::string error = "";  ///< of the write that it foils
 };
 
-using Fate = Outcome::Fate;
+using Effect = Outcome::Effect;
 
-/// Of a thing in the place of a directory that the daemon needs.
-Outcome outcomeAsDirectory(Thing thing, const std::string& whenDangling) {
-    switch (thing) {
-        case Thing::emptyDirectory:
-        case Thing::fullDirectory:
-        case Thing::linkToDirectory:
-            return {Fate::isUsed};
-        case Thing::danglingLink:
-            return {Fate::stays, whenDangling};
-        case Thing::linkToItself:
-            return {Fate::stays, "Too many levels of symbolic links"};
+/// Of an obstacle where the daemon needs a directory.
+Outcome outcomeAsDirectory(Obstacle obstacle, const std::string& whenDangling) {
+    switch (obstacle) {
+        case Obstacle::emptyDirectory:
+        case Obstacle::fullDirectory:
+        case Obstacle::linkToDirectory:
+            return {Effect::isUsed};
+        case Obstacle::danglingLink:
+            return {Effect::stays, whenDangling};
+        case Obstacle::linkToItself:
+            return {Effect::stays, "Too many levels of symbolic links"};
         default:
-            return {Fate::stays, "Not a directory"};
+            return {Effect::stays, "Not a directory"};
     }
 }
 
-Outcome outcomeOf(Thing thing, Use use, bool ordinary) {
+Outcome outcomeOf(Obstacle obstacle, Use use, bool ordinary) {
     switch (use) {
         case Use::input:
-            return {Fate::stays};
+            return {Effect::stays};
         case Use::destination:
-            return thing == Thing::fullDirectory ? Outcome{Fate::stays, "File exists"} : Outcome{};
+            return obstacle == Obstacle::fullDirectory ? Outcome{Effect::stays, "File exists"}
+                                                       : Outcome{};
         case Use::temporary:
         case Use::captureFile:
-            return isDirectory(thing) ? Outcome{Fate::stays, "Is a directory"} : Outcome{};
+            return isDirectory(obstacle) ? Outcome{Effect::stays, "Is a directory"} : Outcome{};
         case Use::activityFile: {
             // An open file is appended to, through a link too. Lines are lost in silence.
-            const bool opens =
-                thing == Thing::linkToFile || thing == Thing::device ||
-                (!ordinary && (thing == Thing::readOnlyFile || thing == Thing::unreadableFile));
-            return {opens ? Fate::isUsed : isDirectory(thing) ? Fate::stays : Fate::goes};
+            const bool opens = obstacle == Obstacle::linkToFile || obstacle == Obstacle::device ||
+                               (!ordinary && (obstacle == Obstacle::readOnlyFile ||
+                                              obstacle == Obstacle::unreadableFile));
+            return {opens ? Effect::isUsed : isDirectory(obstacle) ? Effect::stays : Effect::goes};
         }
         case Use::logDirectory:
-            return {outcomeAsDirectory(thing, "").fate};
+            return {outcomeAsDirectory(obstacle, "").effect};
         case Use::orvaneDirectory:
-            return outcomeAsDirectory(thing, "File exists");
+            return outcomeAsDirectory(obstacle, "File exists");
         case Use::setupDirectory:
             break;
     }
-    return outcomeAsDirectory(thing, "No such file or directory");
+    return outcomeAsDirectory(obstacle, "No such file or directory");
 }
 
-class NeighbourTest : public NeighbourhoodTest, public testing::WithParamInterface<Place> {
+class PlantedFileTest : public PlantedFilesTest, public testing::WithParamInterface<Target> {
   protected:
     [[nodiscard]] static fs::path victims() { return root() / "victims"; }
 
@@ -377,10 +378,10 @@ class NeighbourTest : public NeighbourhoodTest, public testing::WithParamInterfa
         return lines;
     }
 
-    void expectEndured(Thing thing, bool ordinary) {
+    void expectEndured(Obstacle obstacle, bool ordinary) {
         startAfresh();
         const fs::path path = root() / GetParam().path;
-        if (!plant(thing, path, victims())) {
+        if (!plant(obstacle, path, victims())) {
             return;  // a device takes privileges
         }
         if (ordinary) {
@@ -393,21 +394,21 @@ class NeighbourTest : public NeighbourhoodTest, public testing::WithParamInterfa
         const std::string victimsBefore = describe(victims());
 
         const Use use = GetParam().use;
-        const Outcome outcome = outcomeOf(thing, use, ordinary);
+        const Outcome outcome = outcomeOf(obstacle, use, ordinary);
         takeTurn(1, GetParam().source, ordinary);
         // A temporary that is there gives its mode to the file.
-        const bool unreadable =
-            ordinary && thing == Thing::unreadableFile && GetParam().name == "PolicyTemporary"s;
+        const bool unreadable = ordinary && obstacle == Obstacle::unreadableFile &&
+                                GetParam().name == "PolicyTemporary"s;
         EXPECT_THAT(takeLog(), ElementsAreArray(linesOf(1, GetParam().source, path, use,
                                                         outcome.error, !unreadable)));
-        if (outcome.fate == Fate::stays) {
+        if (outcome.effect == Effect::stays) {
             EXPECT_EQ(describe(path), before);
-        } else if (outcome.fate == Fate::goes) {
+        } else if (outcome.effect == Effect::goes) {
             EXPECT_THAT(describe(path), ::testing::Not(before));
             EXPECT_TRUE(!fs::exists(fs::symlink_status(path)) || fs::is_regular_file(path));
             EXPECT_FALSE(fs::is_symlink(path));
         }
-        if (outcome.fate != Fate::isUsed) {
+        if (outcome.effect != Effect::isUsed) {
             EXPECT_EQ(describe(victims()), victimsBefore);
         }
 
@@ -425,26 +426,26 @@ class NeighbourTest : public NeighbourhoodTest, public testing::WithParamInterfa
     }
 };
 
-TEST_P(NeighbourTest, NothingInTheWayOfAPrivilegedDaemonHoldsOrMisleadsIt) {
-    for (const auto& [thing, name] : things) {
+TEST_P(PlantedFileTest, NothingInTheWayOfAPrivilegedDaemonHoldsOrMisleadsIt) {
+    for (const auto& [obstacle, name] : obstacleNames) {
         SCOPED_TRACE(name);
-        expectEndured(thing, ::geteuid() != 0);
+        expectEndured(obstacle, ::geteuid() != 0);
     }
 }
 
-TEST_P(NeighbourTest, NothingInTheWayOfAnOrdinaryDaemonHoldsOrMisleadsIt) {
-    for (const auto& [thing, name] : things) {
+TEST_P(PlantedFileTest, NothingInTheWayOfAnOrdinaryDaemonHoldsOrMisleadsIt) {
+    for (const auto& [obstacle, name] : obstacleNames) {
         SCOPED_TRACE(name);
-        expectEndured(thing, true);
+        expectEndured(obstacle, true);
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(, NeighbourTest, testing::ValuesIn(places),
-                         [](const auto& place) { return std::string(place.param.name); });
+INSTANTIATE_TEST_SUITE_P(, PlantedFileTest, testing::ValuesIn(targets),
+                         [](const auto& target) { return std::string(target.param.name); });
 
 // --- Directories that may be written but not listed
 
-class UnlistedDirectoryTest : public NeighbourhoodTest {
+class UnlistedDirectoryTest : public PlantedFilesTest {
   protected:
     UnlistedDirectoryTest() {
         (void)::umask(0077);  // as the service has it
@@ -481,9 +482,9 @@ TEST_F(UnlistedDirectoryTest, AHome) {
     expectAllStored();
 }
 
-// --- A setup directory that belongs to somebody else, and where anybody may put things
+// --- A setup directory that belongs to somebody else, and where anybody may put obstacleNames
 
-class StickySetupDirectoryTest : public NeighbourhoodTest {
+class StickySetupDirectoryTest : public PlantedFilesTest {
   protected:
     void SetUp() override {
         if (::geteuid() != 0) {
@@ -507,11 +508,11 @@ TEST_F(StickySetupDirectoryTest, AForeignCaptureFileStaysAndIsTold) {
 TEST_F(StickySetupDirectoryTest, ForeignThingsThatLookLikeLeftoversStay) {
     const fs::path leftover =
         setup() / (".capture-policy.json." + std::to_string(nobody) + ".0123456789abcdef.tmp");
-    for (const auto& [thing, name] : things) {
+    for (const auto& [obstacle, name] : obstacleNames) {
         SCOPED_TRACE(name);
         writeFile(root() / "victims/file", "victim");
         writeFile(root() / "victims/directory/kept", "kept");
-        ASSERT_TRUE(plant(thing, leftover, root() / "victims"));
+        ASSERT_TRUE(plant(obstacle, leftover, root() / "victims"));
         const std::string before = describe(leftover) + describe(root() / "victims");
         (void)asOrdinaryUser([] {
             removeLeftovers();
@@ -596,7 +597,7 @@ TEST_F(LongCaptureFileTest, IsComparedInLittleMemoryAndStays) {
 
 // --- Modes
 
-class ModesTest : public NeighbourhoodTest, public testing::WithParamInterface<mode_t> {
+class ModesTest : public PlantedFilesTest, public testing::WithParamInterface<mode_t> {
   protected:
     /// Two turns under the mask, as a fresh daemon takes them.
     static void takeTurns(Source source) {
