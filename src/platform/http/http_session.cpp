@@ -3,6 +3,7 @@
 #include "platform/http/semaphore.h"
 #include "platform/http/worker.h"
 #include "platform/machine/clock.h"
+#include "platform/process/guarded.h"
 
 #include <mutex>
 #include <utility>
@@ -33,7 +34,7 @@ class PendingResult {
   private:
     Semaphore done_{0};
     std::mutex mutex_;
-    std::optional<HttpResult> result_;
+    std::optional<HttpResult> result_ ORVANE_GUARDED_BY(mutex_);
 };
 
 std::shared_ptr<PendingResult> start(HttpSession& session, HttpRequest request) {

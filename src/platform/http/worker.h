@@ -9,6 +9,7 @@
 #include "platform/machine/clock.h"
 #include "platform/machine/continuous_time.h"
 #include "platform/machine/network_changes.h"
+#include "platform/process/guarded.h"
 
 #include <atomic>
 #include <chrono>
@@ -51,7 +52,7 @@ class HttpSession::Worker {
     /// Later than any time.
     static constexpr clock::TimePoint never = clock::TimePoint::max();
 
-    bool startThread();
+    bool startThread() ORVANE_REQUIRES(mutex_);
     void run();
 
     /// False when the session is being destroyed.
@@ -81,10 +82,10 @@ class HttpSession::Worker {
     [[nodiscard]] int waitLimit() const;
 
     const HttpLimits limits_;
-    std::mutex mutex_;  ///< guards incoming_, stopping_, the start and the replacing of multi_
-    std::deque<std::unique_ptr<Transfer>> incoming_;
-    bool stopping_ = false;
-    bool couldNotStart_ = false;
+    std::mutex mutex_;  ///< also held while multi_ is created or replaced
+    std::deque<std::unique_ptr<Transfer>> incoming_ ORVANE_GUARDED_BY(mutex_);
+    bool stopping_ ORVANE_GUARDED_BY(mutex_) = false;
+    bool couldNotStart_ ORVANE_GUARDED_BY(mutex_) = false;
     OpenSockets openSockets_;  ///< stays longer than the connections of multi_
     MultiHandle multi_;
     std::thread thread_;
