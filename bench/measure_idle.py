@@ -50,12 +50,12 @@ def memory_of_one(kind):
     with h.Server(h.write_policies(**h.SMALL)) as server:
         url = f"{server.tls if kind == 'https' else server.plain}/hold"
         daemon = start_waiting(server, [h.DAEMON], url)
-        neighbour = h.start(["curl", "-s", f"{url}/guard-config/"])
+        neighbor = h.start(["curl", "-s", f"{url}/guard-config/"])
         server.wait_for("poll")
-        for process in (daemon, neighbour):
+        for process in (daemon, neighbor):
             h.settle(process.pid)
         memory = h.memory_of(daemon.pid)
-        for process in (daemon, neighbour):
+        for process in (daemon, neighbor):
             h.end(process)
     return memory
 

@@ -6,7 +6,7 @@
 // Listens on two free loopback ports, plain and TLS, and prints them: "listening PLAIN TLS". What a
 // poll gets is said by the first part of its path, which comes from the client's API base:
 //
-//   /hold       nothing: it is held for ever
+//   /hold       nothing: it is held indefinitely
 //   /same/N     304, but the N+1st poll is held
 //   /fail       500
 //   /change/N   200 with the POLICY files in turn, but the N+1st poll is held

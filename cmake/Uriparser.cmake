@@ -1,5 +1,5 @@
 # uriparser::uriparser: the system's library, or built from its sources into the program. That is for macOS, where
-# the one to be had is for one processor and one system.
+# the one available is for one processor and one system.
 set(ORVANE_URIPARSER_SOURCE "" CACHE PATH "Where uriparser's sources are, to build it into the daemon")
 
 if(NOT ORVANE_URIPARSER_SOURCE)

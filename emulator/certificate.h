@@ -17,8 +17,8 @@ struct TlsFiles {
 };
 
 /// The files in `directory`; makes them, and the directory, if one of them is missing. The
-/// authority's own key is thrown away once it has signed, so that whoever trusts it trusts this one
-/// certificate and no other. Throws BadInput when they cannot be made.
+/// authority's own key is thrown away once it has signed, so that trusting it means trusting this
+/// one certificate and no other. Throws BadInput when they cannot be made.
 TlsFiles makeTlsFiles(const std::filesystem::path& directory, const std::string& address);
 
 }  // namespace orvane::emulator

@@ -79,7 +79,7 @@ std::string readPem(const std::filesystem::path& path) {
     return *content;
 }
 
-/// Whoever waits for the file never sees it without its content.
+/// A program that waits for the file never sees it without its content.
 void writePort(const std::filesystem::path& path, std::uint16_t port) {
     const std::filesystem::path scratch = path.string() + ".new";
     if (!(std::ofstream(scratch) << port << std::endl)) {

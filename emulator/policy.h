@@ -8,7 +8,7 @@ namespace orvane::emulator {
 /// A guard policy as the control plane hands it out. A plain value.
 struct Policy {
     std::string text;         ///< The JSON object that agents receive, byte for byte.
-    std::string etag;         ///< Its version tag, never empty, without quotes around it.
+    std::string etag;         ///< its ETag, never empty, without quotes
     std::string guardConfig;  ///< Its member "guard_config" as JSON, "{}" when it has none.
 };
 

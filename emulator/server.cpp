@@ -38,7 +38,7 @@ ControlPlane::Server::Server(Options options) : options_(std::move(options)) {
         checkPair(options_.certificatePem, options_.privateKeyPem);
     }
     const int listener = listenOn(options_.address, options_.port);
-    // Whoever asks at once waits here until the server knows its own address.
+    // An early request waits here until the server knows its own address.
     const std::scoped_lock lock(mutex_);
     port_ = portOf(listener);
     if (options_.account.apiUrl.empty()) {

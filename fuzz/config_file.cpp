@@ -44,14 +44,14 @@ ConfigSections sectionsIn(std::u32string_view text) {
     const std::u32string ended = withPairsJoined(text) + U'\n';
     for (std::size_t at = 0; at < ended.size(); at = ended.find(U'\n', at) + 1) {
         const std::u32string_view whole(ended);
-        const auto line = trimmedOf(whole.substr(at, ended.find(U'\n', at) - at), blanks);
+        const auto line = trimmedOf(whole.substr(at, ended.find(U'\n', at) - at), spaces);
         const auto equals = line.find(U'=');
         if (line.starts_with(U'[') && line.ends_with(U']')) {
-            current = bytesOf(trimmedOf(line.substr(1, line.size() - 2), blanks));
+            current = bytesOf(trimmedOf(line.substr(1, line.size() - 2), spaces));
             sections[*current].clear();
         } else if (!line.starts_with(U'#') && equals != std::u32string_view::npos && current) {
-            const auto key = trimmedOf(line.substr(0, equals), blanks);
-            const auto value = trimmedOf(trimmedOf(line.substr(equals + 1), blanks), U"\"");
+            const auto key = trimmedOf(line.substr(0, equals), spaces);
+            const auto value = trimmedOf(trimmedOf(line.substr(equals + 1), spaces), U"\"");
             sections[*current][bytesOf(key)] = bytesOf(value);
         }
     }

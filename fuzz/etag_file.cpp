@@ -1,4 +1,4 @@
-// The stored version tag. The input once as the tag's own file and once as a policy: the tag is the
+// The stored ETag. The input once as the ETag's own file and once as a policy: the ETag is the
 // one that another JSON library finds; a policy's tag, stored and loaded, is the same; a policy
 // that is not usable changes nothing; what cannot stand in a header is left out of the next poll.
 #include "control_plane/poll_request.h"

@@ -1,5 +1,5 @@
 // What every fuzz target stands on. A target defines LLVMFuzzerTestOneInput, which runs the
-// daemon's code on one input and checks what came out against a second opinion.
+// daemon's code on one input and checks what came out against a reference implementation.
 #pragma once
 
 #include <cstddef>
@@ -13,8 +13,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
 namespace orvane::fuzz {
 
-/// The target: runs the daemon's code on `input` and checks what came out against a second opinion.
-/// Every target defines it.
+/// The target: runs the daemon's code on `input` and checks what came out against a reference
+/// implementation. Every target defines it.
 void tryInput(std::string_view input);
 
 /// Ends the process, which makes the input a finding, unless `holds`. Says where on standard

@@ -4,8 +4,8 @@
 // two.
 //
 // However it behaves: one completion and no more, a status or an error or both, a body just when
-// there was no error. A plain answer is understood to the byte. What would hang is for whoever runs
-// this to notice: the fuzzer and the test both have a limit for one input.
+// there was no error. A plain answer is understood to the byte. What would hang is for the one who
+// runs this to notice: the fuzzer and the test both have a limit for one input.
 #include "fuzz.h"
 #include "platform/files/descriptor.h"
 #include "platform/http/http_session.h"
@@ -79,7 +79,7 @@ class Connection {
     }
 
     void send(std::string_view bytes) const {
-        // The other side may be gone already; what it then says is checked, not this.
+        // The peer may be gone already; what it then reports is checked, not this.
         (void)::send(socket_.number(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
 

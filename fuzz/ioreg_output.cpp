@@ -9,13 +9,13 @@ namespace orvane::fuzz {
 namespace {
 
 std::optional<std::string> uuidIn(std::u32string_view listing) {
-    const std::u32string whiteSpace = std::u32string(blanks) + U"\n\v\f\r\u0085\u2028\u2029";
+    const std::u32string whitespace = std::u32string(spaces) + U"\n\v\f\r\u0085\u2028\u2029";
     while (!listing.empty()) {
         const auto line = listing.substr(0, listing.find(U'\n'));
         listing.remove_prefix(std::min(listing.size(), line.size() + 1));
         if (line.find(U"IOPlatformUUID") != std::u32string_view::npos &&
             line.find(U'=') != std::u32string_view::npos) {
-            const auto value = trimmedOf(line.substr(line.find(U'=') + 1), whiteSpace);
+            const auto value = trimmedOf(line.substr(line.find(U'=') + 1), whitespace);
             return encoded(trimmedOf(value, U"\""));
         }
     }

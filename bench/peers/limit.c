@@ -238,9 +238,9 @@ static void turn(void) {
     char port[16];
     char base[256] = "";
     char more[textSize] = "Accept: application/json\r\n";
-    const struct bytes enrolment = readFile(setup, "enroll-config.json");
+    const struct bytes enrollment = readFile(setup, "enroll-config.json");
     const struct bytes stored = readFile(orvane, "policy-etag.json");
-    const struct bytes url = between(enrolment, "\"api_url\":\"", "\"");
+    const struct bytes url = between(enrollment, "\"api_url\":\"", "\"");
     const int secure = strncmp(url.data, "https", 5) == 0;
     (void)sscanf(url.data + (secure ? 8 : 7), "%255[^:]:%15[0-9]%255[^\"]", host, port, base);
     if (stored.data != NULL) {
@@ -256,7 +256,7 @@ static void turn(void) {
         store(body, base, host);
     }
     free(body.data);
-    free(enrolment.data);
+    free(enrollment.data);
     free(stored.data);
     derive();
 }

@@ -51,8 +51,8 @@ TEST(ConfigFileTest, Lines) {
         {"one header without a line feed", "[s]", {{"s", {}}}},
         {"last line without a line feed", "[s]\nk=v", {{"s", {{"k", "v"}}}}},
         {"runs of line feeds", "\n\n[s]\n\n\nk=v\n\n\nl=w\n\n", {{"s", {{"k", "v"}, {"l", "w"}}}}},
-        {"lines of blanks only", "[s]\n \t\nk=v\n\t\n", {{"s", {{"k", "v"}}}}},
-        {"outer blanks of lines", " \t[s]\t \n \tk=v\t ", {{"s", {{"k", "v"}}}}},
+        {"lines of spaces only", "[s]\n \t\nk=v\n\t\n", {{"s", {{"k", "v"}}}}},
+        {"outer spaces of lines", " \t[s]\t \n \tk=v\t ", {{"s", {{"k", "v"}}}}},
     });
 }
 
@@ -87,7 +87,7 @@ TEST(ConfigFileTest, WhatStandsInFrontOfTheTextIsNotLookedAt) {
 TEST(ConfigFileTest, Comments) {
     expectAll({
         {"a comment", "[s]\n#k=v\n", {{"s", {}}}},
-        {"a comment behind blanks", "[s]\n \t # k=v\n", {{"s", {}}}},
+        {"a comment behind spaces", "[s]\n \t # k=v\n", {{"s", {}}}},
         {"a comment that looks like a header", "[s]\n#[t]\nk=v", {{"s", {{"k", "v"}}}}},
         {"# behind a value", "[s]\nk=v # w", {{"s", {{"k", "v # w"}}}}},
         {"# right behind the =", "[s]\nk=#v", {{"s", {{"k", "#v"}}}}},
@@ -101,9 +101,9 @@ TEST(ConfigFileTest, Comments) {
 TEST(ConfigFileTest, Headers) {
     expectAll({
         {"an empty name", "[]\nk=v", {{"", {{"k", "v"}}}}},
-        {"a name of blanks only", "[ \t]\nk=v", {{"", {{"k", "v"}}}}},
-        {"blanks inside the brackets", "[ \ta b \t]\nk=v", {{"a b", {{"k", "v"}}}}},
-        {"wide blanks inside the brackets", "[\u3000a\u00A0]\nk=v", {{"a", {{"k", "v"}}}}},
+        {"a name of spaces only", "[ \t]\nk=v", {{"", {{"k", "v"}}}}},
+        {"spaces inside the brackets", "[ \ta b \t]\nk=v", {{"a b", {{"k", "v"}}}}},
+        {"wide spaces inside the brackets", "[\u3000a\u00A0]\nk=v", {{"a", {{"k", "v"}}}}},
         {"two closing brackets", "[a]]\nk=v", {{"a]", {{"k", "v"}}}}},
         {"two opening brackets", "[[a]\nk=v", {{"[a", {{"k", "v"}}}}},
         {"a = in the name", "[a=b]\nk=v", {{"a=b", {{"k", "v"}}}}},
@@ -146,12 +146,12 @@ TEST(ConfigFileTest, Assignments) {
         {"= first", "[s]\n=v", {{"s", {{"", "v"}}}}},
         {"= alone", "[s]\n=", {{"s", {{"", ""}}}}},
         {"no value", "[s]\nk=", {{"s", {{"k", ""}}}}},
-        {"a value of blanks", "[s]\nk= \t", {{"s", {{"k", ""}}}}},
+        {"a value of spaces", "[s]\nk= \t", {{"s", {{"k", ""}}}}},
         {"= in the value", "[s]\nk=https://h/?a=b&c=d", {{"s", {{"k", "https://h/?a=b&c=d"}}}}},
         {"= = in front", "[s]\nk==v=", {{"s", {{"k", "=v="}}}}},
-        {"blanks around key and value", "[s]\n\tk \t= \tv\t", {{"s", {{"k", "v"}}}}},
-        {"blanks inside", "[s]\na key = a value", {{"s", {{"a key", "a value"}}}}},
-        {"a key of blanks", "[s]\n \t = v", {{"s", {{"", "v"}}}}},
+        {"spaces around key and value", "[s]\n\tk \t= \tv\t", {{"s", {{"k", "v"}}}}},
+        {"spaces inside", "[s]\na key = a value", {{"s", {{"a key", "a value"}}}}},
+        {"a key of spaces", "[s]\n \t = v", {{"s", {{"", "v"}}}}},
         {"keys differ by case", "[s]\nk=1\nK=2", {{"s", {{"K", "2"}, {"k", "1"}}}}},
         {"quotes of a key stay", "[s]\n\"k\"=v", {{"s", {{"\"k\"", "v"}}}}},
         {"a repeated key", "[s]\nk=1\nl=2\nk=3", {{"s", {{"k", "3"}, {"l", "2"}}}}},
@@ -192,10 +192,10 @@ TEST(ConfigFileTest, Quotes) {
 }
 
 TEST(ConfigFileTest, BlanksBeyondAsciiGoFromKeysAndValues) {
-    for (const char* blank :
+    for (const char* space :
          {"\t", " ", "\u00A0", "\u1680", "\u2000", "\u200A", "\u202F", "\u205F", "\u3000"}) {
-        SCOPED_TRACE(testing::PrintToString(blank));
-        const std::string b = blank;
+        SCOPED_TRACE(testing::PrintToString(space));
+        const std::string b = space;
         expectAll({{"in a line",
                     b + "[s]" + b + "\n" + b + "k" + b + "=" + b + "v" + b,
                     {{"s", {{"k", "v"}}}}},

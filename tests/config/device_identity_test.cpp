@@ -369,7 +369,7 @@ TEST_F(RealTimeDeviceIdentityTest, ATricklingServerIsGivenUpAfterFifteenSeconds)
 }
 
 TEST_F(RealTimeDeviceIdentityTest, AServerThatDoesNotLetGoOfTheLibraryIsCutOff) {
-    // For ever, as is the thread of the session that all share.
+    // Never destroyed, as is the thread of the session that all share.
     static std::atomic<bool> hold = false;
     static auto& release = *new Semaphore(0);
     HttpLibraryHooks hooks;

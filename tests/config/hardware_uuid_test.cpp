@@ -68,21 +68,21 @@ TEST(HardwareUuidInTest, Lines) {
 
 TEST(HardwareUuidInTest, Values) {
     const std::vector<Listing> listings{
-        {"no blanks", "\"U\"", "U"},
+        {"no spaces", "\"U\"", "U"},
         {"no quotes", " U ", "U"},
         {"one quote", "\"U", "U"},
         {"several quotes", "\"\"U\"\"\"", "U"},
-        {"blanks inside the quotes stay", " \" U \" ", " U "},
+        {"spaces inside the quotes stay", " \" U \" ", " U "},
         {"quotes inside stay", "\"a\"b\"", "a\"b"},
         {"case and form do not matter", "\"not a uuid, Straße\"", "not a uuid, Straße"},
         {"a second =", " \"a\" = \"b\" ", "a\" = \"b"},
         {"a second = in front", "= \"b\"", "= \"b"},
-        {"only blanks", " \t ", ""},
+        {"only spaces", " \t ", ""},
         {"only quotes", "\"\"", ""},
         {"one quote alone", "\"", ""},
-        {"only blanks and quotes", " \"\" ", ""},
-        {"blanks in quotes", "\" \"", " "},
-        {"white space of all kinds", "\t\v\f\r \u0085\u00A0\u2028\u3000\"U\"\u2029\r\f\v\t ", "U"},
+        {"only spaces and quotes", " \"\" ", ""},
+        {"spaces in quotes", "\" \"", " "},
+        {"whitespace of all kinds", "\t\v\f\r \u0085\u00A0\u2028\u3000\"U\"\u2029\r\f\v\t ", "U"},
         {"other characters stay", "\uFEFFU\u200C", "\uFEFFU\u200C"},
         {"a NUL stays", "\"a\0b\""s, "a\0b"s},
     };

@@ -71,7 +71,7 @@ class Device {
     [[nodiscard]] std::vector<std::string> leftovers() const;
     /// The activity log, each record cut down to "old", "poll" or "effective", line ends as "$".
     [[nodiscard]] std::string activity() const;
-    /// What was logged since the last turn began, each text behind its level and a blank.
+    /// What was logged since the last turn began, each message after its level and a space.
     [[nodiscard]] std::vector<std::string> log() const;
 
   private:

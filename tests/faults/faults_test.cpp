@@ -65,8 +65,8 @@ std::string nameOf(InitialState initial) {
     return initial == InitialState::firstPolicy ? "first policy" : "next policy";
 }
 
-/// strace's words for it. No system interrupts for ever what is tried again each time: five times
-/// in a row it is.
+/// strace's syntax for it. No system interrupts a call indefinitely that is retried each time: here
+/// it is five times in a row.
 std::string failure(const Call& call, int error, Lasting lasting) {
     const std::string when = std::to_string(call.occurrence) +
                              (lasting == Lasting::once ? ""

@@ -48,7 +48,7 @@ struct Call {
     }
 };
 
-/// For people: "rename 3 (.orvane/policy.json.tmp)".
+/// Human-readable: "rename 3 (.orvane/policy.json.tmp)".
 std::string describe(const Call& call);
 
 /// Whose calls are of interest.

@@ -254,7 +254,7 @@ class FileMask {
     mode_t former_;
 };
 
-/// What changes whenever a file is written anew.
+/// What changes whenever a file is written again.
 struct FileVersion {
     ino_t number;
     fs::file_time_type time;

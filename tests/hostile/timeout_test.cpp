@@ -154,7 +154,7 @@ TEST_P(HostileConnectTest, IsBorneForHalfAMinuteAtMost) {
 INSTANTIATE_TEST_SUITE_P(, HostileConnectTest,
                          onEveryEndpoint(std::vector<ServerFault>{dropsPackets()}), nameOf);
 
-// --- One byte after another, for ever
+// --- One byte after another, endlessly
 
 class HostileTrickleTest : public HostileTurnTest {};
 

@@ -1,4 +1,4 @@
-// Whoever cannot prove to be the server gets not one byte of a credential, on every endpoint.
+// A peer that cannot prove to be the server gets not one byte of a credential, on every endpoint.
 #include "hostile/hostile_turn.h"
 #include "platform/machine/paths.h"
 #include "support/http_library.h"

@@ -866,8 +866,8 @@ TEST_F(FilesWriteAtomicallyTest, AnotherErrorIsNotTriedAgain) {
 }
 
 TEST_F(FilesWriteAtomicallyTest, NothingIsFollowedOrReusedUnderTheScratchName) {
-    // Whoever has seen the name may plant a file or a link there, each time just before it is used:
-    // it must not be opened.
+    // Somebody who has seen the name may plant a file or a link there, each time just before it is
+    // used: it must not be opened.
     (void)scratchNameOf("f");
     writeFile(at("victim"), "precious");
     for (const bool asLink : {false, true}) {

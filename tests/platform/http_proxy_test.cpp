@@ -1,4 +1,4 @@
-// Proxies from the environment: honoured, but never on the way to this very machine.
+// Proxies from the environment: honored, but never on the way to this very machine.
 #include "platform/http/http_session.h"
 #include "platform/http_exchange.h"
 #include "platform/machine/paths.h"

@@ -130,7 +130,7 @@ TEST(JsonReadingTest, WhatIsNotStrictlyJsonIsRefused) {
         "{\"a\":\"\t\"}",
         "{\"a\":\"\0\"}"s,
         "{\"a\n\":1}",
-        // Other white space
+        // Other whitespace
         "\f{}",
         "\v{}",
         "{\xC2\xA0}",

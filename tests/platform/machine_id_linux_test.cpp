@@ -91,7 +91,7 @@ TEST_F(MachineIdTest, AnythingButThirtyTwoLowerCaseDigitsGivesNone) {
         {"behind 9", "0123456789abcdef0123456789abcde:\n"},
         {"already a UUID", "01234567-89ab-cdef-0123-456789abcdef\n"},
         {"carriage return", std::string(digits) + "\r\n"},
-        {"leading blank", " " + std::string(digits) + "\n"},
+        {"leading space", " " + std::string(digits) + "\n"},
         {"two lines", std::string(digits) + "\n" + digits + "\n"},
         {"huge", std::string(std::size_t{4} * 1024 * 1024, 'a')},
     };

@@ -49,7 +49,7 @@ TEST(SemaphoreTest, WaitUntilGivesUpAtItsDeadlineHoweverTheClockGetsThere) {
     time.join();
     EXPECT_FALSE(semaphore.waitUntil(deadline)) << "it has passed";
     semaphore.signal();
-    EXPECT_TRUE(semaphore.waitUntil(deadline)) << "there is one to be had";
+    EXPECT_TRUE(semaphore.waitUntil(deadline)) << "there is one available";
     EXPECT_FALSE(semaphore.waitUntil(deadline)) << "and no more";
     virtual_clock::reset();
 }

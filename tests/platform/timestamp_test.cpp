@@ -117,7 +117,7 @@ TEST(WholeMillisecondsTest, CutsTowardZero) {
     }
 }
 
-// Around 2^63 / 1000 neighbouring doubles are 2 apart, and 1024 apart once multiplied.
+// Around 2^63 / 1000 neighboring doubles are 2 apart, and 1024 apart once multiplied.
 TEST(WholeMillisecondsTest, TheLargestAndTheSmallestThatFit) {
     EXPECT_EQ(wholeMilliseconds(9223372036854774.0), 9223372036854773760);
     EXPECT_EQ(wholeMilliseconds(-9223372036854774.0), -9223372036854773760);

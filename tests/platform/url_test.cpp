@@ -151,7 +151,7 @@ TEST(UrlTest, ATrailingNulIsNotOverlooked) {
 }
 
 TEST(UrlTest, ATextIsParsedToItsOwnEndOnly) {
-    const std::string_view buffer = "https://host/path with blanks";
+    const std::string_view buffer = "https://host/path with spaces";
     const auto url = Url::parse(buffer.substr(0, 17));
     ASSERT_TRUE(url);
     EXPECT_EQ(url->text(), "https://host/path");

@@ -14,7 +14,7 @@ struct Character {
     std::string_view bytes;
 };
 
-constexpr std::array blanks{
+constexpr std::array spaces{
     Character{"tab", "\x09"},
     Character{"space", "\x20"},
     Character{"U+00A0", "\xC2\xA0"},
@@ -75,8 +75,8 @@ std::string around(std::string_view character) {
     return std::string(character).append("x").append(character);
 }
 
-TEST(WhitespaceTest, BlanksGoFromBothEnds) {
-    for (const auto& [name, bytes] : blanks) {
+TEST(WhitespaceTest, SpacesGoFromBothEnds) {
+    for (const auto& [name, bytes] : spaces) {
         SCOPED_TRACE(name);
         EXPECT_EQ(text::withoutOuterSpaces(around(bytes)), "x");
         EXPECT_EQ(text::withoutOuterWhitespace(around(bytes)), "x");

@@ -50,7 +50,7 @@ class DaemonTest : public ::testing::Test {
 
     /// The texts logged at `level` so far.
     [[nodiscard]] std::vector<std::string> logged(const std::string& level) const;
-    /// All texts logged so far, each behind its level and a blank.
+    /// All messages logged so far, each after its level and a space.
     [[nodiscard]] std::vector<std::string> logLines() const;
 
     LogCapture log;

@@ -37,9 +37,9 @@ ReceivedRequest parseRequest(std::string raw) {
     ReceivedRequest request;
     std::size_t lineEnd = raw.find("\r\n");
     const std::string first = raw.substr(0, lineEnd);
-    const auto blank = first.find(' ');
-    request.method = first.substr(0, blank);
-    request.target = first.substr(blank + 1, first.rfind(' ') - blank - 1);
+    const auto space = first.find(' ');
+    request.method = first.substr(0, space);
+    request.target = first.substr(space + 1, first.rfind(' ') - space - 1);
     for (std::size_t at = lineEnd + 2; (lineEnd = raw.find("\r\n", at)) != at; at = lineEnd + 2) {
         const std::string line = raw.substr(at, lineEnd - at);
         const auto colon = line.find(':');

@@ -10,7 +10,7 @@
 
 namespace orvane::status {
 
-/// How the report for people looks on a terminal with so many columns (0: there is none), by the
+/// How the text report looks on a terminal with so many columns (0: there is none), by the
 /// arguments and the environment (NO_COLOR, TERM and the variables for the locale).
 Style styleFor(const Arguments& arguments, std::size_t terminalWidth);
 

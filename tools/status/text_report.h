@@ -1,4 +1,4 @@
-// The report for people.
+// The report as text.
 #pragma once
 
 #include "status/verdict.h"

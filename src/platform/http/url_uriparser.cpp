@@ -54,7 +54,7 @@ std::string lowerCase(std::string_view text) {
 }
 
 /// RFC 3986's query characters without those that separate items ("&" "=" ";") and without "+",
-/// which form decoders read as a blank.
+/// which form decoders read as a space.
 bool staysInQuery(char c) {
     constexpr std::string_view alsoKept = "-._~!$'()*,/:?@";
     return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') ||

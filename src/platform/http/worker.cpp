@@ -64,7 +64,7 @@ bool HttpSession::Worker::startThread() {
             thread_ = std::thread([this] { run(); });
         }
     } catch (const std::system_error&) {
-        return false;  // no thread to be had right now
+        return false;  // no thread available right now
     }
     return thread_.joinable();
 }

@@ -1,4 +1,4 @@
-// The managed enrolment file: what it says by another JSON library is the profile; a profile never
+// The managed enrollment file: what it says by another JSON library is the profile; a profile never
 // lacks its key; a file with the profile's values gives the same profile.
 #include "config/orvane_config.h"
 #include "fuzz.h"
