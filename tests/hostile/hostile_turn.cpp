@@ -8,7 +8,9 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
+#include <memory>
 #include <ostream>
 #include <sstream>
 #include <utility>
@@ -129,13 +131,17 @@ ServerFault onConnect(std::string name, ExpectedResult expected, StepFor step) {
 
 StepFor stall(std::string head, Step rest) {
     return [head = std::move(head), rest = std::move(rest)](const FaultContext& context) {
-        return [head, rest, &session = context.session, limit = context.silence](
+        // A silent address is left for the others while time passes, and then connected to again.
+        const auto isTimePassing = std::make_shared<std::atomic<bool>>(false);
+        return [head, rest, isTimePassing, &session = context.session, limit = context.silence](
                    Connection& connection, const ReceivedRequest& request) {
             (void)connection.send(head);
-            letWorkerTakeIn(session);
-            virtual_clock::advance(limit - 5s);
-            letWorkerTurn(session);
-            virtual_clock::advance(6s);
+            if (!isTimePassing->exchange(true)) {
+                letWorkerTakeIn(session);
+                virtual_clock::advance(limit - 5s);
+                letWorkerTurn(session);
+                virtual_clock::advance(6s);
+            }
             return rest(connection, request);
         };
     };

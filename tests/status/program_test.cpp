@@ -149,7 +149,7 @@ const std::vector<State> states{
      [](const StatusFiles& f) {
          f.writeLog({{seconds(800)}, {seconds(60), 0, 5, "Could not connect to the server."}});
      },
-     2, "not working: polls fail: Could not connect to the server.; "},
+     2, "not working: polls fail: Could not connect to the server; "},
     {"TheLastPollFailed",
      [](const StatusFiles& f) {
          f.appendToLog(PollLine{seconds(1), 503}.text());
