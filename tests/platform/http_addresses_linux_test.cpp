@@ -186,6 +186,23 @@ TEST_F(AddressesTest, WhatWasLeftIsPassedOverForAnHour) {
     }
 }
 
+TEST_F(AddressesTest, OneThatHasServedIsNotPassedOver) {
+    server.show(ca.issue("DNS:two.test,DNS:kept.test"));
+    server.always("/p", answer(204));
+    SilentNeighbor silent(server.port());
+    hooks.resolve = [](const std::string& host) {
+        return host == "kept.test" ? "127.0.0.1"s : neighbor + " 127.0.0.1"s;
+    };
+    const WithSystemCallHooks installed(hooks);
+    const std::string kept = "https://kept.test:" + std::to_string(server.port()) + "/p";
+    EXPECT_EQ(fetch(session, kept).error(), std::nullopt);
+    Exchange exchange(session, request());
+    ASSERT_TRUE(silent.isConnectedTo());
+    letWorkerTurn(session);
+    virtual_clock::advance(11s);
+    EXPECT_EQ(exchange.result().error(), std::nullopt);
+}
+
 TEST_F(AddressesTest, ItIsTriedAgainWhenTheOthersFail) {
     server.always("/p", closeAtOnce());
     SilentNeighbor silent(server.port());

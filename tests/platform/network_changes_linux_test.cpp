@@ -90,6 +90,7 @@ class OtherNetworkTest : public HttpTest {
 
     SystemCallHooks hooks;
     std::atomic<bool> hasAddress = true;
+    std::atomic<bool> mayProbe = true;
     std::atomic<bool> hasRoute = true;
     ScriptedServer server;
     ManualServerStep held;
@@ -108,6 +109,9 @@ class OtherNetworkTest : public HttpTest {
         const bool isProbe = typeOf(socket) == SOCK_DGRAM && which == AF_INET;
         if (name == "bind" && isProbe && !hasAddress) {
             return failWith(EADDRNOTAVAIL);
+        }
+        if (name == "bind" && isProbe && !mayProbe) {
+            return failWith(ENOBUFS);
         }
         if (name == "connect" && isProbe && !hasRoute) {
             return failWith(ENETUNREACH);
@@ -153,6 +157,16 @@ TEST_F(OtherNetworkTest, OneFromAnAddressThatIsStillThereStays) {
     advance(60s);
     EXPECT_FALSE(exchange->isComplete());
     EXPECT_THAT(server.requests(), SizeIs(1));
+    held.close();
+}
+
+TEST_F(OtherNetworkTest, OneWhoseAddressCannotBeLookedAtStays) {
+    const WithSystemCallHooks installed(hooks);
+    start();
+    mayProbe = false;
+    tell(RTM_DELADDR);
+    advance(1s);
+    EXPECT_FALSE(exchange->isComplete());
     held.close();
 }
 
