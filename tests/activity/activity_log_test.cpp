@@ -22,6 +22,7 @@
 #include <regex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace orvane::test {
@@ -37,7 +38,7 @@ using ::testing::IsEmpty;
 using ::testing::MatchesRegex;
 using ::testing::SizeIs;
 
-static_assert(noexcept(ActivityLog::record({})));
+static_assert(noexcept(ActivityLog::record(std::declval<const ActivityLog::Exchange&>())));
 
 /// 2026-11-16T07:13:43.123Z
 constexpr std::chrono::nanoseconds moment = 1794813223s + 123ms;
