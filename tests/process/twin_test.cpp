@@ -125,7 +125,7 @@ TEST_F(TwinTest, TwoAtOnceDoNotFailEachOtherAndShowWholeFilesOnly) {
     std::set<std::uintmax_t> policySizes;
     std::set<std::uintmax_t> captureSizes;
     // Without a pause: a part of a file is not there for long.
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(100);
     while (server.requestsTo(pollPath).size() < turns + 2 &&
            std::chrono::steady_clock::now() < deadline) {
         for (int i = 0; i < 100; ++i) {
