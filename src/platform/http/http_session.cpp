@@ -38,7 +38,7 @@ class PendingResult {
 };
 
 std::shared_ptr<PendingResult> start(HttpSession& session, HttpRequest request) {
-    const auto pending = std::make_shared<PendingResult>();
+    auto pending = std::make_shared<PendingResult>();
     session.send(std::move(request),
                  [pending](HttpResult result) { pending->put(std::move(result)); });
     return pending;

@@ -56,6 +56,7 @@ NetworkChanges::~NetworkChanges() {
     }
 }
 
+// NOLINTNEXTLINE(readability-make-member-function-const): what it changes is in the kernel
 void NetworkChanges::clear() {
     char start = 0;  // which address it was does not matter
     while (::recv(descriptor_, &start, sizeof start, 0) >= 0) {
