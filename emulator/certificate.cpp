@@ -64,7 +64,7 @@ void setSerial(X509* certificate) {
 }
 
 /// A certificate for `key`, not signed yet.
-Certificate blank(const std::string& name, EVP_PKEY* key) {
+Certificate unsignedFor(const std::string& name, EVP_PKEY* key) {
     constexpr long version3 = 2;
     Certificate certificate(required(X509_new()));
     X509_set_version(certificate.get(), version3);
@@ -83,7 +83,7 @@ void sign(X509* certificate, X509* issuer, EVP_PKEY* issuerKey) {
 }
 
 Certificate makeAuthority(EVP_PKEY* key) {
-    Certificate authority = blank("Orvane local control plane, for tests", key);
+    Certificate authority = unsignedFor("Orvane local control plane, for tests", key);
     extend(authority.get(), authority.get(), NID_basic_constraints, "critical,CA:TRUE,pathlen:0");
     extend(authority.get(), authority.get(), NID_key_usage, "critical,keyCertSign");
     extend(authority.get(), authority.get(), NID_subject_key_identifier, "hash");
@@ -93,7 +93,7 @@ Certificate makeAuthority(EVP_PKEY* key) {
 
 Certificate makeCertificate(EVP_PKEY* key, X509* authority, EVP_PKEY* authorityKey,
                             const std::string& address) {
-    Certificate certificate = blank("orvane-control-plane", key);
+    Certificate certificate = unsignedFor("orvane-control-plane", key);
     X509* const made = certificate.get();
     extend(made, authority, NID_basic_constraints, "critical,CA:FALSE");
     extend(made, authority, NID_ext_key_usage, "serverAuth");

@@ -20,9 +20,9 @@ struct Account {
     std::string apiKey{};       ///< What agents send as X-Orv-Key.
     std::string deviceToken{};  ///< What a device sends as X-Orv-Device to be given `apiKey`.
     std::string tenantSlug{};   ///< What it sends with it as X-Orv-Tenant.
-    std::string agentSlug{};    ///< The agent a device is told it belongs to.
+    std::string agentSlug{};    ///< The agent slug sent to devices.
     std::string agentType{};    ///< That agent's type.
-    std::string apiUrl{};       ///< The base URL a device is told to use.
+    std::string apiUrl{};       ///< The base URL sent to devices.
 };
 
 /// The parts of an HTTP request that an answer can depend on; strings are empty when absent.

@@ -17,7 +17,7 @@ class WatchedFile {
     explicit WatchedFile(std::filesystem::path path) : path_(std::move(path)) {}
 
     /// True on the first call, and whenever the file appeared, changed or went away since the
-    /// last one. A change made after this returns is told by the next call.
+    /// last one. A change made after this returns is reported by the next call.
     bool changed();
 
     const std::filesystem::path& path() const { return path_; }

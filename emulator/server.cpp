@@ -21,7 +21,7 @@ namespace {
 /// More than the 10,000 held polls, for those who look at them.
 constexpr unsigned maxConnections = 10'240;
 
-/// Streams are told no more often, whatever happens.
+/// Event streams are updated no more often than this.
 constexpr std::chrono::milliseconds streamInterval{100};
 
 void tell(const std::function<void(const Exchange&)>& watcher, const Exchange& exchange) {

@@ -16,8 +16,8 @@ namespace orvane {
 
 namespace {
 
-/// Has the kernel pass on only what says that an address is gone; rtnetlink(7). New ones are told
-/// of, too, and in IPv6 with every announcement of a router.
+/// Has the kernel pass on only removals of addresses; rtnetlink(7). Otherwise it also reports new
+/// ones, in IPv6 with every router advertisement.
 bool passOnlyLostAddresses(int socket) {
     constexpr std::uint32_t wholeMessage = 0xFFFFFFFF;
     std::array<sock_filter, 4> steps{{
