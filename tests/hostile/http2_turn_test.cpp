@@ -171,9 +171,7 @@ const std::vector<ServerFault> floodsOfNothing{
 };
 // Nobody waits for an identity lookup for so long.
 INSTANTIATE_TEST_SUITE_P(FloodsOfNothing, HostileHttp2Test,
-                         testing::Combine(testing::ValuesIn(floodsOfNothing),
-                                          testing::Values(Endpoint::poll, Endpoint::effective)),
-                         nameOf);
+                         combine(floodsOfNothing, {Endpoint::poll, Endpoint::effective}), nameOf);
 
 /// In real time, for the lookup's caller waits on the real clock.
 class NightlyHostileHttp2Test : public HostileHttp2Test {};

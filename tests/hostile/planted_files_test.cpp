@@ -4,6 +4,7 @@
 #include "daemon/policy_runner.h"
 #include "support/daemon_test.h"
 #include "support/in_child.h"
+#include "support/sanitizers.h"
 #include "support/scripted_server.h"
 #include "support/virtual_clock.h"
 
@@ -325,6 +326,10 @@ Outcome outcomeOf(Obstacle obstacle, Use use, bool ordinary) {
 
 class PlantedFileTest : public PlantedFilesTest, public testing::WithParamInterface<Target> {
   protected:
+    void SetUp() override {
+        ORVANE_SKIP_UNDER_THREAD_SANITIZER("what threads do does not depend on files");
+    }
+
     [[nodiscard]] static fs::path victims() { return root() / "victims"; }
 
     /// A root that holds nothing but a few files that links may lead to.
@@ -580,6 +585,7 @@ class LongCaptureFileTest : public StickySetupDirectoryTest {
 };
 
 TEST_F(LongCaptureFileTest, IsComparedInLittleMemoryAndStays) {
+    ORVANE_SKIP_UNDER_SANITIZERS("it measures memory, and sanitizers need some");
     takeTurn(1, Source::config, true);
     rusage usual{};
     (void)::getrusage(RUSAGE_CHILDREN, &usual);

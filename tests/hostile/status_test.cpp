@@ -1,5 +1,6 @@
 // Every status there can be, on every endpoint, each with all that might lead elsewhere.
 #include "hostile/hostile_turn.h"
+#include "support/sanitizers.h"
 #include "support/virtual_clock.h"
 
 #include <gmock/gmock.h>
@@ -127,7 +128,10 @@ TEST_F(EveryStatusTest, IsActedOnAndLeadsNowhereElseOnAPoll) {
     }
 }
 
+constexpr const char* likeAPoll = "threads do the same as on a poll";
+
 TEST_F(EveryStatusTest, IsActedOnAndLeadsNowhereElseOnAnEffectiveFetch) {
+    ORVANE_SKIP_UNDER_THREAD_SANITIZER(likeAPoll);
     writeFile(runner.effectivePath, "stored");
     enrol(server.url());
     answerWithEveryStatus(effectivePath);
@@ -151,6 +155,7 @@ TEST_F(EveryStatusTest, IsActedOnAndLeadsNowhereElseOnAnEffectiveFetch) {
 }
 
 TEST_F(EveryStatusTest, IsActedOnAndLeadsNowhereElseOnAnIdentityLookup) {
+    ORVANE_SKIP_UNDER_THREAD_SANITIZER(likeAPoll);
     identify(server.url());
     answerWithEveryStatus(agentConfigPath);
     const int count = last - first + 1;

@@ -7,6 +7,7 @@
 #include "platform/system_calls.h"
 #include "support/allocation_limit.h"
 #include "support/http_session_internals.h"
+#include "support/sanitizers.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
 #include "support/virtual_clock.h"
@@ -200,6 +201,10 @@ class NoDescriptors {
 
 class DescriptorTest : public HttpLibraryTest {
   protected:
+    void SetUp() override {
+        ORVANE_SKIP_UNDER_SANITIZERS("sanitizers need descriptors of their own");
+    }
+
     static void expectToldAsSuch(HttpSession& session, const std::string& url) {
         const auto result = fetch(session, url);
         EXPECT_FALSE(result.response());

@@ -4,6 +4,7 @@
 #include "platform/machine/clock.h"
 #include "platform/machine/paths.h"
 #include "support/http_session_internals.h"
+#include "support/sanitizers.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
 #include "support/virtual_clock.h"
@@ -343,7 +344,10 @@ TEST_F(HttpLimitsTest, TheEndOfTheTlsHandshakeRestartsTheInactivityLimit) {
 
 // --- Size
 
+constexpr const char* tooSlow = "a body of 100 MiB takes minutes";
+
 TEST_F(HttpLimitsTest, ABodyOfTheLimitIsTaken) {
+    ORVANE_SKIP_UNDER_SANITIZERS(tooSlow);
     EXPECT_EQ(HttpSession::bodyLimit, 104'857'600U);
     server.on("/p", {zeros(HttpSession::bodyLimit)});
     const auto result = fetch(session, server.url() + "/p");
@@ -352,6 +356,7 @@ TEST_F(HttpLimitsTest, ABodyOfTheLimitIsTaken) {
 }
 
 TEST_F(HttpLimitsTest, ALargerBodyEndsTheExchangeAndKeepsTheStatus) {
+    ORVANE_SKIP_UNDER_SANITIZERS(tooSlow);
     server.on("/p", {zeros(HttpSession::bodyLimit + 1)});
     const auto result = fetch(session, server.url() + "/p");
     EXPECT_THAT(result.error(), Optional("the response is larger than 104857600 bytes"s));

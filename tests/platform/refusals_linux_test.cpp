@@ -9,6 +9,7 @@
 #include "platform/scratch_name.h"
 #include "platform/system_calls.h"
 #include "support/log_capture.h"
+#include "support/sanitizers.h"
 #include "support/test_files.h"
 
 #include <gmock/gmock.h>
@@ -40,8 +41,12 @@ SystemCallHooks refusing(const char* call, int number, int error) {
     return hooks;
 }
 
+constexpr const char* sanitizersCallToo = "sanitizers replace some of the refused calls themselves";
+
 class RefusalTest : public ::testing::Test {
   protected:
+    void SetUp() override { ORVANE_SKIP_UNDER_SANITIZERS(sanitizersCallToo); }
+
     [[nodiscard]] fs::path at(const std::string& name) const { return directory_.path() / name; }
     [[nodiscard]] fs::path directory() const { return directory_.path(); }
 
@@ -193,7 +198,10 @@ TEST_F(RefusalTest, WithoutASocketForTheJournalMessagesGoToStandardError) {
     EXPECT_THAT(capture.messages(), ElementsAre(LoggedMessage{"default", "line"}));
 }
 
-class ThreadRefusalTest : public HttpTest {};
+class ThreadRefusalTest : public HttpTest {
+  protected:
+    void SetUp() override { ORVANE_SKIP_UNDER_SANITIZERS(sanitizersCallToo); }
+};
 
 TEST_F(ThreadRefusalTest, WithoutAThreadTheExchangeFailsAndTheNextOneTriesAgain) {
     constexpr const char* nobodyListens = "http://127.0.0.1:1/";

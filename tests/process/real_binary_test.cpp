@@ -3,6 +3,7 @@
 #include "process/private_root_test.h"
 #include "support/daemon_test.h"
 #include "support/in_child.h"
+#include "support/sanitizers.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
 
@@ -37,7 +38,6 @@ constexpr const char* policy =
 
 class RealBinaryTest : public PrivateRootTest {
   protected:
-#ifndef ORVANE_SANITIZED
     /// How often anything in `process` runs during `time`.
     static std::size_t wakeUpsOf(const DaemonProcess& process, std::chrono::milliseconds time) {
         const std::size_t before = process.contextSwitches();
@@ -51,7 +51,6 @@ class RealBinaryTest : public PrivateRootTest {
             waitUntil([&] { return wakeUpsOf(process, std::chrono::milliseconds(300)) == 0; });
         return settled && wakeUpsOf(process, std::chrono::seconds(2)) == 0;
     }
-#endif
 };
 
 /// Listens on another loopback address, whose system drops every packet.
@@ -255,8 +254,10 @@ TEST_F(RealBinaryTest, AnUnknownAuthorityGetsNoByteOfTheRequest) {
     EXPECT_TRUE(server.requests().empty());
 }
 
-#ifndef ORVANE_SANITIZED  // sanitizers have threads of their own
+constexpr const char* wakesUp = "sanitizers have threads of their own, which wake up";
+
 TEST_F(RealBinaryTest, AHeldPollWakesNothing) {
+    ORVANE_SKIP_UNDER_SANITIZERS(wakesUp);
     ScriptedServer server;
     server.on(pollPath, {staySilent()});
     enrol(server.url());
@@ -266,6 +267,7 @@ TEST_F(RealBinaryTest, AHeldPollWakesNothing) {
 }
 
 TEST_F(RealBinaryTest, AHeldPollOverTlsWakesNothing) {
+    ORVANE_SKIP_UNDER_SANITIZERS(wakesUp);
     const TestCa ca;
     ca.trustIn(root.path() / "etc/ssl/certs");
     ScriptedServer server(ca.issueForLoopback());
@@ -277,6 +279,7 @@ TEST_F(RealBinaryTest, AHeldPollOverTlsWakesNothing) {
 }
 
 TEST_F(RealBinaryTest, LargePoliciesAreHandledInLittleMemoryAndLeaveNothingBehind) {
+    ORVANE_SKIP_UNDER_SANITIZERS("sanitizers keep freed memory back");
     constexpr std::size_t bodySize = 24'000'000;
     constexpr std::size_t kib = 1024;
     const auto policyOf = [](std::size_t size, const std::string& tag) {
@@ -312,6 +315,7 @@ TEST_F(RealBinaryTest, LargePoliciesAreHandledInLittleMemoryAndLeaveNothingBehin
 }
 
 TEST_F(RealBinaryTest, ASleepWakesNothing) {
+    ORVANE_SKIP_UNDER_SANITIZERS(wakesUp);
     ScriptedServer server;
     server.on(pollPath, {answer(500)});
     enrol(server.url());
@@ -319,7 +323,6 @@ TEST_F(RealBinaryTest, ASleepWakesNothing) {
     ASSERT_TRUE(process.waitForLog("Unexpected HTTP 500"));
     EXPECT_TRUE(sleepsSoundly(process));
 }
-#endif
 
 /// The journal's socket, at its fixed place in the daemon's root.
 class FakeJournal {
