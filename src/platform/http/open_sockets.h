@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/machine/clock.h"
+#include "platform/process/guarded.h"
 
 #include <sys/socket.h>
 
@@ -59,11 +60,13 @@ class OpenSockets {
         bool hasServed;
     };
 
-    std::mutex mutex_;  ///< guards all below
-    std::vector<Connection> connections_;
-    std::vector<std::string> silent_;  ///< addresses to open no connection to
-    clock::TimePoint silentSince_;     ///< when the last of them was added
-    bool hasPassedOver_ = false;       ///< whether one was asked for since `noteStart`
+    std::mutex mutex_;
+    std::vector<Connection> connections_ ORVANE_GUARDED_BY(mutex_);
+    /// Addresses to open no connection to, and when the last of them was added.
+    std::vector<std::string> silent_ ORVANE_GUARDED_BY(mutex_);
+    clock::TimePoint silentSince_ ORVANE_GUARDED_BY(mutex_);
+    /// Whether one of them was asked for since `noteStart`.
+    bool hasPassedOver_ ORVANE_GUARDED_BY(mutex_) = false;
 };
 
 /// Why there are fewer descriptors left than it takes to look up a name and connect; empty when

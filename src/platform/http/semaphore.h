@@ -35,7 +35,8 @@ class Semaphore {
   private:
     std::mutex mutex_;
     std::condition_variable positive_;
-    std::int64_t count_;
+    std::int64_t count_;  ///< guarded by mutex_; not annotated, for clang does not follow the
+                          ///< std::unique_lock that waiting takes
 };
 
 }  // namespace orvane

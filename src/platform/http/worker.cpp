@@ -15,8 +15,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-/// How long a machine that changes networks takes to have its new addresses and routes in place, or
-/// is given before somebody looks again.
+/// How long a machine that changes networks gets to have its new addresses and routes in place
+/// before they are looked at, the first time and again.
 constexpr std::chrono::seconds settlingTime(1);
 
 }  // namespace
@@ -80,6 +80,8 @@ void HttpSession::Worker::run() {
         completeFinished();
         completeOverdue();
         leaveSilentAddresses();
+        // After a failure everything starts over: connections, names, trusted certificates. Other
+        // exchanges keep their connections until they have ended.
         if (dropConnections_ && active_.empty() && replaceMulti()) {
             continue;  // `send` may have woken up the handle that is gone
         }
@@ -234,6 +236,7 @@ void HttpSession::Worker::finish(const Transfer* finished, CURLcode code, const 
     (void)curl_multi_remove_handle(multi_.get(), transfer->easy());
     transfer->complete(code, ownError);
     if (code == CURLE_OK) {
+        // Some KiB that the next exchange need not allocate. A failure may leave it in any state.
         spareEasy_ = transfer->releaseEasy();
         curl_easy_reset(spareEasy_.get());
     } else {
@@ -243,7 +246,7 @@ void HttpSession::Worker::finish(const Transfer* finished, CURLcode code, const 
 
 void HttpSession::Worker::waitForWork() {
     const int limit = waitLimit();
-    // The library's own wait does not count the time that the machine sleeps.
+    // curl_multi_poll does not count the time that the machine sleeps; the timer does.
     timer_.set(milliseconds(limit));
     std::array<curl_waitfd, 2> others{};
     unsigned count = 0;
