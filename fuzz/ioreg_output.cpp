@@ -1,7 +1,7 @@
 // The hardware registry tool's output: the UUID in it is the one that a second reading, by
 // characters, finds; and in a line of the usual form it is found again.
-#include "config/hardware_uuid.h"
 #include "fuzz.h"
+#include "platform/machine/hardware_uuid.h"
 #include "utf8_model.h"
 
 namespace orvane::fuzz {

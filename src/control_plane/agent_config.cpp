@@ -19,10 +19,10 @@ std::optional<HttpRequest> agentConfigRequest(const DeviceEnrollment& enrollment
     if (!base) {
         return std::nullopt;
     }
-    const QueryItem item{api::processItem, std::string(process)};
+    const QueryItem item{.name = api::processItem, .value = std::string(process)};
     return HttpRequest{.url = base->appendingPath(api::agentConfig.substr(1)).withQuery({&item, 1}),
-                       .headers = {{api::deviceHeader, enrollment.deviceToken},
-                                   {api::tenantHeader, enrollment.tenantSlug}},
+                       .headers = {{.name = api::deviceHeader, .value = enrollment.deviceToken},
+                                   {.name = api::tenantHeader, .value = enrollment.tenantSlug}},
                        .inactivityLimit = lookupInactivityLimit};
 }
 

@@ -21,13 +21,13 @@ HttpRequest effectiveRequest(const Url& url, const Profile& profile,
                              const std::string& hardwareUuid) {
     std::vector<QueryItem> items;
     if (profile.agentSlug && !profile.agentSlug->empty()) {
-        items.push_back({api::agentSlugItem, *profile.agentSlug});
+        items.push_back({.name = api::agentSlugItem, .value = *profile.agentSlug});
     }
     if (!hardwareUuid.empty()) {
-        items.push_back({api::hardwareUuidItem, hardwareUuid});
+        items.push_back({.name = api::hardwareUuidItem, .value = hardwareUuid});
     }
     return {.url = url.withQuery(items),
-            .headers = {{api::keyHeader, profile.apiKey}},
+            .headers = {{.name = api::keyHeader, .value = profile.apiKey}},
             .inactivityLimit = fetchInactivityLimit};
 }
 

@@ -15,14 +15,14 @@ std::optional<HttpRequest> pollRequest(const Profile& profile,
     if (!url) {
         return std::nullopt;
     }
-    std::vector<QueryItem> items{{api::waitItem, std::to_string(waitSeconds)}};
+    std::vector<QueryItem> items{{.name = api::waitItem, .value = std::to_string(waitSeconds)}};
     if (profile.agentSlug && !profile.agentSlug->empty()) {
-        items.push_back({api::agentSlugItem, *profile.agentSlug});
+        items.push_back({.name = api::agentSlugItem, .value = *profile.agentSlug});
     }
-    std::vector<HttpHeader> headers{{api::keyHeader, profile.apiKey},
-                                    {"Accept", "application/json"}};
+    std::vector<HttpHeader> headers{{.name = api::keyHeader, .value = profile.apiKey},
+                                    {.name = "Accept", .value = "application/json"}};
     if (etag && !text::hasControlCharacter(*etag)) {
-        headers.push_back({"If-None-Match", '"' + *etag + '"'});
+        headers.push_back({.name = "If-None-Match", .value = '"' + *etag + '"'});
     }
     return HttpRequest{.url = url->withQuery(items),
                        .headers = std::move(headers),

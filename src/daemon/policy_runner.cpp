@@ -1,6 +1,5 @@
 #include "daemon/policy_runner.h"
 
-#include "config/hardware_uuid.h"
 #include "config/orvane_config.h"
 #include "control_plane/effective_config.h"
 #include "control_plane/poll_request.h"
@@ -10,6 +9,7 @@
 #include "daemon/policy_store.h"
 #include "guard/capture_policy.h"
 #include "platform/machine/clock.h"
+#include "platform/machine/hardware_uuid.h"
 #include "platform/machine/paths.h"
 
 #include <utility>

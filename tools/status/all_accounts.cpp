@@ -39,9 +39,11 @@ AccountReport unpacked(const std::string& account, const std::string& text) {
     constexpr std::string_view levels = "0123";
     const auto number = level.size() == 1 ? levels.find(level) : std::string_view::npos;
     if (number == std::string_view::npos) {
-        return {account, noAnswer(), ""};
+        return {.account = account, .verdict = noAnswer(), .text = ""};
     }
-    AccountReport report{account, {static_cast<Level>(number), "", "", ""}, ""};
+    AccountReport report;
+    report.account = account;
+    report.verdict.level = static_cast<Level>(number);
     report.verdict.problem = takeLine(rest);
     report.verdict.reason = takeLine(rest);
     report.verdict.advice = takeLine(rest);

@@ -24,9 +24,9 @@ enum class ServiceState {
 
 struct Service {
     ServiceState state = ServiceState::unknown;
-    std::optional<std::int64_t> pid;
-    std::optional<std::int64_t> restarts;
-    std::optional<std::chrono::nanoseconds> runningFor;
+    std::optional<std::int64_t> pid = std::nullopt;
+    std::optional<std::int64_t> restarts = std::nullopt;
+    std::optional<std::chrono::nanoseconds> runningFor = std::nullopt;
 };
 
 /// The source of credentials that the daemon uses.

@@ -95,7 +95,7 @@ LoggedHistory readHistory(const std::filesystem::path& directory,
             return wantsMore;
         }) && isReadable;
     }
-    return {reader.result(!lines.isExhausted()), isReadable};
+    return {.history = reader.result(!lines.isExhausted()), .isReadable = isReadable};
 }
 
 }  // namespace orvane::status

@@ -18,7 +18,9 @@ void print(std::FILE* file, std::string_view text) {
 AccountReport reportOwn(const Arguments& arguments, const Style& style) {
     const Facts facts = gatherFacts();
     const Verdict verdict = judge(facts);
-    return {facts.account, verdict, render(facts, verdict, arguments, style)};
+    return {.account = facts.account,
+            .verdict = verdict,
+            .text = render(facts, verdict, arguments, style)};
 }
 
 }  // namespace

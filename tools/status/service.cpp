@@ -62,7 +62,9 @@ Service serviceFor(std::uint32_t user, Service service) {
 }
 
 Service serviceInSystemd(std::string_view properties, std::chrono::nanoseconds now) {
-    Service service{stateInSystemd(properties), {}, numberOf(properties, "NRestarts="), {}};
+    Service service;
+    service.state = stateInSystemd(properties);
+    service.restarts = numberOf(properties, "NRestarts=");
     if (service.state == ServiceState::running) {
         service.pid = numberOf(properties, "MainPID=");
         if (const auto since = numberOf(properties, "ActiveEnterTimestampMonotonic=")) {
@@ -74,14 +76,16 @@ Service serviceInSystemd(std::string_view properties, std::chrono::nanoseconds n
 
 Service serviceInLaunchd(std::string_view listing) {
     if (listing.empty()) {
-        return {ServiceState::stopped, {}, {}, {}};
+        return {.state = ServiceState::stopped};
     }
     const auto pid = numberOf(listing, "pid = ");
     auto restarts = numberOf(listing, "runs = ");
     if (restarts) {
         --*restarts;  // it counts the first start, too
     }
-    return {pid ? ServiceState::running : ServiceState::restarting, pid, restarts, {}};
+    return {.state = pid ? ServiceState::running : ServiceState::restarting,
+            .pid = pid,
+            .restarts = restarts};
 }
 
 }  // namespace orvane::status

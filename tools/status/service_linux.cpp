@@ -25,7 +25,7 @@ Service askServiceManager() {
     const auto runtime = "/run/user/" + std::to_string(ownUser());
     if (!files::exists(root / runtime.substr(1) / "systemd/private")) {
         const auto lingering = root / "var/lib/systemd/linger" / accountName(ownUser());
-        return {stateWithoutManager(ownUser(), files::exists(lingering)), {}, {}, {}};
+        return {.state = stateWithoutManager(ownUser(), files::exists(lingering))};
     }
     // Not set in cron jobs and after su(1).
     (void)setenv("XDG_RUNTIME_DIR", runtime.c_str(), 1);

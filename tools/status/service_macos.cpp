@@ -17,7 +17,7 @@ const std::uint32_t firstOrdinaryUser = 501;
 
 Service askServiceManager() {
     if (ownUser() < firstOrdinaryUser) {
-        return {ServiceState::systemAccount, {}, {}, {}};
+        return {.state = ServiceState::systemAccount};
     }
     const std::string session = "gui/" + std::to_string(ownUser());
     const auto tool = paths::systemRoot() / "bin/launchctl";
@@ -26,7 +26,7 @@ Service askServiceManager() {
         return {};
     }
     if (own->empty()) {
-        return {ServiceState::notLoggedIn, {}, {}, {}};
+        return {.state = ServiceState::notLoggedIn};
     }
     // The second one is Homebrew's.
     for (const char* label : {"/dev.orvane.policy-daemon", "/homebrew.mxcl.orvane-policy-daemon"}) {

@@ -31,7 +31,7 @@ OpenFile openToRead(const fs::path& path) {
         !S_ISREG(status.st_mode)) {
         return {};
     }
-    return {std::move(file), static_cast<std::uint64_t>(status.st_size)};
+    return {.descriptor = std::move(file), .size = static_cast<std::uint64_t>(status.st_size)};
 }
 
 std::optional<std::string> readToEnd(int descriptor, std::size_t expected, std::size_t limit) {

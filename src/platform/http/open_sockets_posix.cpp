@@ -125,7 +125,8 @@ int OpenSockets::open(int family, int type, int protocol, const sockaddr* addres
     }
     const int socket = openTcpSocket(family, type, protocol);
     if (socket >= 0) {
-        connections_.push_back({socket, std::move(wanted), false});
+        connections_.push_back(
+            {.socket = socket, .address = std::move(wanted), .hasServed = false});
     }
     return socket;
 }

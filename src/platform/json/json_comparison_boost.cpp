@@ -19,7 +19,7 @@ class Comparer : public ParserEvents {
     explicit Comparer(const std::vector<ExpectedMember>& expected) {
         for (const ExpectedMember& member : expected) {
             longestKey_ = std::max(longestKey_, member.key.size());
-            members_.push_back({member, false});
+            members_.push_back({.expected = member, .isSeen = false});
         }
     }
 

@@ -22,7 +22,7 @@ std::size_t PickedMembers::want(std::string_view path) {
         if (const auto child = childOf(node, key)) {
             node = *child;
         } else {
-            nodes_.push_back(Node{std::string(key), node, {}});
+            nodes_.push_back({.key = std::string(key), .parent = node, .value = {}});
             node = nodes_.size() - 1;
         }
     }

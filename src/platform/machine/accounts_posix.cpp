@@ -78,7 +78,10 @@ std::vector<Account> allAccounts() {
     std::vector<Account> accounts;
     ::setpwent();
     while (const passwd* entry = ::getpwent()) {
-        accounts.push_back({entry->pw_name, entry->pw_uid, entry->pw_gid, entry->pw_dir});
+        accounts.push_back({.name = entry->pw_name,
+                            .user = entry->pw_uid,
+                            .group = entry->pw_gid,
+                            .home = entry->pw_dir});
     }
     ::endpwent();
     return accounts;

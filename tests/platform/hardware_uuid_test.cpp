@@ -1,6 +1,6 @@
-#include "config/hardware_uuid.h"
+#include "platform/machine/hardware_uuid.h"
 
-#include "config/hardware_uuid_test.h"
+#include "platform/hardware_uuid_test.h"
 
 #include <gmock/gmock.h>
 

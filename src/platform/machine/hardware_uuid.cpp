@@ -1,4 +1,4 @@
-#include "config/hardware_uuid.h"
+#include "platform/machine/hardware_uuid.h"
 
 #include "platform/machine/machine_id.h"
 #include "platform/machine/paths.h"

@@ -1,7 +1,7 @@
 // The machine id, which stands in for the hardware UUID on Linux.
-#include "config/hardware_uuid.h"
+#include "platform/machine/hardware_uuid.h"
 
-#include "config/hardware_uuid_test.h"
+#include "platform/hardware_uuid_test.h"
 
 #include <gmock/gmock.h>
 
