@@ -28,7 +28,7 @@ struct Behavior {
 struct Options {
     std::string address = "127.0.0.1";  ///< The address to listen on.
     std::uint16_t port = 0;             ///< TCP port; 0 for any free one.
-    Account account;                    ///< An empty `apiUrl` stands for the server's own address.
+    Account account;                    ///< An empty `apiUrl` means the server's own address.
     Behavior behavior;
     std::string certificatePem;  ///< With a certificate and its key the server speaks HTTPS only;
     std::string privateKeyPem;   ///< with both empty, HTTP only.

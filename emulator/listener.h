@@ -13,7 +13,7 @@ int listenOn(const std::string& address, std::uint16_t port);
 /// The port that `socket` listens on.
 std::uint16_t portOf(int socket);
 
-/// `address` and `port` as they stand in a URL.
+/// `address` and `port` as in a URL.
 std::string authorityOf(const std::string& address, std::uint16_t port);
 
 }  // namespace orvane::emulator

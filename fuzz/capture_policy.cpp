@@ -1,4 +1,4 @@
-// The capture policy, derived from a guard policy while another text stands in its file; a NUL is
+// The capture policy, derived from a guard policy while its file has another content; a NUL is
 // between the two, and without one there is no such file. What another JSON library finds in the
 // policy is what is written; a file that says so already is left alone; nothing usable, nothing
 // done; and a second derivation writes nothing.

@@ -1,4 +1,4 @@
-// The device-identity file and the control plane's answer to it, one behind the other with a NUL
+// The device-identity file and the control plane's answer to it, one after the other with a NUL
 // between them: both as another JSON library reads them; the question goes to the file's address
 // and asks for the process and nothing else; an identity never lacks its key.
 #include "config/device_identity.h"

@@ -1,6 +1,7 @@
 // The stored ETag. The input once as the ETag's own file and once as a policy: the ETag is the
-// one that another JSON library finds; a policy's tag, stored and loaded, is the same; a policy
-// that is not usable changes nothing; what cannot stand in a header is left out of the next poll.
+// one that another JSON library finds; a policy's ETag, stored and loaded, is the same; a policy
+// that is not usable changes nothing; what cannot be part of a header is omitted from the next
+// poll.
 #include "control_plane/poll_request.h"
 #include "daemon/daemon_logger.h"
 #include "daemon/policy_runner.h"

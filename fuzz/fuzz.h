@@ -1,4 +1,4 @@
-// What every fuzz target stands on. A target defines LLVMFuzzerTestOneInput, which runs the
+// The common base of the fuzz targets. A target defines LLVMFuzzerTestOneInput, which runs the
 // daemon's code on one input and checks what came out against a reference implementation.
 #pragma once
 

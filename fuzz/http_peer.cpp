@@ -1,5 +1,5 @@
 // An HTTP session and a server that answers with the input, over a socket of its own. The first
-// byte says how the server behaves ("s" stalls behind its answer, "r" resets the connection, "e"
+// byte says how the server behaves ("s" stalls after its answer, "r" resets the connection, "e"
 // answers before it has read the request, others close), the second where it cuts its answer in
 // two.
 //

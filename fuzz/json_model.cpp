@@ -12,7 +12,7 @@ namespace {
 /// The deepest nesting that the daemon takes.
 constexpr std::size_t depthLimit = 512;
 
-/// The well-formed `text` without what stands within its strings.
+/// The well-formed `text` without the contents of its strings.
 std::string outsideStrings(std::string_view text) {
     std::string rest;
     bool inString = false;
@@ -63,7 +63,7 @@ std::string textOf(const json_t* value) {
 
 JsonModel::JsonModel(std::string_view text) {
     if (text.find('\0') != std::string_view::npos) {
-        return;  // there is no place for one in JSON, but behind a number this library skips it
+        return;  // there is no place for one in JSON, but after a number this library skips it
     }
     if (text.starts_with("\xEF\xBB\xBF")) {
         text.remove_prefix(3);

@@ -46,7 +46,7 @@ bool isMadeOf(std::string_view text, std::string_view set) {
     return text.find_first_not_of(set) == std::string_view::npos;
 }
 
-/// RFC 3986, 3.2.2: what may stand in brackets.
+/// RFC 3986, 3.2.2: what may be in brackets.
 bool isIpLiteral(const std::string& text) {
     if (text.starts_with('v') || text.starts_with('V')) {
         const auto dot = text.find('.');

@@ -59,7 +59,7 @@ class ActivityLogTest : public DaemonTest {
                              .summary = summary,
                              .error = error});
     }
-    /// The line of `record` with `more` behind "method" and "status".
+    /// The line of `record` with `more` after "method" and "status".
     static std::string line(const std::string& error = "", const std::string& summary = "") {
         return R"({"bytes":678,"daemon":"policy-daemon",)" + error +
                R"("method":"GET","ms":45,"pid":)" + std::to_string(::getpid()) +
@@ -91,14 +91,14 @@ TEST_F(ActivityLogTest, ALineHasEightKeysInOrder) {
                 ElementsAre("bytes", "daemon", "method", "ms", "pid", "status", "ts", "url"));
 }
 
-TEST_F(ActivityLogTest, AnErrorStandsBehindTheDaemon) {
+TEST_F(ActivityLogTest, AnErrorFollowsTheDaemon) {
     record("", "timed out");
     EXPECT_EQ(content(), line(R"("error":"timed out",)"));
     EXPECT_THAT(keys(), ElementsAre("bytes", "daemon", "error", "method", "ms", "pid", "status",
                                     "ts", "url"));
 }
 
-TEST_F(ActivityLogTest, ASummaryStandsBehindTheStatus) {
+TEST_F(ActivityLogTest, ASummaryFollowsTheStatus) {
     record("etag 1");
     EXPECT_EQ(content(), line("", R"("summary":"etag 1",)"));
     EXPECT_THAT(keys(), ElementsAre("bytes", "daemon", "method", "ms", "pid", "status", "summary",
@@ -117,7 +117,7 @@ TEST_F(ActivityLogTest, AnEmptyErrorOrSummaryIsNone) {
     EXPECT_EQ(content(), line());
 }
 
-TEST_F(ActivityLogTest, BlanksAreNotEmpty) {
+TEST_F(ActivityLogTest, ASpaceIsNotEmpty) {
     record(" ", " \t");
     EXPECT_EQ(content(), line(R"("error":" \t",)", R"("summary":" ",)"));
 }
@@ -152,7 +152,7 @@ TEST_F(ActivityLogTest, AppendingKeepsTheFile) {
     EXPECT_EQ(readFile(root() / "same"), line() + line());
 }
 
-TEST_F(ActivityLogTest, AFileThatIsRenamedAwayIsStartedAfresh) {
+TEST_F(ActivityLogTest, AFileThatIsRenamedIsCreatedAgain) {
     record("1");
     fs::rename(activityFile(), directory() / "old");
     record("2");
@@ -160,7 +160,7 @@ TEST_F(ActivityLogTest, AFileThatIsRenamedAwayIsStartedAfresh) {
     EXPECT_EQ(content(), line("", R"("summary":"2",)"));
 }
 
-TEST_F(ActivityLogTest, ADirectoryThatIsRemovedIsMadeAgain) {
+TEST_F(ActivityLogTest, ADirectoryThatIsRemovedIsCreatedAgain) {
     record("1");
     fs::remove_all(directory());
     record("2");
@@ -250,7 +250,7 @@ TEST_F(ActivityLogTest, NumbersAreWrittenInFull) {
                              R"(9223372036854775807,"pid":)" + pid + R"(,"status":0)" + end);
 }
 
-TEST_F(ActivityLogTest, TextsAreEscapedAsTheFormatHasIt) {
+TEST_F(ActivityLogTest, StringsAreEscapedAsDocumented) {
     struct {
         std::string text;
         const char* written;
@@ -282,7 +282,7 @@ TEST_F(ActivityLogTest, TextsAreEscapedAsTheFormatHasIt) {
     }
 }
 
-TEST_F(ActivityLogTest, ALineFeedInATextDoesNotBreakTheLine) {
+TEST_F(ActivityLogTest, ALineFeedInAStringDoesNotBreakTheLine) {
     ActivityLog::record({.method = "GET", .url = "a\nb", .summary = "c\nd", .error = "e\nf"});
     EXPECT_EQ(std::ranges::count(content(), '\n'), 1);
     EXPECT_THAT(content(), testing::EndsWith("}\n"));

@@ -60,7 +60,7 @@ TEST(ConfigFileTest, CarriageReturns) {
     expectAll({
         {"all lines end with CR LF", "[s]\r\nk=v\r\nl=w\r\n", {}},
         {"only the header's line ends with CR LF", "[s]\r\nk=v\nl=w\n", {}},
-        {"the lines behind the header end with CR LF",
+        {"the lines after the header end with CR LF",
          "[s]\nk=v\r\nl=w\r\n",
          {{"s", {{"k", "v\r\nl=w\r\n"}}}}},
         {"CR LF inside a run of lines",
@@ -68,10 +68,10 @@ TEST(ConfigFileTest, CarriageReturns) {
          {{"s", {{"a", "1\r\nb=2"}, {"c", "3"}}}}},
         {"a CR alone", "[s]\nk=v\rl=w\n", {{"s", {{"k", "v\rl=w"}}}}},
         {"LF CR splits at the LF", "[s]\n\rk=v\n", {{"s", {{"\rk", "v"}}}}},
-        {"LF LF behind a CR splits once",
+        {"LF LF after a CR splits once",
          "[s]\nk=v\r\n\nl=w",
          {{"s", {{"k", "v\r\n"}, {"l", "w"}}}}},
-        {"a CR behind a header", "[s]\r", {}},
+        {"a CR after a header", "[s]\r", {}},
         {"a CR LF line that is all there is", "\r\n", {}},
         {"a CR LF in first place", "\r\n[s]\nk=v", {}},
         {"a CR LF at the start of a later line", "[s]\n\r\nk=v", {{"s", {{"\r\nk", "v"}}}}},
@@ -79,7 +79,7 @@ TEST(ConfigFileTest, CarriageReturns) {
     });
 }
 
-TEST(ConfigFileTest, WhatStandsInFrontOfTheTextIsNotLookedAt) {
+TEST(ConfigFileTest, WhatPrecedesTheTextIsIgnored) {
     const std::string_view larger = "\r\n[s]\nk=v\n";
     EXPECT_THAT(parseConfig(larger.substr(1)), ElementsAre(Pair("s", ElementsAre(Pair("k", "v")))));
 }
@@ -87,14 +87,14 @@ TEST(ConfigFileTest, WhatStandsInFrontOfTheTextIsNotLookedAt) {
 TEST(ConfigFileTest, Comments) {
     expectAll({
         {"a comment", "[s]\n#k=v\n", {{"s", {}}}},
-        {"a comment behind spaces", "[s]\n \t # k=v\n", {{"s", {}}}},
+        {"a comment after spaces", "[s]\n \t # k=v\n", {{"s", {}}}},
         {"a comment that looks like a header", "[s]\n#[t]\nk=v", {{"s", {{"k", "v"}}}}},
-        {"# behind a value", "[s]\nk=v # w", {{"s", {{"k", "v # w"}}}}},
-        {"# right behind the =", "[s]\nk=#v", {{"s", {{"k", "#v"}}}}},
+        {"# after a value", "[s]\nk=v # w", {{"s", {{"k", "v # w"}}}}},
+        {"# right after the =", "[s]\nk=#v", {{"s", {{"k", "#v"}}}}},
         {"# inside a key", "[s]\nk#=v", {{"s", {{"k#", "v"}}}}},
         {"; is nothing special", "[s]\n;k=v", {{"s", {{";k", "v"}}}}},
-        {"; behind a value", "[s]\nk=v ; w", {{"s", {{"k", "v ; w"}}}}},
-        {"# behind a header makes it none", "[s]\n[t] # c\nk=v", {{"s", {{"k", "v"}}}}},
+        {"; after a value", "[s]\nk=v ; w", {{"s", {{"k", "v ; w"}}}}},
+        {"# after a header makes it none", "[s]\n[t] # c\nk=v", {{"s", {{"k", "v"}}}}},
     });
 }
 
@@ -113,7 +113,7 @@ TEST(ConfigFileTest, Headers) {
         {"a closing bracket alone", "[s]\n]", {{"s", {}}}},
         {"no closing bracket", "[s]\n[a\nk=v", {{"s", {{"k", "v"}}}}},
         {"no opening bracket", "[s]\na]\nk=v", {{"s", {{"k", "v"}}}}},
-        {"an assignment behind the brackets", "[s]\n[x]=1", {{"s", {{"[x]", "1"}}}}},
+        {"an assignment after the brackets", "[s]\n[x]=1", {{"s", {{"[x]", "1"}}}}},
         {"an assignment that ends with a bracket", "[s]\nk=[v]", {{"s", {{"k", "[v]"}}}}},
         {"an assignment in brackets", "[s]\n[k=v]", {{"s", {}}, {"k=v", {}}}},
     });
@@ -191,7 +191,7 @@ TEST(ConfigFileTest, Quotes) {
     }
 }
 
-TEST(ConfigFileTest, BlanksBeyondAsciiGoFromKeysAndValues) {
+TEST(ConfigFileTest, WhitespaceBeyondAsciiIsTrimmedFromKeysAndValues) {
     for (const char* space :
          {"\t", " ", "\u00A0", "\u1680", "\u2000", "\u200A", "\u202F", "\u205F", "\u3000"}) {
         SCOPED_TRACE(testing::PrintToString(space));
@@ -203,7 +203,7 @@ TEST(ConfigFileTest, BlanksBeyondAsciiGoFromKeysAndValues) {
     }
 }
 
-TEST(ConfigFileTest, OtherWhiteSpaceStays) {
+TEST(ConfigFileTest, OtherWhitespaceStays) {
     for (const char* space : {"\r", "\v", "\f", "\u0085", "\u2028", "\u2029", "\u200B", "\uFEFF"}) {
         SCOPED_TRACE(testing::PrintToString(space));
         const std::string s = space;

@@ -51,7 +51,7 @@ Resolved goodResult() {
 
 // What the file says.
 
-TEST(DeviceEnrollmentTest, TokenTenantAndUrlAreTakenAsTheyStand) {
+TEST(DeviceEnrollmentTest, TokenTenantAndUrlAreTakenVerbatim) {
     EXPECT_THAT(DeviceIdentity::readEnrollment(
                     R"({"device_token":" t ","tenant_slug":"\u00fc","api_url":" no url ","x":1})"),
                 Optional(FieldsAre(" t ", "\u00fc", " no url ")));
@@ -261,7 +261,7 @@ TEST_F(DeviceIdentityTest, CredentialsThatAreNoHeaderValuesAreNotSent) {
     EXPECT_EQ(server.connectionCount(), 0U);
 }
 
-TEST_F(DeviceIdentityTest, CredentialsOfBlanksAreSentAllTheSame) {
+TEST_F(DeviceIdentityTest, CredentialsOfSpacesAreSent) {
     const nlohmann::json identity{
         {"device_token", " "}, {"tenant_slug", "  "}, {"api_url", server.url()}};
     writeFile(file(), identity.dump());
@@ -300,7 +300,7 @@ TEST_F(DeviceIdentityTest, AnUnreadableFileGivesNothing) {
     EXPECT_TRUE(asOrdinaryUser([] { return !resolve().has_value(); }));
 }
 
-TEST_F(DeviceIdentityTest, EveryCallReadsTheFileAndAsksAnew) {
+TEST_F(DeviceIdentityTest, EveryCallReadsTheFileAndSendsARequest) {
     server.on(agentConfigPath, {answer(200, goodAnswer), answer(200, R"({"upload_api_key":"2"})")});
     identify(server.url());
     EXPECT_EQ(resolve(), goodResult());
@@ -355,13 +355,13 @@ class RealTimeDeviceIdentityTest : public DeviceIdentityTest {
     }
 };
 
-TEST_F(RealTimeDeviceIdentityTest, ASilentServerIsGivenUpAfterTwelveSeconds) {
+TEST_F(RealTimeDeviceIdentityTest, ASilentServerTimesOutAfterTwelveSeconds) {
     identify(server.url());
     server.on(agentConfigPath, {staySilent()});
     EXPECT_THAT(timeWithoutResult(), AllOf(Ge(11500ms), Le(14s)));
 }
 
-TEST_F(RealTimeDeviceIdentityTest, ATricklingServerIsGivenUpAfterFifteenSeconds) {
+TEST_F(RealTimeDeviceIdentityTest, ATricklingServerTimesOutAfterFifteenSeconds) {
     identify(server.url());
     server.on(agentConfigPath,
               {trickle("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n{", ' ', 2s)});

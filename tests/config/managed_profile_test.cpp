@@ -46,7 +46,7 @@ TEST_F(ManagedProfileTest, OtherKeysAreIgnored) {
               managed("https://h", "k"));
 }
 
-TEST_F(ManagedProfileTest, ValuesAreTakenAsTheyStand) {
+TEST_F(ManagedProfileTest, ValuesAreTakenVerbatim) {
     EXPECT_EQ(profileFrom(R"({"api_url":" https://h/ \t","api_key":" \"k\" "})"),
               managed(" https://h/ \t", " \"k\" "));
     EXPECT_EQ(profileFrom(R"({"api_url":" ","api_key":" "})"), managed(" ", " "));
@@ -126,7 +126,7 @@ TEST_F(ManagedProfileTest, WithoutAFileThereIsNoProfileAndNothingIsMade) {
     EXPECT_THAT(namesIn(root()), IsEmpty());
 }
 
-TEST_F(ManagedProfileTest, TheFileIsReadAnewOnEveryCall) {
+TEST_F(ManagedProfileTest, TheFileIsReadOnEveryCall) {
     EXPECT_EQ(profileFrom(R"({"api_url":"https://1","api_key":"k1"})"), managed("https://1", "k1"));
     EXPECT_EQ(profileFrom(R"({"api_url":"https://2","api_key":"k2"})"), managed("https://2", "k2"));
     fs::remove(file());
@@ -189,7 +189,7 @@ TEST_F(ManagedProfileTest, AHugeFileGivesNoProfile) {
 }
 
 TEST_F(ManagedProfileTest, ThreadsMayAskAtTheSameTime) {
-    enrol("https://h", "k");
+    enroll("https://h", "k");
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {

@@ -99,7 +99,7 @@ TEST_F(ConfigFileProfileTest, TheCallersListIsWhatCounts) {
     EXPECT_EQ(OrvaneConfig::loadFirstProfile({}), std::nullopt);
 }
 
-TEST_F(ConfigFileProfileTest, AnUnusableSectionIsPassedOver) {
+TEST_F(ConfigFileProfileTest, AnUnusableSectionIsSkipped) {
     const std::string usable = "[default]\napi_url=https://d\napi_key=kd\n";
     for (const char* section : {
              "[claude-code]\n",
@@ -117,7 +117,7 @@ TEST_F(ConfigFileProfileTest, AnUnusableSectionIsPassedOver) {
     }
 }
 
-TEST_F(ConfigFileProfileTest, ASectionNobodyAskedForIsNotUsed) {
+TEST_F(ConfigFileProfileTest, AnUnrequestedSectionIsNotUsed) {
     EXPECT_EQ(loadFrom("[other]\napi_url=https://h\napi_key=k\n"), std::nullopt);
 }
 
@@ -179,7 +179,7 @@ TEST_F(ConfigFileProfileTest, AnUnreadableFileGivesNoProfile) {
     EXPECT_TRUE(asOrdinaryUser([] { return !load().has_value(); }));
 }
 
-TEST_F(ConfigFileProfileTest, TheFileIsReadAnewOnEveryCall) {
+TEST_F(ConfigFileProfileTest, TheFileIsReadOnEveryCall) {
     EXPECT_EQ(loadFrom("[default]\napi_url=https://1\napi_key=k\n"),
               plain("default", "https://1", "k"));
     EXPECT_EQ(loadFrom("[default]\napi_url=https://2\napi_key=k\n"),
@@ -227,7 +227,7 @@ TEST_F(DeviceProfileTest, TheDeviceComesBeforeTheFile) {
     EXPECT_EQ(loadWithAnswer(fullAnswer), deviceProfile());
 }
 
-TEST_F(DeviceProfileTest, ItIsAskedForOnceAndForClaude) {
+TEST_F(DeviceProfileTest, ItIsRequestedOnceAndForClaude) {
     (void)loadWithAnswer(fullAnswer);
     EXPECT_THAT(server.requests(),
                 ElementsAre(Field(&ReceivedRequest::target, agentConfigPath + "?process=claude"s)));
@@ -297,7 +297,7 @@ TEST_F(DeviceProfileTest, AnEmptyKeyInTheEnvironmentCountsAsNone) {
     EXPECT_THAT(server.requests(), SizeIs(1));
 }
 
-TEST_F(DeviceProfileTest, EverythingIsAskedAnewOnEveryCall) {
+TEST_F(DeviceProfileTest, EverythingIsRequestedOnEveryCall) {
     EXPECT_EQ(loadWithAnswer(fullAnswer), deviceProfile());
     EXPECT_THAT(loadWithAnswer(R"({"upload_api_key":"up-2","agent_slug":"slug"})"),
                 Optional(Field(&Profile::apiKey, "up-2")));
@@ -309,7 +309,7 @@ TEST_F(DeviceProfileTest, EverythingIsAskedAnewOnEveryCall) {
 }
 
 TEST_F(DeviceProfileTest, TheManagedFileIsNoneOfItsSources) {
-    enrol("https://managed", "managed-key");
+    enroll("https://managed", "managed-key");
     EXPECT_EQ(loadWithAnswer("no", 404), fileProfile());
     fs::remove(configFile());
     EXPECT_EQ(loadWithAnswer("no", 404), std::nullopt);

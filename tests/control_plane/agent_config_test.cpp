@@ -90,7 +90,7 @@ std::optional<AgentConfig> judge(std::int64_t status, std::optional<std::string>
     return readAgentConfig(HttpResponse{status, std::move(body)}, "https://file");
 }
 
-TEST(AgentConfigTest, AFullAnswerIsTakenAsItStands) {
+TEST(AgentConfigTest, ACompleteResponseIsTakenVerbatim) {
     EXPECT_EQ(judge(200, goodAnswer), (AgentConfig{"https://api", "up-1", "slug", "kind"}));
     EXPECT_EQ(judge(200, R"({"upload_api_key":" k ","api_url":"no url","agent_slug":" ",
                              "agent_type":"\u00fc","more":[1]})"),
@@ -101,12 +101,12 @@ TEST(AgentConfigTest, TheUploadKeyIsEnough) {
     EXPECT_EQ(judge(200, R"({"upload_api_key":"k"})"), (AgentConfig{"https://file", "k", "", ""}));
 }
 
-TEST(AgentConfigTest, EmptyTextsAreTakenAsTheyStand) {
+TEST(AgentConfigTest, EmptyStringsAreTakenVerbatim) {
     EXPECT_EQ(judge(200, R"({"upload_api_key":"k","api_url":"","agent_slug":"","agent_type":""})"),
               (AgentConfig{"", "k", "", ""}));
 }
 
-TEST(AgentConfigTest, WhatIsNoTextCountsAsMissing) {
+TEST(AgentConfigTest, WhatIsNotAStringCountsAsMissing) {
     for (const char* value : {"null", "1", "true", "{}", R"(["x"])"}) {
         SCOPED_TRACE(value);
         EXPECT_EQ(judge(200, R"({"upload_api_key":"k","api_url":)"s + value + R"(,"agent_slug":)" +
@@ -117,7 +117,7 @@ TEST(AgentConfigTest, WhatIsNoTextCountsAsMissing) {
     }
 }
 
-TEST(AgentConfigTest, EveryTextHasItsOwnPlace) {
+TEST(AgentConfigTest, EveryStringHasItsOwnPlace) {
     EXPECT_EQ(judge(200, R"({"upload_api_key":"k","api_url":"u"})"),
               (AgentConfig{"u", "k", "", ""}));
     EXPECT_EQ(judge(200, R"({"upload_api_key":"k","agent_slug":"s"})"),

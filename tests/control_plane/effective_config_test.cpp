@@ -25,7 +25,7 @@ HttpRequest requestWith(const std::optional<std::string>& agentSlug, const std::
     return effectiveRequest(url.value(), profile, uuid);
 }
 
-TEST(EffectiveUrlTest, TheEndpointStandsBehindTheBase) {
+TEST(EffectiveUrlTest, TheEndpointFollowsTheBase) {
     struct {
         const char* apiUrl;
         const char* url;
@@ -61,12 +61,12 @@ TEST(EffectiveUrlTest, ABaseThatIsNoUrlHasNoEndpoint) {
     }
 }
 
-TEST(EffectiveRequestTest, SlugAndUuidStandInTheQueryInThisOrder) {
+TEST(EffectiveRequestTest, SlugAndUuidAreInTheQueryInThisOrder) {
     EXPECT_EQ(requestWith("slug", "UUID-1").url.text(),
               endpoint + "?agent_slug=slug&hardware_uuid=UUID-1"s);
 }
 
-TEST(EffectiveRequestTest, OneOfThemAloneStandsAlone) {
+TEST(EffectiveRequestTest, OneOfThemIsEnough) {
     EXPECT_EQ(requestWith("slug", "").url.text(), endpoint + "?agent_slug=slug"s);
     EXPECT_EQ(requestWith(std::nullopt, "UUID-1").url.text(), endpoint + "?hardware_uuid=UUID-1"s);
     EXPECT_EQ(requestWith("", "UUID-1").url.text(), endpoint + "?hardware_uuid=UUID-1"s);
@@ -77,7 +77,7 @@ TEST(EffectiveRequestTest, WithNeitherThereIsNoQuery) {
     EXPECT_EQ(requestWith("", "").url.text(), endpoint);
 }
 
-TEST(EffectiveRequestTest, ABlankIsAValue) {
+TEST(EffectiveRequestTest, ASpaceIsAValue) {
     EXPECT_EQ(requestWith(" ", " ").url.text(), endpoint + "?agent_slug=%20&hardware_uuid=%20"s);
 }
 
@@ -96,7 +96,7 @@ TEST(EffectiveRequestTest, TheKeyIsTheOnlyHeader) {
     EXPECT_THAT(requestWith("slug", "UUID-1").headers, ElementsAre(FieldsAre("X-Orv-Key", "key")));
 }
 
-TEST(EffectiveRequestTest, TheKeyIsSentAsItStands) {
+TEST(EffectiveRequestTest, TheKeyIsSentVerbatim) {
     for (const char* key : {"", " k ", "\u00fc", "a\nb"}) {
         SCOPED_TRACE(key);
         const auto url = effectiveUrl("https://h");

@@ -55,13 +55,13 @@ TEST(PollRequestTest, ABaseThatDoesNotParseGivesNone) {
     }
 }
 
-TEST(PollRequestTest, ATagIsLongFrom1025BytesOn) {
+TEST(PollRequestTest, AnEtagIsLongFrom1025BytesOn) {
     EXPECT_FALSE(isLongEtag(""));
     EXPECT_FALSE(isLongEtag(std::string(1024, 'x')));
     EXPECT_TRUE(isLongEtag(std::string(1025, 'x')));
 }
 
-TEST(PollRequestTest, OnlyARefusalForItsSizeOrFormOrNoStatusSpeaksAgainstTheTag) {
+TEST(PollRequestTest, OnlyCertainStatusesSpeakAgainstTheEtag) {
     std::vector<std::int64_t> found;
     for (std::int64_t status = 0; status < 1000; ++status) {
         if (mayRefuseEtag(status)) {

@@ -107,7 +107,7 @@ TEST_F(PolicyStoreTest, WithoutAnEtagFileThereIsNoEtag) {
     EXPECT_EQ(runner.loadEtag(), std::nullopt);
 }
 
-TEST_F(PolicyStoreTest, OnlyATextEtagOfATopLevelObjectIsLoaded) {
+TEST_F(PolicyStoreTest, OnlyAStringInATopLevelObjectIsLoaded) {
     const struct {
         const char* content;
         std::optional<std::string> etag;

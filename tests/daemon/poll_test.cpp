@@ -129,7 +129,8 @@ class LongTagTest : public PollTest {
         writeFile(orvane() / "policy-etag.json", R"({"etag":")" + etag + R"("})");
     }
 
-    /// Polls once for each of `steps`; which of these polls carried a tag ("1") and which did not.
+    /// Polls once for each of `steps`; which of these polls carried an ETag ("1") and which did
+    /// not.
     std::string pollsThatCarryATag(std::vector<Step> steps) {
         const std::size_t before = server.requestsTo(pollPath).size();
         const std::size_t count = steps.size();
@@ -194,7 +195,7 @@ TEST_F(LongTagTest, ThePolicyThatComesWithoutItIsStored) {
     EXPECT_EQ(server.requestsTo(pollPath).at(2).header("If-None-Match"), "\"v2\"");
 }
 
-TEST_F(LongTagTest, OneThatIsTooLongToBeSentAtAllBringsOnePollAMinuteAndNotMore) {
+TEST_F(LongTagTest, OneThatIsTooLongToBeSentCausesOnePollAMinute) {
     const std::string policy = R"({"etag":")" + std::string(100'000, 'x') + R"("})";
     server.always(pollPath, answer(200, policy));
     for (int i = 0; i < 5; ++i) {
@@ -229,7 +230,7 @@ TEST_F(PollTest, UntilAPolicyCameTheStoredEtagIsNotSentInThePlaceOfALostPolicy) 
     EXPECT_THAT(logLines(), ::testing::Contains("debug policy unchanged (etag=v1)").Times(2));
 }
 
-TEST_F(PollTest, APolicyThatThisProcessLostItselfIsNotAskedForAgainAndAgain) {
+TEST_F(PollTest, APolicyThatThisProcessCouldNotStoreIsNotRequestedRepeatedly) {
     server.on(pollPath, {answer(200, R"({"etag":"v1"})"), answer(304)});
     poll(server.url());
     // As a move that failed leaves it.
@@ -283,7 +284,7 @@ TEST_F(PollTest, ATransportErrorIsLoggedTwiceRecordedAndFollowedByASleep) {
     EXPECT_EQ(activity()[0]["error"], "The network connection was lost.");
 }
 
-TEST_F(PollTest, ABodyThatBreaksOffCountsAsNoAnswerAtAll) {
+TEST_F(PollTest, ATruncatedBodyCountsAsNoResponse) {
     pollAnswered({sendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n{\"etag\":")});
     EXPECT_THAT(logLines(), ElementsAre("error Poll error: The network connection was lost.",
                                         "error Unexpected HTTP 0"));
@@ -292,7 +293,7 @@ TEST_F(PollTest, ABodyThatBreaksOffCountsAsNoAnswerAtAll) {
     EXPECT_EQ(activity().at(0)["bytes"], 0);
 }
 
-TEST_F(PollTest, RejectedCredentialsAreToldWithTheStatusAndCostASleep) {
+TEST_F(PollTest, RejectedCredentialsAreLoggedWithTheStatusAndCostASleep) {
     for (const int status : {401, 403}) {
         SCOPED_TRACE(status);
         log.clear();
@@ -325,7 +326,7 @@ TEST_F(PollTest, ARedirectIsFinalAndTheKeyReachesNoOtherServer) {
     EXPECT_EQ(other.connectionCount(), 0U);
 }
 
-TEST_F(PollTest, TheCapturePolicyIsDerivedAnewWhateverTheStatus) {
+TEST_F(PollTest, TheCapturePolicyIsDerivedAgainWhateverTheStatus) {
     for (const int status : {304, 401, 500}) {
         SCOPED_TRACE(status);
         log.clear();
@@ -346,7 +347,7 @@ TEST_F(PollTest, TheCapturePolicyIsDerivedAfterTheBackOff) {
     EXPECT_TRUE(std::filesystem::exists(captureFile()));
 }
 
-TEST_F(PollTest, TheFailureIsToldBeforeTheBackOff) {
+TEST_F(PollTest, TheFailureIsLoggedBeforeTheBackOff) {
     std::vector<std::string> toldAtSleep;
     virtual_clock::onSleep([&](double) { toldAtSleep = logLines(); });
     poll("/http://h x/");
@@ -450,7 +451,7 @@ TEST_F(HeldPollTest, SilenceOf330SecondsEndsThePoll) {
     EXPECT_THAT(virtual_clock::sleeps(), ElementsAre(60.0));
 }
 
-TEST_F(HeldPollTest, AnAnswerIsWaitedForNoMoreThanFiveSecondsBehindThe360) {
+TEST_F(HeldPollTest, AResponseIsAwaitedForFiveSecondsBeyondThe360) {
     EXPECT_EQ(HttpSessionInternals::completionLimit(runner.session), std::chrono::seconds(365));
 }
 

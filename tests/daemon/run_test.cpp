@@ -21,7 +21,7 @@ constexpr const char* noProfile = "default No usable profile — sleeping 30s an
 class RunTest : public DaemonTest {
   protected:
     /// Runs the loop; the hooks are called in turn, one after each sleep, and the loop ends with
-    /// the sleep behind the last of them.
+    /// the sleep after the last of them.
     void runUntilSleeps(std::vector<std::function<void()>> hooks) {
         std::size_t next = 0;
         virtual_clock::onSleep([&](double) {
@@ -76,7 +76,7 @@ TEST_F(RunTest, WithoutAProfileItLogsAndSleepsAndNeverPolls) {
 }
 
 TEST_F(RunTest, TheSameProfileIsNamedOnce) {
-    enrol(server.url());
+    enroll(server.url());
     server.on(pollPath, {answer(304), answer(304), answer(500)});
     runUntilSleeps({});
     EXPECT_THAT(logLines(),
@@ -85,22 +85,22 @@ TEST_F(RunTest, TheSameProfileIsNamedOnce) {
 }
 
 TEST_F(RunTest, GoodAnswersAreFollowedByTheNextPollAtOnce) {
-    enrol(server.url());
+    enroll(server.url());
     server.on(pollPath, {answer(304), answer(200, R"({"etag":"v1"})"), answer(304), answer(500)});
     runUntilSleeps({});
     EXPECT_THAT(server.requestsTo(pollPath), SizeIs(4));
     EXPECT_THAT(virtual_clock::sleeps(), ElementsAre(60.0));
 }
 
-TEST_F(RunTest, AnEnrollmentThatAppearsCountsFromTheNextTurn) {
+TEST_F(RunTest, AnEnrollmentThatAppearsCountsFromTheNextCycle) {
     server.on(pollPath, {answer(500)});
-    runUntilSleeps({[this] { enrol(server.url()); }});
+    runUntilSleeps({[this] { enroll(server.url()); }});
     EXPECT_THAT(logLines(), ElementsAre(resolving, noProfile, usingLine("managed"),
                                         "error Unexpected HTTP 500"));
 }
 
 TEST_F(RunTest, TheManagedProfileWinsOverTheConfigFile) {
-    enrol(server.url());
+    enroll(server.url());
     configure("default", "http://127.0.0.1:1");
     server.on(pollPath, {answer(500), answer(500)});
     runUntilSleeps({nothing});
@@ -111,7 +111,7 @@ TEST_F(RunTest, TheManagedProfileWinsOverTheConfigFile) {
 }
 
 TEST_F(RunTest, AManagedProfileIsTakenWithoutAskingForTheDeviceIdentity) {
-    enrol(server.url());
+    enroll(server.url());
     identify(server.url());
     server.on(pollPath, {answer(500)});
     runUntilSleeps({});
@@ -121,15 +121,15 @@ TEST_F(RunTest, AManagedProfileIsTakenWithoutAskingForTheDeviceIdentity) {
 TEST_F(RunTest, AChangeOfProfileIsNamedAndSoIsTheChangeBack) {
     configure("connect", server.url());
     server.on(pollPath, {answer(500), answer(500), answer(500)});
-    runUntilSleeps({[this] { enrol(server.url()); }, [] { removeEnrollment(); }});
+    runUntilSleeps({[this] { enroll(server.url()); }, [] { removeEnrollment(); }});
     EXPECT_THAT(usingLines(),
                 ElementsAre(usingLine("connect"), usingLine("managed"), usingLine("connect")));
 }
 
 TEST_F(RunTest, TheSameProfileAfterATimeWithoutOneIsNotNamedAgain) {
-    enrol(server.url());
+    enroll(server.url());
     server.on(pollPath, {answer(500), answer(500)});
-    runUntilSleeps({[] { removeEnrollment(); }, [this] { enrol(server.url()); }});
+    runUntilSleeps({[] { removeEnrollment(); }, [this] { enroll(server.url()); }});
     EXPECT_THAT(usingLines(), ElementsAre(usingLine("managed")));
     EXPECT_THAT(virtual_clock::sleeps(), ElementsAre(60.0, 30.0, 60.0));
 }
@@ -168,9 +168,9 @@ TEST_F(RunTest, TheDeviceProfileIsUsedWhenNothingIsEnrolled) {
 }
 
 TEST_F(RunTest, ABadBaseDoesNotStopTheLoop) {
-    enrol("https://h x");
+    enroll("https://h x");
     server.on(pollPath, {answer(500)});
-    runUntilSleeps({[this] { enrol(server.url()); }});
+    runUntilSleeps({[this] { enroll(server.url()); }});
     EXPECT_THAT(
         logLines(),
         ElementsAre(resolving, "default Using profile [managed] api=https://h x",

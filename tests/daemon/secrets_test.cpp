@@ -11,7 +11,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-/// Keys and tokens that can be told apart from everything else.
+/// Keys and tokens that cannot be mistaken for anything else.
 constexpr const char* managedKey = "canary-managed-key";
 constexpr const char* configKey = "canary-config-key";
 constexpr const char* uploadKey = "canary-upload-key";
@@ -28,7 +28,7 @@ TEST_F(DaemonTest, NoKeyOrTokenIsWrittenAnywhere) {
         {answer(200, std::string(R"({"upload_api_key":")") + uploadKey + R"(","agent_slug":"s"})"),
          answer(200, std::string(R"({"upload_api_key":")") + uploadKey + R"(","agent_slug":"s"})"),
          answer(500), answer(500), answer(500)});
-    enrol(server.url(), managedKey);
+    enroll(server.url(), managedKey);
     const auto identityFile = setup() / "device-identity.json";
     writeFile(identityFile, std::string(R"({"tenant_slug":"t","api_url":")") + server.url() +
                                 R"(","device_token":")" + deviceToken + R"("})");

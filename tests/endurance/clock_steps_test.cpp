@@ -69,7 +69,7 @@ TEST_P(ClockStepsTest, AHoldLastsAsLongAsTheServerHolds) {
                              return going && answer(304)(connection, request);
                          },
                          staySilent()});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(waitForRequests(2));
     EXPECT_THAT(timelessActivity(), ElementsAre(line(304)));
@@ -83,7 +83,7 @@ TEST_P(ClockStepsTest, ABackOffLastsAMinute) {
     steady_clock::time_point again;
     server.on(pollPath, {after([&] { failed = steady_clock::now(); }, answer(500)),
                          after([&] { again = steady_clock::now(); }, answer(304)), staySilent()});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(process.waitForLog("Unexpected HTTP 500"));
     stepTheClock();
@@ -97,7 +97,7 @@ TEST_P(ClockStepsTest, TheLookOutForAProfileIsKeptUpEveryHalfMinute) {
     const DaemonProcess process(daemon());
     ASSERT_TRUE(process.waitForLog("No usable profile"));
     stepTheClock();
-    constexpr std::size_t start = 2;  // lines before the first that tells of a sleep
+    constexpr std::size_t start = 2;  // lines before the first that follows a sleep
     ASSERT_TRUE(waitUntil([&] { return process.messages().size() >= start + 3; }));
     const auto messages = process.messages();
     EXPECT_THAT(withoutStep(messages.at(start).time, messages.at(start + 1).time), about(30'000));

@@ -23,8 +23,8 @@ std::string withBody(const std::string& status, const std::string& body) {
 
 }  // namespace
 
-MixedServer::MixedServer(std::size_t turns, std::function<void(std::size_t)> beforeAnswer)
-    : turns_(turns), beforeAnswer_(std::move(beforeAnswer)), listener_(tcpSocket()) {
+MixedServer::MixedServer(std::size_t cycles, std::function<void(std::size_t)> beforeAnswer)
+    : cycles_(cycles), beforeAnswer_(std::move(beforeAnswer)), listener_(tcpSocket()) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -49,18 +49,18 @@ std::string MixedServer::url() const {
     return "http://127.0.0.1:" + std::to_string(port_);
 }
 
-std::map<int, std::size_t> MixedServer::statusesIn(std::size_t turns) {
-    const std::size_t cycles = turns / cycle;
-    // Behind every policy comes an effective fetch: the first finds one, the second none, and so
+std::map<int, std::size_t> MixedServer::statusesIn(std::size_t cycles) {
+    const std::size_t periods = cycles / period;
+    // After every policy comes an effective fetch: the first finds one, the second none, and so
     // on.
-    return {{0, 2 * cycles}, {200, cycles + cycles / 2}, {304, 15 * cycles},
-            {401, cycles},   {404, cycles / 2},          {500, cycles}};
+    return {{0, 2 * periods}, {200, periods + periods / 2}, {304, 15 * periods},
+            {401, periods},   {404, periods / 2},           {500, periods}};
 }
 
-MixedServer::Answer MixedServer::toPoll(std::size_t turn) {
-    switch (turn % cycle) {
+MixedServer::Answer MixedServer::toPoll(std::size_t cycle) {
+    switch (cycle % period) {
         case 0: {
-            const std::string version = std::to_string(turn);
+            const std::string version = std::to_string(cycle);
             return {withBody("200 OK", R"({"etag":"v)" + version +
                                            R"(","guard_config":{"capture":{"hosts":["h)" + version +
                                            R"(.example"]}}})")};
@@ -111,9 +111,9 @@ bool MixedServer::reply(int connection, const std::string& request) {
     Answer answer;
     if (request.find(pollPath) == std::string::npos) {
         answer = toFetch(fetches_++);
-    } else if (const std::size_t turn = polls_++; turn < turns_) {
-        beforeAnswer_(turn);
-        answer = toPoll(turn);
+    } else if (const std::size_t cycle = polls_++; cycle < cycles_) {
+        beforeAnswer_(cycle);
+        answer = toPoll(cycle);
     }
     const auto sent = ::send(connection, answer.bytes.data(), answer.bytes.size(), MSG_NOSIGNAL);
     return sent == static_cast<ssize_t>(answer.bytes.size()) && !answer.closes;

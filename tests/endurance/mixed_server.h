@@ -1,5 +1,5 @@
 // A control plane that answers a very long row of polls, quickly and without keeping any: every
-// twenty turns bring each kind of answer, always in the same order.
+// twenty cycles bring each kind of answer, always in the same order.
 #pragma once
 
 #include <atomic>
@@ -15,11 +15,11 @@ namespace orvane::test {
 /// Serves one connection at a time on a thread of its own, from construction to destruction.
 class MixedServer {
   public:
-    static constexpr std::size_t cycle = 20;
+    static constexpr std::size_t period = 20;
 
-    /// Answers `turns` polls and holds the next one. `beforeAnswer` is called on the server's
-    /// thread with the number of the turn, while the daemon waits.
-    MixedServer(std::size_t turns, std::function<void(std::size_t turn)> beforeAnswer);
+    /// Answers `cycles` polls and holds the next one. `beforeAnswer` is called on the server's
+    /// thread with the number of the cycle, while the daemon waits.
+    MixedServer(std::size_t cycles, std::function<void(std::size_t cycle)> beforeAnswer);
     MixedServer(const MixedServer&) = delete;
     MixedServer& operator=(const MixedServer&) = delete;
     ~MixedServer();
@@ -31,10 +31,10 @@ class MixedServer {
     [[nodiscard]] std::size_t effectiveFetches() const { return fetches_; }
 
     /// The arithmetic: how often the daemon records each status (0 for a broken answer) in so many
-    /// turns, a multiple of twice the cycle.
-    static std::map<int, std::size_t> statusesIn(std::size_t turns);
+    /// cycles, a multiple of twice the period.
+    static std::map<int, std::size_t> statusesIn(std::size_t cycles);
     /// How many of them cost a back-off.
-    static std::size_t errorsIn(std::size_t turns) { return turns / cycle * 4; }
+    static std::size_t errorsIn(std::size_t cycles) { return cycles / period * 4; }
 
   private:
     struct Answer {
@@ -44,10 +44,10 @@ class MixedServer {
     void serve();
     /// False when the connection is to be closed.
     bool reply(int connection, const std::string& request);
-    [[nodiscard]] static Answer toPoll(std::size_t turn);
+    [[nodiscard]] static Answer toPoll(std::size_t cycle);
     [[nodiscard]] static Answer toFetch(std::size_t fetch);
 
-    const std::size_t turns_;
+    const std::size_t cycles_;
     std::function<void(std::size_t)> beforeAnswer_;
     int listener_;
     std::uint16_t port_ = 0;

@@ -1,4 +1,4 @@
-// The daemon over thousands of turns, a million when asked for: what it holds stays flat, and every
+// The daemon over thousands of cycles, a million on request: what it holds stays flat, and every
 // poll is accounted for.
 #include "endurance/mixed_server.h"
 #include "process/daemon_process.h"
@@ -47,49 +47,49 @@ class SoakTest : public DaemonTest {
   protected:
     void SetUp() override { writeFile(root() / "etc/machine-id", std::string(32, '1')); }
 
-    /// `turns` turns, and all that has to hold of them. A multiple of 2000.
-    static void soak(std::size_t turns) {
-        const std::size_t distance = turns / 100;
-        const std::size_t warmUp = turns / 5;
+    /// `cycles` cycles, and all that has to hold of them. A multiple of 2000.
+    static void soak(std::size_t cycles) {
+        const std::size_t distance = cycles / 100;
+        const std::size_t warmUp = cycles / 5;
         std::vector<Sample> samples;
         std::optional<DaemonProcess> daemon;
         std::atomic<bool> started = false;
-        MixedServer server(turns, [&](std::size_t turn) {
+        MixedServer server(cycles, [&](std::size_t cycle) {
             started.wait(false);
             // In the middle of a row of 304s, on a connection that has been used.
-            if (turn >= warmUp && turn % distance == MixedServer::cycle / 2) {
+            if (cycle >= warmUp && cycle % distance == MixedServer::period / 2) {
                 samples.push_back(
                     {daemon->descriptorCount(), daemon->threadCount(), daemon->residentKiB()});
             }
         });
-        enrol(server.url());
+        enroll(server.url());
         const auto start = std::chrono::steady_clock::now();
         daemon.emplace(
             DaemonSetup{ORVANE_SLEEPLESS_DAEMON, {{"ORVANE_ROOT", root().string()}}, "/dev/null"});
         started = true;
         started.notify_all();
-        while (server.polls() <= turns && daemon->isRunning()) {
+        while (server.polls() <= cycles && daemon->isRunning()) {
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         }
-        report(turns, std::chrono::steady_clock::now() - start, samples);
+        report(cycles, std::chrono::steady_clock::now() - start, samples);
 
         EXPECT_TRUE(daemon->isRunning());
         EXPECT_THAT(daemon->children(), IsEmpty());
         expectFlat(samples);
-        EXPECT_EQ(server.polls(), turns + 1);  // one is held
-        EXPECT_EQ(server.effectiveFetches(), turns / MixedServer::cycle);
-        EXPECT_EQ(recordedStatuses(), MixedServer::statusesIn(turns));
+        EXPECT_EQ(server.polls(), cycles + 1);  // one is held
+        EXPECT_EQ(server.effectiveFetches(), cycles / MixedServer::period);
+        EXPECT_EQ(recordedStatuses(), MixedServer::statusesIn(cycles));
         EXPECT_EQ(backOffs(),
-                  (std::map<std::string, std::size_t>{{"60", MixedServer::errorsIn(turns)}}));
+                  (std::map<std::string, std::size_t>{{"60", MixedServer::errorsIn(cycles)}}));
         (void)daemon->end(SIGKILL);
     }
 
   private:
-    static void report(std::size_t turns, std::chrono::duration<double> wall,
+    static void report(std::size_t cycles, std::chrono::duration<double> wall,
                        const std::vector<Sample>& samples) {
         const Band memory = bandOf(samples);
-        std::cout << turns << " turns in " << wall.count() << " s, "
-                  << static_cast<double>(turns) / wall.count() << " a second; resident KiB "
+        std::cout << cycles << " cycles in " << wall.count() << " s, "
+                  << static_cast<double>(cycles) / wall.count() << " a second; resident KiB "
                   << memory.least << " to " << memory.most << ", descriptors "
                   << samples.back().descriptors << ", threads " << samples.back().threads << "\n";
     }
@@ -128,11 +128,11 @@ class SoakTest : public DaemonTest {
 
 using NightlySoakTest = SoakTest;
 
-TEST_F(SoakTest, TwoThousandTurns) {
+TEST_F(SoakTest, TwoThousandCycles) {
     soak(2000);
 }
 
-TEST_F(NightlySoakTest, AMillionTurns) {
+TEST_F(NightlySoakTest, AMillionCycles) {
     soak(1'000'000);
 }
 

@@ -69,7 +69,7 @@ void Device::fill(InitialState initial) const {
 void Device::restart() {
     const std::size_t polls = server_.polls().size();
     daemon_ = std::make_unique<DaemonProcess>(
-        DaemonSetup{ORVANE_DAEMON_TWIN, {{"ORVANE_ROOT", root().string()}}, root() / "stderr", [] {
+        DaemonSetup{ORVANE_TEST_DAEMON, {{"ORVANE_ROOT", root().string()}}, root() / "stderr", [] {
                         (void)::umask(0077);
                         return true;
                     }});
@@ -88,16 +88,16 @@ bool Device::pollsAgain() {
            daemon_->isRunning();
 }
 
-void Device::beginTurn(int version) {
+void Device::beginCycle(int version) {
     logLinesBefore_ = daemon_->messages().size();
     pollsBefore_ = server_.polls().size();
     server_.answerOne(version);
 }
 
-std::vector<Call> Device::turn(int version, const std::vector<std::string>& injections,
-                               Traced traced) {
+std::vector<Call> Device::runCycle(int version, const std::vector<std::string>& injections,
+                                   Traced traced) {
     Strace strace(daemon_->pid(), root(), injections, traced);
-    beginTurn(version);
+    beginCycle(version);
     const auto looksForProfile = [&] {
         const std::string output = readFile(root() / "strace");
         const std::string sought = "enroll-config.json\"";
@@ -108,7 +108,7 @@ std::vector<Call> Device::turn(int version, const std::vector<std::string>& inje
         waitUntil([&] { return hasPolledAgain() || !daemon_->isRunning() || looksForProfile(); });
     strace.detach();
     if (!over) {
-        std::string message = "the turn does not end";
+        std::string message = "the cycle does not end";
         for (const std::string& injection : injections) {
             message += "; " + injection;
         }
@@ -117,8 +117,8 @@ std::vector<Call> Device::turn(int version, const std::vector<std::string>& inje
     return strace.calls();
 }
 
-bool Device::goodTurn(int version) {
-    beginTurn(version);
+bool Device::goodCycle(int version) {
+    beginCycle(version);
     return waitUntil([&] {
         const auto polls = server_.polls();
         return polls.size() > pollsBefore_ && polls.back() == policyVersion(version).etag;

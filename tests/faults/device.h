@@ -49,14 +49,14 @@ class Device {
     [[nodiscard]] PolicyServer& server() { return server_; }
     [[nodiscard]] DaemonProcess& daemon() { return *daemon_; }
 
-    /// One turn, from the answer with `version` until the next poll, the daemon's end or its search
-    /// for a profile, with these faults (Strace).
-    std::vector<Call> turn(int version, const std::vector<std::string>& injections,
-                           Traced traced = Traced::mainThread);
+    /// One cycle, from the answer with `version` until the next poll, the daemon's end or its
+    /// search for a profile, with these faults (Strace).
+    std::vector<Call> runCycle(int version, const std::vector<std::string>& injections,
+                               Traced traced = Traced::mainThread);
     /// The same with no faults and nothing traced; false when the daemon does not poll again.
-    bool goodTurn(int version);
+    bool goodCycle(int version);
 
-    /// Whether the daemon polls, or has done so already since the turn began, and has not ended.
+    /// Whether the daemon polls, or has done so already since the cycle began, and has not ended.
     bool pollsAgain();
 
     /// A fresh process in the place of one that has ended; its poll is held.
@@ -71,7 +71,7 @@ class Device {
     [[nodiscard]] std::vector<std::string> leftovers() const;
     /// The activity log, each record cut down to "old", "poll" or "effective", line ends as "$".
     [[nodiscard]] std::string activity() const;
-    /// What was logged since the last turn began, each message after its level and a space.
+    /// What was logged since the last cycle began, each message after its level and a space.
     [[nodiscard]] std::vector<std::string> log() const;
 
   private:
@@ -80,7 +80,7 @@ class Device {
         return root() / "private/tmp/dev.orvane.setup";
     }
     void fill(InitialState initial) const;
-    void beginTurn(int version);
+    void beginCycle(int version);
     [[nodiscard]] bool hasPolledAgain() const;
 
     TempDirectory root_;

@@ -1,13 +1,13 @@
-// One whole turn, from the control plane's answer to the next poll, with each of its file and
-// process calls failing in each way, being the last before the process is killed, and with two such
-// mishaps at once. The calls are those that strace(1) has seen in a good turn, so that a new one is
-// among them at once.
+// One whole poll cycle, from the control plane's answer to the next poll, with each of its file and
+// process calls failing in each way, being the last before the process is killed, and with two
+// failures at once. The calls are those that strace(1) has seen in a good cycle, so that a new one
+// is among them at once.
 //
-// The twin with the virtual clock is what runs: its paths are the test's, and its back-offs take no
+// The test build runs, with the virtual clock: its paths are the test's, and its back-offs take no
 // time.
+#include "faults/cycle_model.h"
 #include "faults/device.h"
 #include "faults/strace.h"
-#include "faults/turn_model.h"
 #include "support/policy_versions.h"
 
 #include <gmock/gmock.h>
@@ -79,14 +79,16 @@ std::string kill(const Call& call) {
     return call.name + ":signal=KILL:when=" + std::to_string(call.occurrence);
 }
 
-std::string describe(const TurnModel& model, const Fault& fault) {
+std::string describe(const CycleModel& model, const Fault& fault) {
     return nameOf(model.initial()) + ", " + describe(model.calls().at(fault.index)) + " " +
            nameOf(fault.error) + (fault.lasting == Lasting::once ? " once" : " from then on");
 }
 
-/// What a good turn does, from the main thread's calls and those of its child.
-TurnModel recorded(InitialState initial) {
-    const auto record = [=](Traced traced) { return Device(initial).turn(offered, {}, traced); };
+/// What a good cycle does, from the main thread's calls and those of its child.
+CycleModel recorded(InitialState initial) {
+    const auto record = [=](Traced traced) {
+        return Device(initial).runCycle(offered, {}, traced);
+    };
     std::vector<Call> calls = record(Traced::mainThread);
     for (const Call& call : record(Traced::everything)) {
         if (call.inChild) {
@@ -102,7 +104,7 @@ std::vector<std::string> withoutRepeats(std::vector<std::string> lines) {
     return lines;
 }
 
-/// The log since the turn began, without the root.
+/// The log since the cycle began, without the root.
 std::vector<std::string> logOf(Device& device) {
     auto lines = withoutRepeats(device.log());
     for (std::string& line : lines) {
@@ -135,9 +137,9 @@ Outcome outcomeOf(Device& device) {
             !targets.empty() && targets.back().find("device-1") != std::string::npos};
 }
 
-/// The next good turn makes everything good.
+/// The next good cycle makes everything good.
 void expectHealing(Device& device, InitialState initial) {
-    ASSERT_TRUE(device.goodTurn(later)) << "it does not poll again";
+    ASSERT_TRUE(device.goodCycle(later)) << "it does not poll again";
     EXPECT_EQ(versionsOf(device), allOf(later));
     EXPECT_THAT(device.wrongModes(), IsEmpty());
     EXPECT_THAT(device.leftovers(), IsEmpty());
@@ -148,13 +150,13 @@ void expectHealing(Device& device, InitialState initial) {
     EXPECT_TRUE(device.daemon().isRunning());
 }
 
-/// Restarted where it was killed, it makes everything good with one poll. Only when the tag is
-/// there already, that poll brings nothing, and what came before the tag or should have come behind
+/// Restarted where it was killed, it makes everything good with one poll. Only when the ETag is
+/// there already, that poll brings nothing, and what came before the ETag or should have come after
 /// it waits for the next policy.
 void expectRecovery(Device& device, InitialState initial) {
     auto expected = versionsOf(device);
     EXPECT_THAT(expected, Each(Pair(_, Ne(torn))));
-    // A policy that was lost in its replacement is asked for without the tag.
+    // A policy that was lost in its replacement is requested without the ETag.
     const bool isCutOff = expected.at(File::policy) == absent &&
                           std::filesystem::exists(device.root() / (pathOf(File::policy) + ".tmp"));
     const int tag = isCutOff ? absent : expected.at(File::tag);
@@ -166,7 +168,7 @@ void expectRecovery(Device& device, InitialState initial) {
     device.restart();
     EXPECT_EQ(device.server().polls().back(),
               tag == absent ? std::nullopt : std::optional(policyVersion(tag).etag));
-    ASSERT_TRUE(device.goodTurn(offered)) << "it does not poll again";
+    ASSERT_TRUE(device.goodCycle(offered)) << "it does not poll again";
     EXPECT_EQ(versionsOf(device), expected);
     expectHealing(device, initial);
 }
@@ -198,12 +200,12 @@ class FaultsTest : public ::testing::Test {
     }
 };
 
-void expectStatedOutcome(const TurnModel& model, const Fault& fault) {
+void expectStatedOutcome(const CycleModel& model, const Fault& fault) {
     SCOPED_TRACE(describe(model, fault));
     const Call& call = model.calls().at(fault.index);
     Device device(model.initial());
-    const auto calls = device.turn(offered, {failure(call, fault.error, fault.lasting)},
-                                   call.inChild ? Traced::everything : Traced::mainThread);
+    const auto calls = device.runCycle(offered, {failure(call, fault.error, fault.lasting)},
+                                       call.inChild ? Traced::everything : Traced::mainThread);
     const auto first =
         std::find_if(calls.begin(), calls.end(), [](const Call& made) { return made.spoilt; });
     ASSERT_TRUE(first != calls.end()) << "nothing failed";
@@ -215,16 +217,16 @@ void expectStatedOutcome(const TurnModel& model, const Fault& fault) {
     expectHealing(device, model.initial());
 }
 
-void expectRecoveryFromKill(const TurnModel& model, std::size_t index) {
+void expectRecoveryFromKill(const CycleModel& model, std::size_t index) {
     const Call& call = model.calls().at(index);
     SCOPED_TRACE(nameOf(model.initial()) + ", killed at " + describe(call));
     Device device(model.initial());
-    (void)device.turn(offered, {kill(call)});
+    (void)device.runCycle(offered, {kill(call)});
     ASSERT_FALSE(device.daemon().isRunning());
     const auto versions = versionsOf(device);
     EXPECT_EQ(versions, model.versionsBefore(index));
     EXPECT_TRUE(versions.at(File::tag) != offered || versions.at(File::policy) == offered)
-        << "a tag without its policy";
+        << "an ETag without its policy";
     EXPECT_THAT(device.wrongModes(), Each(StartsWith("."))) << "other than of a scratch file";
     expectOneScratchFileEach(device);
     expectRecovery(device, model.initial());
@@ -233,7 +235,7 @@ void expectRecoveryFromKill(const TurnModel& model, std::size_t index) {
 /// Everything that can fail, in each way and for as long. But strace counts a child's calls from
 /// the start of each child: what is tried again when it was interrupted would be interrupted for
 /// ever.
-std::vector<Fault> matrix(const TurnModel& model) {
+std::vector<Fault> matrix(const CycleModel& model) {
     std::vector<Fault> faults;
     for (std::size_t i = 0; i < model.calls().size(); ++i) {
         for (const ErrorName& error : errors) {
@@ -273,10 +275,10 @@ std::vector<Part> parts(std::size_t count) {
     return all;
 }
 
-TEST(TurnModelTest, ACallThatNothingIsStatedAboutIsRefused) {
+TEST(CycleModelTest, ACallThatNothingIsStatedAboutIsRefused) {
     for (const char* path : {"sys/class/dmi/id/product_uuid", "etc/hosts", "home/.orvane/new"}) {
         const Call call{"openat", 1, CallKind::open, path, "", false, false, false, false};
-        const TurnModel model(InitialState::nextPolicy, {call, call});
+        const CycleModel model(InitialState::nextPolicy, {call, call});
         EXPECT_THROW((void)model.outcomeWith({1, EIO, Lasting::once}), std::runtime_error) << path;
     }
 }
@@ -284,12 +286,12 @@ TEST(TurnModelTest, ACallThatNothingIsStatedAboutIsRefused) {
 class EachInitialState : public FaultsTest, public ::testing::WithParamInterface<InitialState> {};
 INSTANTIATE_TEST_SUITE_P(Faults, EachInitialState, ::testing::ValuesIn(allInitialStates));
 
-TEST_P(EachInitialState, AGoodTurnMakesTheSameCallsEachTimeAndEndsAsStated) {
-    const TurnModel model = recorded(GetParam());
+TEST_P(EachInitialState, AGoodCycleMakesTheSameCallsEachTimeAndEndsAsStated) {
+    const CycleModel model = recorded(GetParam());
     std::cout << model.calls().size() << " calls\n";
     EXPECT_EQ(model.calls(), recorded(GetParam()).calls());
     Device device(GetParam());
-    (void)device.turn(offered, {});
+    (void)device.runCycle(offered, {});
     EXPECT_EQ(outcomeOf(device), model.goodOutcome());
     EXPECT_THAT(device.leftovers(), IsEmpty());
     expectHealing(device, GetParam());
@@ -302,7 +304,7 @@ class EachPart : public FaultsTest, public ::testing::WithParamInterface<Part> {
 INSTANTIATE_TEST_SUITE_P(Faults, EachPart, ::testing::ValuesIn(parts(3)), testNameOf);
 
 TEST_P(EachPart, AnInputOutputErrorOfAnyCallHasTheStatedOutcome) {
-    const TurnModel model = recorded(part.initial);
+    const CycleModel model = recorded(part.initial);
     for (std::size_t i = 0; i < model.calls().size(); ++i) {
         if (part.has(i) && !model.keepsPipeOpen(i, Lasting::once)) {
             expectStatedOutcome(model, {i, EIO, Lasting::once});
@@ -311,7 +313,7 @@ TEST_P(EachPart, AnInputOutputErrorOfAnyCallHasTheStatedOutcome) {
 }
 
 TEST_P(EachPart, KilledAtAnyCallItRecoversWithOnePoll) {
-    const TurnModel model = recorded(part.initial);
+    const CycleModel model = recorded(part.initial);
     for (std::size_t i = 0; i < model.calls().size(); ++i) {
         if (part.has(i) && !model.calls()[i].inChild) {
             expectRecoveryFromKill(model, i);
@@ -321,24 +323,24 @@ TEST_P(EachPart, KilledAtAnyCallItRecoversWithOnePoll) {
 
 TEST_P(EachPart, OfAllOtherFailuresASampleHasTheStatedOutcome) {
     constexpr std::size_t each = 127;  // no divisor of the numbers of errors and parts
-    const TurnModel model = recorded(part.initial);
+    const CycleModel model = recorded(part.initial);
     const auto faults = matrix(model);
     for (std::size_t i = part.index * each / part.count; i < faults.size(); i += each) {
         expectStatedOutcome(model, faults[i]);
     }
 }
 
-/// What operators are told to do: without a tag the next poll brings everything.
+/// What the manual tells operators to do: without an ETag the next poll brings everything.
 void expectRepair(Device& device) {
     std::filesystem::remove(device.root() / pathOf(File::tag));
-    device.server().answerOne(offered);  // the poll that is held has the tag yet
-    ASSERT_TRUE(device.goodTurn(offered));
+    device.server().answerOne(offered);  // the poll that is held still has the ETag
+    ASSERT_TRUE(device.goodCycle(offered));
     EXPECT_EQ(versionsOf(device), allOf(offered));
 }
 
-TEST_F(FaultsTest, WithoutItsFlushANewPolicyIsNotThereUntilTheTagFileIsRemoved) {
+TEST_F(FaultsTest, WithoutItsFlushANewPolicyIsMissingUntilTheEtagFileIsRemoved) {
     Device device(InitialState::nextPolicy);
-    (void)device.turn(offered, {"fsync:error=EIO:when=1"});
+    (void)device.runCycle(offered, {"fsync:error=EIO:when=1"});
     ASSERT_TRUE(device.pollsAgain());
     auto expected = allOf(offered);
     expected[File::policy] = before;
@@ -347,15 +349,15 @@ TEST_F(FaultsTest, WithoutItsFlushANewPolicyIsNotThereUntilTheTagFileIsRemoved) 
     expectRepair(device);
 }
 
-TEST_F(FaultsTest, KilledBehindTheTagTheEffectiveConfigurationIsOldUntilTheTagFileIsRemoved) {
-    const TurnModel model = recorded(InitialState::nextPolicy);
+TEST_F(FaultsTest, KilledAfterTheEtagTheEffectiveConfigurationIsOld) {
+    const CycleModel model = recorded(InitialState::nextPolicy);
     const auto fetch =
         std::find_if(model.calls().begin(), model.calls().end(),
                      [](const Call& call) { return call.path == "stderr"; });  // "policy updated"
     Device device(model.initial());
-    (void)device.turn(offered, {kill(*fetch)});
+    (void)device.runCycle(offered, {kill(*fetch)});
     device.restart();
-    ASSERT_TRUE(device.goodTurn(offered));
+    ASSERT_TRUE(device.goodCycle(offered));
     auto expected = allOf(offered);
     expected[File::effective] = before;
     EXPECT_EQ(versionsOf(device), expected);
@@ -364,21 +366,22 @@ TEST_F(FaultsTest, KilledBehindTheTagTheEffectiveConfigurationIsOldUntilTheTagFi
 
 TEST_F(FaultsTest, WhereNothingCanBeRemovedScratchFilesDoNotPileUp) {
     Device device(InitialState::firstPolicy);
-    for (int turns = 0; turns < 3; ++turns) {
-        (void)device.turn(offered, {"fsync:error=EIO", "unlink:error=EACCES"});
-        EXPECT_THAT(device.leftovers(), SizeIs(4));  // activity log, policy, tag, effective
+    for (int cycles = 0; cycles < 3; ++cycles) {
+        (void)device.runCycle(offered, {"fsync:error=EIO", "unlink:error=EACCES"});
+        EXPECT_THAT(device.leftovers(), SizeIs(4));  // activity log, policy, ETag, effective
         expectOneScratchFileEach(device);
     }
     expectHealing(device, InitialState::firstPolicy);
 }
 
-/// Two mishaps in one turn. The first is a failure, the second a failure or the end of the process.
+/// Two failures in one cycle. The first is a failure, the second a failure or the end of the
+/// process.
 struct Compound {
     Fault first;
     Fault second;
     bool isKilled = false;
 
-    [[nodiscard]] std::string text(const TurnModel& model) const {
+    [[nodiscard]] std::string text(const CycleModel& model) const {
         return describe(model, first) + "; " +
                (isKilled ? "killed at " + describe(model.calls().at(second.index))
                          : describe(model, second));
@@ -386,7 +389,8 @@ struct Compound {
 
     /// strace keeps one rule for all calls of a name: two failures there are one rule's first and
     /// last. Absent when it cannot say it.
-    [[nodiscard]] std::optional<std::vector<std::string>> injections(const TurnModel& model) const {
+    [[nodiscard]] std::optional<std::vector<std::string>> injections(
+        const CycleModel& model) const {
         const Call& a = model.calls().at(first.index);
         const Call& b = model.calls().at(second.index);
         if (a.name != b.name) {
@@ -413,7 +417,7 @@ class Draw {
     }
     std::size_t below(std::size_t limit) { return generator_() % limit; }
 
-    Compound compound(const TurnModel& model) {
+    Compound compound(const CycleModel& model) {
         for (;;) {
             Compound pair{fault(model), fault(model), below(2) == 0};
             const bool isSayable = pair.injections(model).has_value();
@@ -426,7 +430,7 @@ class Draw {
     }
 
   private:
-    Fault fault(const TurnModel& model) {
+    Fault fault(const CycleModel& model) {
         std::size_t index = 0;
         do {
             index = below(model.calls().size());
@@ -435,8 +439,8 @@ class Draw {
                 below(2) == 0 ? Lasting::once : Lasting::fromThenOn};
     }
 
-    /// Behind another mishap a close may be any other.
-    static bool mayKeepPipeOpen(const TurnModel& model, const Fault& fault) {
+    /// After another failure a close may be any other.
+    static bool mayKeepPipeOpen(const CycleModel& model, const Fault& fault) {
         return model.initial() == InitialState::firstPolicy &&
                model.calls().at(fault.index).kind == CallKind::close;
     }
@@ -444,14 +448,14 @@ class Draw {
     std::mt19937 generator_;
 };
 
-/// What may be told of a failure: what failed, and nothing twice.
-void expectNothingButStatedLines(Device& device, const TurnModel& model, const Compound& pair) {
+/// What may be logged about a failure: what failed, and nothing twice.
+void expectNothingButStatedLines(Device& device, const CycleModel& model, const Compound& pair) {
     const auto good = model.goodOutcome().log;
-    std::set<std::string> told;
+    std::set<std::string> logged;
     for (const std::string& line : logOf(device)) {
         const auto reason = line.find(" failed: ");
         const std::string what = line.substr(0, reason);
-        EXPECT_TRUE(told.insert(what).second) << "twice: " << line;
+        EXPECT_TRUE(logged.insert(what).second) << "twice: " << line;
         if (reason == std::string::npos) {
             EXPECT_TRUE(std::count(good.begin(), good.end(), line) == 1 ||
                         line == "default No usable profile — sleeping 30s and retrying")
@@ -473,9 +477,9 @@ void expectNothingButStatedLines(Device& device, const TurnModel& model, const C
     }
 }
 
-void expectRecoveryFrom(const TurnModel& model, const Compound& pair) {
+void expectRecoveryFrom(const CycleModel& model, const Compound& pair) {
     Device device(model.initial());
-    (void)device.turn(offered, pair.injections(model).value());
+    (void)device.runCycle(offered, pair.injections(model).value());
     const bool lives = device.pollsAgain();
     EXPECT_THAT(versionsOf(device), Each(Pair(_, Ne(torn))));
     expectOneScratchFileEach(device);
@@ -511,7 +515,7 @@ void expectRecoveryFromPairs(std::uint32_t first, std::uint32_t step, std::uint3
     std::size_t runs = 0;
     for (std::uint32_t number = first; number < end; number += step) {
         Draw draw(seed, number);
-        const TurnModel& model = models.at(draw.below(models.size()));
+        const CycleModel& model = models.at(draw.below(models.size()));
         const Compound pair = draw.compound(model);
         SCOPED_TRACE("ORVANE_SEED=" + std::to_string(seed) +
                      " ORVANE_PAIR=" + std::to_string(number) + ": " + pair.text(model));
@@ -522,7 +526,7 @@ void expectRecoveryFromPairs(std::uint32_t first, std::uint32_t step, std::uint3
     std::cout << runs << " pairs, of which " << killed << " with the end of the process\n";
 }
 
-TEST_F(FaultsTest, TwoMishapsAtOnceASample) {
+TEST_F(FaultsTest, ASampleOfPairs) {
     expectRecoveryFromPairs(0, 1, 25);
 }
 
@@ -530,7 +534,7 @@ constexpr std::uint32_t pairParts = 4;
 class NightlyPairs : public FaultsTest, public ::testing::WithParamInterface<std::uint32_t> {};
 INSTANTIATE_TEST_SUITE_P(Nightly, NightlyPairs, ::testing::Range(0U, pairParts));
 
-TEST_P(NightlyPairs, TwoMishapsAtOnceTenThousandTimes) {
+TEST_P(NightlyPairs, TenThousandPairs) {
     expectRecoveryFromPairs(GetParam(), pairParts, numberFrom("ORVANE_PAIRS", 10000));
 }
 
@@ -538,7 +542,7 @@ class NightlyFaults : public EachPart {};
 INSTANTIATE_TEST_SUITE_P(Nightly, NightlyFaults, ::testing::ValuesIn(parts(4)), testNameOf);
 
 TEST_P(NightlyFaults, EveryFailureOfAnyCallHasTheStatedOutcome) {
-    const TurnModel model = recorded(part.initial);
+    const CycleModel model = recorded(part.initial);
     const auto faults = matrix(model);
     std::size_t runs = 0;
     for (std::size_t i = part.index; i < faults.size(); i += part.count) {

@@ -19,11 +19,11 @@ class PolicyServer {
 
     [[nodiscard]] std::string url() const { return server_.url(); }
 
-    /// Answers one poll, the one that is held or the next to come: with 304 when it has the tag of
+    /// Answers one poll, the one that is held or the next to come: with 304 when it has the ETag of
     /// `version`, else with that version's policy.
     void answerOne(int version);
 
-    /// The tags, without their quotes, of all polls so far.
+    /// The ETags, without their quotes, of all polls so far.
     [[nodiscard]] std::vector<std::optional<std::string>> polls() const;
     /// The targets, with their queries, of all requests for the effective configuration so far.
     [[nodiscard]] std::vector<std::string> effectiveTargets() const;

@@ -1,5 +1,5 @@
-// One whole turn with writes that take less than they are given. strace(1) can only claim that a
-// write was short; here it is, for the call is made with a smaller size.
+// One whole poll cycle with writes that take less than they are given. strace(1) can only claim
+// that a write was short; here it is, for the call is made with a smaller size.
 #include "config/orvane_config.h"
 #include "daemon/policy_runner.h"
 #include "faults/policy_server.h"
@@ -24,22 +24,22 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::SizeIs;
 
-/// What becomes of the writes behind the short one.
+/// What becomes of the writes after the short one.
 enum class Then { fine, shortToo, full, nothingTaken };
 
 class ShortWritesTest : public DaemonTest {
   protected:
-    /// One turn on a device without any files. Of the writes to files below the root, those before
+    /// One cycle on a device without any files. Of the writes to files below the root, those before
     /// `first` are as they should be, that one takes half of what it is given. Gives the names of
     /// the files that were written to, one for each write.
-    std::vector<std::string> turn(std::size_t first, Then then) {
+    std::vector<std::string> runCycle(std::size_t first, Then then) {
         for (const auto& entry : fs::directory_iterator(root())) {
             fs::remove_all(entry.path());
         }
         log.clear();
         PolicyServer server;
         server.answerOne(offered);
-        enrol(server.url());
+        enroll(server.url());
         PolicyRunner runner;
         std::vector<std::string> writes;
         SystemCallHooks hooks;
@@ -50,15 +50,15 @@ class ShortWritesTest : public DaemonTest {
             }
             const std::size_t number = writes.size();
             writes.push_back(path.filename());
-            const bool isBehind = number > first;
-            if (isBehind && then == Then::full) {
+            const bool isLater = number > first;
+            if (isLater && then == Then::full) {
                 return failWith(ENOSPC);
             }
-            if (isBehind && then == Then::nothingTaken) {
+            if (isLater && then == Then::nothingTaken) {
                 errno = 0;
                 return 0;
             }
-            if (number == first || (isBehind && then == Then::shortToo)) {
+            if (number == first || (isLater && then == Then::shortToo)) {
                 size = (size + 1) / 2;
             }
             return std::nullopt;
@@ -88,8 +88,8 @@ class ShortWritesTest : public DaemonTest {
         }
     }
 
-    /// With every write behind the one at `first` failing: what was written before is there, of the
-    /// rest nothing is, and each file's failure was told once.
+    /// With every write after the one at `first` failing: what was written before is there, of the
+    /// rest nothing is, and each file's failure was logged once.
     void expectStoredBefore(std::size_t first, const std::vector<std::string>& writes,
                             const std::string& reason) const {
         const auto isStored = [&](const fs::path& file) {
@@ -121,39 +121,39 @@ class ShortWritesTest : public DaemonTest {
 };
 
 TEST_F(ShortWritesTest, OneShortWriteIsCarriedOn) {
-    const auto writes = turn(never, Then::fine);
+    const auto writes = runCycle(never, Then::fine);
     expectEverythingStored();
     for (std::size_t i = 0; i < writes.size(); ++i) {
         SCOPED_TRACE(writes[i]);
         // Of a line end there is no half.
-        EXPECT_EQ(turn(i, Then::fine).size(), writes.size() + (isLineEnd(writes, i) ? 0 : 1));
+        EXPECT_EQ(runCycle(i, Then::fine).size(), writes.size() + (isLineEnd(writes, i) ? 0 : 1));
         expectEverythingStored();
     }
 }
 
 TEST_F(ShortWritesTest, WritesThatAreShortFromThenOnAreCarriedOn) {
-    const auto writes = turn(never, Then::fine);
+    const auto writes = runCycle(never, Then::fine);
     for (std::size_t i = 0; i < writes.size(); ++i) {
         SCOPED_TRACE(writes[i]);
-        EXPECT_GT(turn(i, Then::shortToo).size(), writes.size());
+        EXPECT_GT(runCycle(i, Then::shortToo).size(), writes.size());
         expectEverythingStored();
     }
 }
 
 TEST_F(ShortWritesTest, ADiskThatFillsUpWithinAWriteKeepsPartsOutOfAllFiles) {
-    const auto writes = turn(never, Then::fine);
+    const auto writes = runCycle(never, Then::fine);
     for (std::size_t i = 0; i < writes.size(); ++i) {
         SCOPED_TRACE(writes[i]);
-        (void)turn(i, Then::full);
+        (void)runCycle(i, Then::full);
         expectStoredBefore(i, writes, std::generic_category().message(ENOSPC));
     }
 }
 
 TEST_F(ShortWritesTest, WritesThatTakeNothingWithoutAReasonAreFailures) {
-    const auto writes = turn(never, Then::fine);
+    const auto writes = runCycle(never, Then::fine);
     for (std::size_t i = 0; i < writes.size(); ++i) {
         SCOPED_TRACE(writes[i]);
-        (void)turn(i, Then::nothingTaken);
+        (void)runCycle(i, Then::nothingTaken);
         expectStoredBefore(i, writes, std::generic_category().message(EIO));
     }
 }

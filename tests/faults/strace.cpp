@@ -69,7 +69,7 @@ CallKind kindOf(const std::string& name) {
     return found == kinds.end() ? CallKind::other : found->second;
 }
 
-/// What stands between the first `open` and the next `close` behind `from`.
+/// What is between the first `open` and the next `close` after `from`.
 std::optional<std::string> between(const std::string& text, char open, char close,
                                    std::size_t& from) {
     const auto start = text.find(open, from);

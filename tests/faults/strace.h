@@ -1,5 +1,5 @@
-// strace(1) attached to a running daemon: it tells the file and process calls of the thread that
-// makes them all, and spoils the ones it is told to.
+// strace(1) attached to a running daemon: it reports the file and process calls of the thread that
+// makes them all, and makes chosen ones fail.
 //
 // Only the main thread is traced: the other one makes no file or process call (a test says so).
 // Counting starts when strace attaches, so the start of the process plays no part.

@@ -1,4 +1,4 @@
-"""Addresses that are silent, and connections that are dead without anybody having said so."""
+"""Addresses that are silent, and connections that died silently."""
 
 import asyncio
 import re
@@ -44,7 +44,7 @@ async def handshake(world):
 
 
 async def silent_ipv6(where, port):
-    """A listener on IPv6 that never says a word."""
+    """A listener on IPv6 that never sends anything."""
     address = f"{where.net6}:9"
     where.add_front(address)
 
@@ -140,7 +140,7 @@ async def moving(world, http2, gap):
 
 @case("dead", is_short=False)
 async def dead(world):
-    """A connection that dies in mid-hold without a word."""
+    """A connection that dies silently during a hold."""
     ways = [("address changed", change_address, 5), ("connection forgotten", forget, 75)]
     runs = [dying(world, *way, http2) for way in ways for http2 in (True, False)]
     return [figure for figures in await asyncio.gather(*runs) for figure in figures]

@@ -1,4 +1,4 @@
-"""Tags that front ends refuse, proxies and servers that say no, bodies of the largest size."""
+"""ETags that front ends refuse, proxies and servers that say no, bodies of the largest size."""
 
 import asyncio
 
@@ -36,7 +36,7 @@ class Versions:
 
 @case("tags", per_front=True)
 async def tags(world, name):
-    """A policy with a long tag, and then one with a short tag."""
+    """A policy with a long ETag, and then one with a short one."""
     sizes = (8_200, 33_000, 65_000)
     if not world.is_short:
         sizes += (1_000, 4_000, 16_000, 60_000, 100_000, 320_000)
@@ -66,7 +66,7 @@ async def tag(world, where, front, size):
     refusals = [line for line in lines if line["status"] != 200]
     words = ", then ".join(str(line["status"] or line["error"]) for line in refusals) or "taken"
     holds = daemon.tag() == "small" and len(refusals) <= (0 if size <= 1_024 else 1)
-    about = f"tag of {size:,} bytes, {front}"
+    about = f"ETag of {size:,} bytes, {front}"
     return Figure(about, f"{words}; back-offs until the next policy: {len(refusals)}", holds)
 
 

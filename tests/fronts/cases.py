@@ -1,4 +1,4 @@
-"""What everything stands on that is tried: the case, its figures, and what cases have in common."""
+"""What every case has in common: its figures, and helpers."""
 
 import asyncio
 import dataclasses

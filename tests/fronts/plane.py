@@ -56,7 +56,7 @@ class Account:
 
 
 def policy(tag, size=0):
-    """A policy with this tag, of `size` bytes or a little more."""
+    """A policy with this ETag, of `size` bytes or a little more."""
     text = json.dumps({"etag": tag, "guard_config": {"capture": {"enabled": True, "hosts": ["a.example"]}}, "note": ""})
     return (text[:-2] + "x" * max(0, size - len(text)) + text[-2:]).encode()
 

@@ -1,4 +1,4 @@
-"""A TCP relay that makes every way as long as it is told to, and cuts what goes through it."""
+"""A TCP relay that delays what goes through it by a set time, and cuts connections."""
 
 import asyncio
 import socket

@@ -133,7 +133,7 @@ class Device:
 
 
 class Daemon:
-    """The daemon as it ships, on a device, with a home of its own. With `sleep` it is a twin, each of
+    """The daemon as it ships, on a device, with a home of its own. With `sleep` it is a build of its own, each of
     whose sleeps takes that many seconds."""
 
     def __init__(self, device, place, account, url, sleep=None, by_identity=False, environment=(), group=None):

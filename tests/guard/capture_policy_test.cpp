@@ -68,7 +68,7 @@ TEST(CaptureDerivationTest, WhatIsMissingOrOfAnotherTypeHasADefault) {
     });
 }
 
-TEST(CaptureDerivationTest, HostsAreAllTextsOrNone) {
+TEST(CaptureDerivationTest, HostsAreAllStringsOrNone) {
     expectAll({
         {R"({"guard_config":{"capture":{"hosts":["a",1,"b"]}}})", {}},
         {R"({"guard_config":{"capture":{"hosts":[null]}}})", {}},
@@ -319,7 +319,7 @@ TEST_F(CaptureFileTest, ASecondTimeNothingIsWrittenOrLogged) {
     EXPECT_EQ(log.raw(), "");
 }
 
-TEST_F(CaptureFileTest, AFileThatSaysTheSameInOtherWordsStays) {
+TEST_F(CaptureFileTest, AFileWithEquivalentContentStays) {
     const std::string existing = R"({"x":1, "intercept_hosts":["a"], "enabled":true})";
     writeFile(captureFile(), existing);
     fs::permissions(captureFile(), fs::perms(0600));
@@ -470,7 +470,7 @@ TEST_F(CaptureFileTest, ItsDirectoryGetsTheMasksMode) {
     }
 }
 
-TEST_F(CaptureFileTest, TheModeIsSetAnewWithEveryWrite) {
+TEST_F(CaptureFileTest, TheModeIsSetWithEveryWrite) {
     for (const unsigned mode : {0600U, 0666U, 0777U}) {
         SCOPED_TRACE(mode);
         writeFile(captureFile(), "{}");

@@ -1,4 +1,4 @@
-// Which variables of the environment a turn asks for: docs/security.md lists them all.
+// Which variables of the environment a poll cycle asks for: docs/security.md lists them all.
 #include "daemon/policy_runner.h"
 #include "support/daemon_test.h"
 #include "support/scripted_server.h"
@@ -61,8 +61,8 @@ std::string page() {
 
 class EnvironmentVariablesTest : public DaemonTest {
   protected:
-    /// The names that a turn asks for at `url`, from the first use of every library on.
-    std::set<std::string> askedByATurnAt(const std::string& url) {
+    /// The names that a poll cycle asks for at `url`, from the first use of every library on.
+    std::set<std::string> askedByACycleAt(const std::string& url) {
         writeFile(orvane() / "config", "[default]\napi_url=" + url + "\napi_key=key-1\n");
         virtual_clock::onSleep([](double) { throw virtual_clock::EndOfLoop(); });
         std::set<std::string> names;
@@ -77,16 +77,16 @@ class EnvironmentVariablesTest : public DaemonTest {
     }
 };
 
-TEST_F(EnvironmentVariablesTest, AllThatATurnAsksForAreInTheTable) {
+TEST_F(EnvironmentVariablesTest, AllThatACycleAsksForAreInTheTable) {
     const TestCa ca;
     ca.trustIn(root() / "etc/ssl/certs");
     ScriptedServer server(ca.issueForLoopback());
     server.on(pollPath, {answer(200, "{}"), answer(500)});
     server.on(effectivePath, {answer(404)});
-    auto names = askedByATurnAt(server.url());
-    // For another machine's address proxies count. They are asked for in this order.
+    auto names = askedByACycleAt(server.url());
+    // For another machine's address proxies count. They are looked up in this order.
     ::setenv("ALL_PROXY", "http://127.0.0.1:1", 1);
-    names.merge(askedByATurnAt("https://192.0.2.1"));
+    names.merge(askedByACycleAt("https://192.0.2.1"));
     EXPECT_THAT(names, IsSupersetOf({"ORVANE_API_KEY", "JOURNAL_STREAM", "https_proxy",
                                      "HTTPS_PROXY", "all_proxy", "ALL_PROXY", "no_proxy"}));
     // LLVM's unwinder, which only builds with libc++ have, asks what to print of its own work.
@@ -105,7 +105,7 @@ TEST_F(EnvironmentVariablesTest, NoneBringsOtherCertificates) {
         ::setenv(name, ca.certificate().c_str(), 1);
     }
     ::setenv("SSL_CERT_DIR", (root() / "elsewhere").c_str(), 1);
-    (void)askedByATurnAt(server.url());
+    (void)askedByACycleAt(server.url());
     EXPECT_THAT(logged("error"), ::testing::Contains(HasSubstr("certificate")));
     EXPECT_TRUE(server.requests().empty());
 }

@@ -36,7 +36,7 @@ using namespace std::string_literals;
 
 constexpr uid_t nobody = 65534;
 
-/// What the server has to give in the turn `number`, different every time.
+/// What the server has to give in the cycle `number`, different every time.
 std::string policyOf(int number) {
     std::string hosts = R"("a")";
     for (int i = 1; i < number; ++i) {
@@ -46,7 +46,7 @@ std::string policyOf(int number) {
            hosts + "]}}}";
 }
 std::string effectiveOf(int number) {
-    return R"({"turn":)" + std::to_string(number) + "}";
+    return R"({"cycle":)" + std::to_string(number) + "}";
 }
 
 /// Where the daemon finds its credentials.
@@ -61,12 +61,12 @@ class PlantedFilesTest : public DaemonTest {
         fs::permissions(root(), fs::perms(0755));
     }
 
-    /// One turn in a child process that is `ordinary` or has this one's privileges.
-    static void takeTurn(int number, Source source, bool ordinary) {
+    /// One cycle in a child process that is `ordinary` or has this one's privileges.
+    static void runCycle(int number, Source source, bool ordinary) {
         (void)(ordinary ? inUnprivilegedChild : inChild)([&]() -> std::string {
             ScriptedServer server;
             if (source == Source::enrollment) {
-                enrol(server.url());
+                enroll(server.url());
             } else if (source == Source::config) {
                 writeFile(orvane() / "config",
                           "[default]\napi_url=" + server.url() + "\napi_key=key-1\n");
@@ -203,7 +203,7 @@ bool plant(Obstacle obstacle, const fs::path& path, const fs::path& victims) {
     return false;
 }
 
-/// All that this user can see of what stands at `path`.
+/// All that this user can see of what is at `path`.
 std::string describe(const fs::path& path) {
     struct stat status {};
     if (::lstat(path.c_str(), &status) != 0) {
@@ -272,7 +272,7 @@ const std::vector<Target> targets{
 struct Outcome {
     enum class Effect {
         stays,   ///< untouched
-        goes,    ///< and is not followed; a file of the daemon's may stand there now
+        goes,    ///< and is not followed; a file of the daemon's may be there now
         isUsed,  ///< as a directory or file of the daemon's own would be
     };
     Effect effect = Effect::goes;
@@ -343,7 +343,7 @@ class PlantedFileTest : public PlantedFilesTest, public testing::WithParamInterf
         fs::create_directories(root() / "private/tmp");
     }
 
-    /// What a turn logs.
+    /// What a poll cycle logs.
     [[nodiscard]] static std::vector<std::string> linesOf(int number, Source source,
                                                           const fs::path& path, Use use,
                                                           const std::string& error,
@@ -400,7 +400,7 @@ class PlantedFileTest : public PlantedFilesTest, public testing::WithParamInterf
 
         const Use use = GetParam().use;
         const Outcome outcome = outcomeOf(obstacle, use, ordinary);
-        takeTurn(1, GetParam().source, ordinary);
+        runCycle(1, GetParam().source, ordinary);
         // A temporary that is there gives its mode to the file.
         const bool unreadable = ordinary && obstacle == Obstacle::unreadableFile &&
                                 GetParam().name == "PolicyTemporary"s;
@@ -418,7 +418,7 @@ class PlantedFileTest : public PlantedFilesTest, public testing::WithParamInterf
         }
 
         fs::remove_all(path);
-        takeTurn(2, GetParam().source == Source::none ? Source::config : GetParam().source,
+        runCycle(2, GetParam().source == Source::none ? Source::config : GetParam().source,
                  ordinary);
         EXPECT_THAT(takeLog(), ElementsAreArray(linesOf(2, Source::config, path, use, "", true)));
         EXPECT_EQ(readFile(orvane() / "policy.json"), policyOf(2));
@@ -462,7 +462,7 @@ class UnlistedDirectoryTest : public PlantedFilesTest {
     }
 
     void expectAllStored() {
-        takeTurn(1, Source::config, true);
+        runCycle(1, Source::config, true);
         for (const std::string& line : takeLog()) {
             EXPECT_THAT(line, ::testing::Not(::testing::HasSubstr("write")));
         }
@@ -487,7 +487,7 @@ TEST_F(UnlistedDirectoryTest, AHome) {
     expectAllStored();
 }
 
-// --- A setup directory that belongs to somebody else, and where anybody may put obstacleNames
+// --- A setup directory that belongs to another account, and where every account may create files
 
 class StickySetupDirectoryTest : public PlantedFilesTest {
   protected:
@@ -502,9 +502,9 @@ class StickySetupDirectoryTest : public PlantedFilesTest {
     }
 };
 
-TEST_F(StickySetupDirectoryTest, AForeignCaptureFileStaysAndIsTold) {
+TEST_F(StickySetupDirectoryTest, AForeignCaptureFileStaysAndIsLogged) {
     writeFile(captureFile(), "planted");
-    takeTurn(1, Source::config, true);
+    runCycle(1, Source::config, true);
     EXPECT_EQ(readFile(captureFile()), "planted");
     EXPECT_THAT(namesIn(setup()), ElementsAre("capture-policy.json"));
     EXPECT_THAT(takeLog(), Contains("error capture-policy write failed: Operation not permitted"));
@@ -530,8 +530,8 @@ TEST_F(StickySetupDirectoryTest, ForeignThingsThatLookLikeLeftoversStay) {
 
 /// No promise, but how it is: docs/security.md.
 TEST_F(StickySetupDirectoryTest, AForeignEnrollmentIsBelieved) {
-    enrol("http://127.0.0.1:1", "planted");
-    takeTurn(1, Source::config, true);
+    enroll("http://127.0.0.1:1", "planted");
+    runCycle(1, Source::config, true);
     EXPECT_THAT(logLines(), Contains("default Using profile [managed] api=http://127.0.0.1:1"));
 }
 
@@ -539,7 +539,7 @@ TEST_F(StickySetupDirectoryTest, AForeignEnrollmentIsBelieved) {
 class SparseSetupFileTest : public StickySetupDirectoryTest,
                             public testing::WithParamInterface<const char*> {
   protected:
-    /// The most that any turn of this test has taken so far.
+    /// The most that any cycle of this test has taken so far.
     static long peakKiB() {
         rusage usage{};
         (void)::getrusage(RUSAGE_CHILDREN, &usage);
@@ -548,14 +548,14 @@ class SparseSetupFileTest : public StickySetupDirectoryTest,
 };
 
 TEST_P(SparseSetupFileTest, OfAnotherAccountTakesNoMemory) {
-    takeTurn(1, Source::config, true);
+    runCycle(1, Source::config, true);
     const long usual = peakKiB();
     fs::remove(captureFile());
     log.clear();
     const fs::path file = setup() / GetParam();
     writeFile(file, "");
     fs::resize_file(file, std::uintmax_t{99} << 20U);  // below the limit for what the daemon stores
-    takeTurn(2, Source::config, true);
+    runCycle(2, Source::config, true);
     EXPECT_LT(peakKiB(), usual + 4096);
     EXPECT_THAT(logLines(), Contains("default policy updated (" +
                                      std::to_string(policyOf(2).size()) + " bytes)"));
@@ -586,14 +586,14 @@ class LongCaptureFileTest : public StickySetupDirectoryTest {
 
 TEST_F(LongCaptureFileTest, IsComparedInLittleMemoryAndStays) {
     ORVANE_SKIP_UNDER_SANITIZERS("it measures memory, and sanitizers need some");
-    takeTurn(1, Source::config, true);
+    runCycle(1, Source::config, true);
     rusage usual{};
     (void)::getrusage(RUSAGE_CHILDREN, &usual);
     fs::remove(captureFile());
     writeLongCaptureFile();
     const auto size = fs::file_size(captureFile());
     log.clear();
-    takeTurn(1, Source::config, true);
+    runCycle(1, Source::config, true);
     rusage usage{};
     (void)::getrusage(RUSAGE_CHILDREN, &usage);
     EXPECT_LT(usage.ru_maxrss, usual.ru_maxrss + 4096);
@@ -605,11 +605,11 @@ TEST_F(LongCaptureFileTest, IsComparedInLittleMemoryAndStays) {
 
 class ModesTest : public PlantedFilesTest, public testing::WithParamInterface<mode_t> {
   protected:
-    /// Two turns under the mask, as a fresh daemon takes them.
-    static void takeTurns(Source source) {
+    /// Two cycles under the mask, as a fresh daemon takes them.
+    static void runCycles(Source source) {
         (void)::umask(GetParam());
-        takeTurn(1, source, false);
-        takeTurn(2, source, false);
+        runCycle(1, source, false);
+        runCycle(2, source, false);
         (void)::umask(022);
     }
 
@@ -627,12 +627,12 @@ class ModesTest : public PlantedFilesTest, public testing::WithParamInterface<mo
 };
 
 TEST_P(ModesTest, TheHomesFilesAndDirectoriesGetWhatTheMaskLeaves) {
-    takeTurns(Source::enrollment);
+    runCycles(Source::enrollment);
     expectModes(root() / "home", 6);  // .orvane, three files, logs, one file
 }
 
 TEST_P(ModesTest, TheCaptureFileIsForAllToReadInDirectoriesThatGetWhatTheMaskLeaves) {
-    takeTurns(Source::config);
+    runCycles(Source::config);
     expectModes(root() / "private", 3);  // tmp, dev.orvane.setup, one file
 }
 

@@ -1,5 +1,5 @@
 // A server that breaks the rules of HTTP, on every endpoint.
-#include "hostile/hostile_turn.h"
+#include "hostile/hostile_cycle.h"
 #include "platform/http_exchange.h"
 #include "support/http_library.h"
 #include "support/virtual_clock.h"
@@ -17,7 +17,7 @@ namespace {
 
 using namespace std::string_literals;
 
-class HostileServerTest : public HostileTurnTest {};
+class HostileServerTest : public HostileCycleTest {};
 
 TEST_P(HostileServerTest, IsEndured) {
     expectEndured(GetParam());
@@ -69,20 +69,20 @@ const std::vector<ServerFault> endings{
               })),
     onRequest("ClosesAfterTheRequest", lost(), closeAtOnce()),
     sends("ClosesWithinTheStatusLine", failed(), "HTTP/1.1 2"),
-    sends("ClosesBehindTheStatusLine", lost(), "HTTP/1.1 200 OK\r\n"),
+    sends("ClosesAfterTheStatusLine", lost(), "HTTP/1.1 200 OK\r\n"),
     sends("ClosesWithinTheHeader", lost(), "HTTP/1.1 200 OK\r\nContent-Le"),
     sends("ClosesBeforeTheEndOfTheHeader", lost(), "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n"),
-    sends("ClosesBehindAnInterimAnswer", failed(), "HTTP/1.1 100 Continue\r\n\r\n"),
-    sends("ClosesBehindTheHeader", lost(200), okWithLength10),
+    sends("ClosesAfterAnInterimAnswer", failed(), "HTTP/1.1 100 Continue\r\n\r\n"),
+    sends("ClosesAfterTheHeader", lost(200), okWithLength10),
     sends("ClosesWithinTheBody", lost(200), okWithLength10 + "{\"etag\":"s),
     sends("ClosesWithinAChunksSize", lost(200), okChunked + "1"s),
     sends("ClosesWithinAChunk", lost(200), okChunked + "5\r\n{}"s),
-    sends("ClosesBehindAChunk", lost(200), okChunked + "2\r\n{}\r\n"s),
+    sends("ClosesAfterAChunk", lost(200), okChunked + "2\r\n{}\r\n"s),
     sends("ClosesWithinTheLastChunk", lost(200), okChunked + "2\r\n{}\r\n0"s),
     sends("ClosesWithinTheTrailer", lost(200), okChunked + "2\r\n{}\r\n0\r\nX: y\r\n"s),
     resets("ResetsAfterTheRequest", lost(), ""),
     resets("ResetsWithinTheHeader", lost(), "HTTP/1.1 200 OK\r\nX: "),
-    resets("ResetsBehindTheHeader", lost(200), okWithLength10),
+    resets("ResetsAfterTheHeader", lost(200), okWithLength10),
     resets("ResetsWithinTheBody", lost(200), okWithLength10 + "{\"etag\":"s),
     resets("ResetsABodyWithoutLength", lost(200), "HTTP/1.1 200 OK\r\n\r\n{\"etag\":\"half\"}"),
 };
@@ -126,7 +126,8 @@ INSTANTIATE_TEST_SUITE_P(Garbage, HostileServerTest, onEveryEndpoint(garbage), n
 // --- Too much of everything
 
 const std::string megabyteLine = "X: " + std::string(1'000'000, 'x') + "\r\n";
-// Newer libraries take no more than 5,000 lines, in other words than the daemon's own.
+// Newer versions of libcurl take no more than 5,000 lines, and report it with a message of their
+// own.
 const std::string manyLines = repeated("X-Flood: " + std::string(100, 'x') + "\r\n", 1000);
 const std::string manyHints =
     repeated("HTTP/1.1 103 Early Hints\r\nLink: </x>; rel=preload\r\n\r\n", 1000);
@@ -181,7 +182,7 @@ const std::vector<ServerFault> chunks{
 };
 INSTANTIATE_TEST_SUITE_P(Chunks, HostileServerTest, onEveryEndpoint(chunks), nameOf);
 
-// --- Bodies that are not what was asked for
+// --- Bodies that are not what was requested
 
 const std::string portal =
     "<!DOCTYPE html><html><body>Please sign in to use this network</body></html>";

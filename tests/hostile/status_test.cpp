@@ -1,5 +1,5 @@
 // Every status there can be, on every endpoint, each with all that might lead elsewhere.
-#include "hostile/hostile_turn.h"
+#include "hostile/hostile_cycle.h"
 #include "support/sanitizers.h"
 #include "support/virtual_clock.h"
 
@@ -23,7 +23,7 @@ class EveryStatusTest : public DaemonTest {
     static constexpr int last = 599;
     /// What follows an interim answer.
     static constexpr int teapot = 418;
-    /// To another protocol, which nobody asked for: what follows is not HTTP any more.
+    /// To another protocol, which was not requested: what follows is not HTTP any more.
     static constexpr int switching = 101;
 
     /// An answer with `status` that points to the other server in every way there is.
@@ -89,7 +89,7 @@ class EveryStatusTest : public DaemonTest {
         EXPECT_THROW(runner.run(), virtual_clock::EndOfLoop);
     }
 
-    /// The lines of the log, behind the first, and that nobody else was spoken to.
+    /// The lines of the log after the first, and that no other server was contacted.
     void expectLogged(std::vector<std::string> lines) const {
         lines.insert(lines.begin(), "default Resolving credentials from ~/.orvane/config…");
         EXPECT_THAT(logLines(), ElementsAreArray(lines));
@@ -109,7 +109,7 @@ TEST_F(EveryStatusTest, IsActedOnAndLeadsNowhereElseOnAPoll) {
     for (const auto& file : {runner.policyPath, runner.etagPath, runner.effectivePath}) {
         writeFile(file, stored);
     }
-    enrol(server.url());
+    enroll(server.url());
     answerWithEveryStatus(pollPath);
     std::vector<std::string> lines{usingLine()};
     int sleeps = 0;
@@ -133,7 +133,7 @@ constexpr const char* likeAPoll = "threads do the same as on a poll";
 TEST_F(EveryStatusTest, IsActedOnAndLeadsNowhereElseOnAnEffectiveFetch) {
     ORVANE_SKIP_UNDER_THREAD_SANITIZER(likeAPoll);
     writeFile(runner.effectivePath, "stored");
-    enrol(server.url());
+    enroll(server.url());
     answerWithEveryStatus(effectivePath);
     std::vector<std::string> lines{usingLine()};
     for (int status = first; status <= last; ++status) {

@@ -1,6 +1,6 @@
 // A server that takes its time, on every endpoint: what the daemon bears, and that it bears no
 // more.
-#include "hostile/hostile_turn.h"
+#include "hostile/hostile_cycle.h"
 #include "platform/http_exchange.h"
 #include "support/test_files.h"
 #include "support/virtual_clock.h"
@@ -27,12 +27,12 @@ using namespace std::chrono_literals;
 
 // --- Silence
 
-class HostileSilenceTest : public HostileTurnTest {};
+class HostileSilenceTest : public HostileCycleTest {};
 
-TEST_P(HostileSilenceTest, IsBorneUpToTheLimit) {
+TEST_P(HostileSilenceTest, IsToleratedUpToTheLimit) {
     expectEndured(GetParam());
-    EXPECT_GE(turnTime, contextAt(std::get<Endpoint>(GetParam())).silence);
-    EXPECT_LT(turnTime, totalLimit);
+    EXPECT_GE(cycleTime, contextAt(std::get<Endpoint>(GetParam())).silence);
+    EXPECT_LT(cycleTime, totalLimit);
 }
 
 /// Never reads: what the daemon sends stays in the system's buffers.
@@ -78,7 +78,7 @@ class WhileConnecting {
                       std::this_thread::sleep_for(1ms);
                   }
                   virtual_clock::advance(limit - 5s);
-                  letWorkerTurn(session);
+                  letWorkerIterate(session);
                   virtual_clock::advance(6s);
               }) {}
     WhileConnecting(const WhileConnecting&) = delete;
@@ -116,7 +116,7 @@ StepFor drip(std::string head, std::string part) {
             for (auto passed = 0s; going && passed < totalLimit - 5s; passed += 1s) {
                 virtual_clock::advance(1s);
                 going = connection.send(part);
-                letWorkerTurn(session);
+                letWorkerIterate(session);
             }
             virtual_clock::advance(6s);
             return staySilent()(connection, request);
@@ -129,8 +129,8 @@ const std::vector<ServerFault> longSilences{
     onConnect("NeverReads", timedOut(), stall("", neverRead())),
     onRequest("StallsWithinTheStatusLine", timedOut(), stall("HTTP/1.1 2")),
     onRequest("StallsWithinTheHeader", timedOut(), stall("HTTP/1.1 200 OK\r\nContent-Le")),
-    onRequest("StallsBehindAnInterimAnswer", timedOut(), stall("HTTP/1.1 100 Continue\r\n\r\n")),
-    onRequest("StallsBehindTheHeader", timedOut(200),
+    onRequest("StallsAfterAnInterimAnswer", timedOut(), stall("HTTP/1.1 100 Continue\r\n\r\n")),
+    onRequest("StallsAfterTheHeader", timedOut(200),
               stall("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n")),
     onRequest("StallsWithinTheBody", timedOut(200),
               stall("HTTP/1.1 200 OK\r\nContent-Length: 10\r\n\r\n{\"etag\":")),
@@ -143,12 +143,12 @@ const std::vector<ServerFault> longSilences{
 };
 INSTANTIATE_TEST_SUITE_P(, HostileSilenceTest, onEveryEndpoint(longSilences), nameOf);
 
-class HostileConnectTest : public HostileTurnTest {};
+class HostileConnectTest : public HostileCycleTest {};
 
-TEST_P(HostileConnectTest, IsBorneForHalfAMinuteAtMost) {
+TEST_P(HostileConnectTest, IsToleratedForHalfAMinuteAtMost) {
     expectEndured(GetParam());
-    EXPECT_GE(turnTime, std::min(contextAt(std::get<Endpoint>(GetParam())).silence, connectLimit));
-    EXPECT_LT(turnTime, 60s);
+    EXPECT_GE(cycleTime, std::min(contextAt(std::get<Endpoint>(GetParam())).silence, connectLimit));
+    EXPECT_LT(cycleTime, 60s);
 }
 
 INSTANTIATE_TEST_SUITE_P(, HostileConnectTest,
@@ -156,12 +156,12 @@ INSTANTIATE_TEST_SUITE_P(, HostileConnectTest,
 
 // --- One byte after another, endlessly
 
-class HostileTrickleTest : public HostileTurnTest {};
+class HostileTrickleTest : public HostileCycleTest {};
 
-TEST_P(HostileTrickleTest, IsBorneUpToTheTotalLimit) {
+TEST_P(HostileTrickleTest, IsToleratedUpToTheTotalLimit) {
     expectEndured(GetParam());
-    EXPECT_GE(turnTime, totalLimit);
-    EXPECT_LT(turnTime, totalLimit + 60s);
+    EXPECT_GE(cycleTime, totalLimit);
+    EXPECT_LT(cycleTime, totalLimit + 60s);
 }
 
 const std::vector<ServerFault> trickles{
@@ -176,14 +176,14 @@ const std::vector<ServerFault> trickles{
 INSTANTIATE_TEST_SUITE_P(, HostileTrickleTest, onEveryEndpoint(trickles), nameOf);
 
 /// In real time, for the lookup's caller waits on the real clock.
-class NightlyHostileTrickleTest : public HostileTurnTest {};
+class NightlyHostileTrickleTest : public HostileCycleTest {};
 
-TEST_F(NightlyHostileTrickleTest, AnIdentityLookupIsGivenUpAfterFifteenSeconds) {
+TEST_F(NightlyHostileTrickleTest, AnIdentityLookupTimesOutAfterFifteenSeconds) {
     const Step oneBytePerSecond =
         trickle("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n", ' ', 1s);
     expectEndured({onRequest("Trickle", timedOut(200), oneBytePerSecond), Endpoint::identity});
-    EXPECT_GE(turnTime, 14900ms);
-    EXPECT_LT(turnTime, 25s);
+    EXPECT_GE(cycleTime, 14900ms);
+    EXPECT_LT(cycleTime, 25s);
 }
 
 // --- More than fits
@@ -215,7 +215,7 @@ std::string gzipBomb(std::size_t size) {
 
 const ExpectedResult tooLarge{200, 0, "the response is larger than 104857600 bytes"};
 
-class HostileSizeTest : public HostileTurnTest {};
+class HostileSizeTest : public HostileCycleTest {};
 
 TEST_P(HostileSizeTest, IsEndured) {
     expectEndured(GetParam());
@@ -232,7 +232,7 @@ const std::vector<ServerFault> sizes{
     onRequest("AGzipBombThatFits", answered(200, 1 + 258 * 4000), answerGzipBomb(258 * 4000))};
 INSTANTIATE_TEST_SUITE_P(, HostileSizeTest, onEveryEndpoint(sizes), nameOf);
 
-class HostileOversizeTest : public HostileTurnTest {};
+class HostileOversizeTest : public HostileCycleTest {};
 
 TEST_P(HostileOversizeTest, IsEndured) {
     ORVANE_SKIP_UNDER_SANITIZERS("a body of 100 MiB takes minutes");

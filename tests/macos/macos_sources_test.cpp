@@ -112,7 +112,7 @@ TEST_F(MacSourcesTest, AnOrdinaryFlushThatFailsIsAFailure) {
     EXPECT_EQ(errno, EIO);
 }
 
-TEST_F(MacSourcesTest, AnInterruptedFlushIsMadeAgain) {
+TEST_F(MacSourcesTest, AnInterruptedFlushIsRetried) {
     fake.errors["F_FULLFSYNC"] = {EINTR, EINTR, ENOTSUP};
     fake.errors["fsync"] = {EINTR};
     EXPECT_TRUE(files::flushToDisk(someFile));
@@ -122,7 +122,7 @@ TEST_F(MacSourcesTest, AnInterruptedFlushIsMadeAgain) {
 
 // ---- The log ----
 
-TEST_F(MacSourcesTest, AMessageIsOnePublicTextAtItsLevel) {
+TEST_F(MacSourcesTest, AMessageIsOnePublicStringAtItsLevel) {
     const Logger logger("the subsystem", "the category");
     logger.log("100 %{public}s", "%s");
     logger.debug("%{public}d", 5);

@@ -1,4 +1,4 @@
-// What is made of the system's proxies, which are stood in for: the settings, a script, a run loop.
+// How the system's proxies are used, with fakes of: the settings, a script, a run loop.
 #include "platform/http/proxy.h"
 
 #include <CFNetwork/CFNetwork.h>
@@ -106,7 +106,7 @@ TEST_F(MacProxyTest, WithoutSettingsTheEnvironmentIsAsked) {
 TEST_F(MacProxyTest, EveryTypeHasItsUrl) {
     EXPECT_EQ(found({proxyOf(none)}), "[]");
     EXPECT_EQ(found({proxyOf(http, "proxy.example", 3128)}), "[http://proxy.example:3128]");
-    // The type is that of the target: such a proxy is spoken to in HTTP.
+    // The type is that of the target: such a proxy speaks HTTP.
     EXPECT_EQ(found({proxyOf(https, "proxy.example", 8080)}), "[http://proxy.example:8080]");
     EXPECT_EQ(found({proxyOf(socks, "proxy.example", 1080)}), "[socks5h://proxy.example:1080]");
     EXPECT_EQ(found({proxyOf(http, "proxy.example")}), "[http://proxy.example]");
@@ -133,7 +133,7 @@ TEST_F(MacProxyTest, AScriptIsAskedForTheTarget) {
     EXPECT_TRUE(mac.stopped);
 }
 
-TEST_F(MacProxyTest, AScriptThatDoesNotAnswerIsPassedBy) {
+TEST_F(MacProxyTest, AScriptThatDoesNotAnswerIsSkipped) {
     const auto* const wpad = scriptOf("http://wpad/wpad.dat");
     mac.scriptAnswers = false;  // within the limit
     EXPECT_EQ(found({wpad}), "environment");
@@ -209,7 +209,7 @@ TEST_F(ProxyOrderTest, ThisMachineIsReachedDirectlyWhateverIsSet) {
     EXPECT_EQ(chosen("https://localhost/p"), "");
 }
 
-TEST_F(MacProxyTest, EntriesThatLackSomethingArePassedBy) {
+TEST_F(MacProxyTest, IncompleteEntriesAreSkipped) {
     EXPECT_EQ(found({&dictionaries.emplace_back(), proxyOf(script), proxyOf(none)}), "[]");
 }
 

@@ -1,4 +1,4 @@
-// Every allocation of a turn fails, each in a process of its own: once, and from there on.
+// Every allocation of a poll cycle fails, each in a process of its own: once, and from there on.
 #include "memory/starved_daemon.h"
 #include "process/daemon_process.h"
 #include "support/daemon_test.h"
@@ -79,7 +79,7 @@ class OutOfMemoryTest : public DaemonTest,
         for (const auto& [name, content] : files) {
             writeFile(root() / name, content);
         }
-        enrol(server_->url());
+        enroll(server_->url());
         writeFile(root() / "etc/machine-id", std::string(32, '1'));
     }
 
@@ -107,8 +107,8 @@ class OutOfMemoryTest : public DaemonTest,
             environment["STARVE_ON"] = "1";
         }
         DaemonProcess daemon({ORVANE_STARVED_DAEMON, environment, root() / "stderr"});
-        constexpr int timeLimit = 15;  // times 20 s, for a busy machine
-        for (int i = 0; i < timeLimit && daemon.isRunning(); ++i) {
+        constexpr int attempts = 15;  // times 20 s, for a busy machine
+        for (int i = 0; i < attempts && daemon.isRunning(); ++i) {
             (void)waitUntil([&] { return !daemon.isRunning(); });
         }
         EXPECT_FALSE(daemon.isRunning()) << "it hangs";

@@ -2,8 +2,9 @@
 // all from there on when STARVE_ON is set. It is the C library's malloc that fails, so that the C++
 // runtime and every library of the process meet the fault alike.
 //
-// It ends with the second back-off, neither of which takes any time, so that a turn with a fault is
-// followed by one that makes up for it; or with the first when everything fails from then on.
+// It ends with the second back-off, neither of which takes any time, so that a poll cycle with a
+// fault is followed by one that makes up for it; or with the first when everything fails from then
+// on.
 #include "memory/starved_daemon.h"
 
 #include "daemon/process_entry.h"

@@ -5,7 +5,7 @@ import re
 from collections import namedtuple
 
 Token = namedtuple("Token", "kind text begin end")
-# `begin` and `end` are offsets into the file; `after` is what stands there instead of `before`.
+# `begin` and `end` are offsets into the file; `after` is what replaces `before`.
 Mutant = namedtuple("Mutant", "file line rule begin end before after")
 
 LEXER = re.compile(
@@ -84,7 +84,7 @@ class Finder:
     def signs_and_constants(self, index, token):
         begin, end = token.begin, token.end
         if token.kind == "sign" and token.text in SIGNS:
-            # The layout tells a comparison from a template, "a && b" from "T&& b".
+            # The layout distinguishes a comparison from a template, "a && b" from "T&& b".
             is_binary = self.text[begin - 1].isspace() and self.text[end].isspace()
             if is_binary or token.text in ("!", "++", "--"):
                 self.add("operator", begin, end, SIGNS[token.text])

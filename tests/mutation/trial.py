@@ -142,7 +142,7 @@ def restored(files):
 
 
 def attempt(file):
-    """What becomes of the tree as it is, with `file` changed: an outcome, and what told."""
+    """What becomes of the tree as it is, with `file` changed: an outcome, and what showed it."""
     for target, chosen, done in stages(file):
         refused = build(target)
         if refused:
@@ -158,5 +158,5 @@ def attempt(file):
         if status and failed and failed[0][1] not in ("Not Run", "BAD_COMMAND"):
             return "killed", f"{failed[0][0]} ({failed[0][1]})\n{output}"
         if status or not ALL_PASSED.search(output):
-            raise ToolError(f"no test of {target} told anything\n{output}")
+            raise ToolError(f"no test of {target} says anything\n{output}")
     return "survived", output

@@ -1,6 +1,6 @@
 """What the mutation tool takes for a kill, for sources that are refused, and for a failure of its own.
 
-Building and ctest are stood in for; their lines are as they write them.
+Fakes replace the build and ctest; their lines are like the real ones.
 """
 
 import os

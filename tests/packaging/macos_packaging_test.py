@@ -1,6 +1,6 @@
-"""What packaging/macos holds is what launchd and the scripts are to be told.
+"""What is in packaging/macos, as launchd and the scripts read it.
 
-The scripts run for real, into a directory; what they would do to a Mac goes to stand-ins.
+The scripts run for real, into a directory; fakes replace what would change a Mac.
 """
 
 import json
@@ -118,7 +118,7 @@ class PropertyListTest(unittest.TestCase):
 
 
 class Scratch(unittest.TestCase):
-    """A directory with stand-ins that come before the system's programs."""
+    """A directory with fakes that come before the system's programs."""
 
     def setUp(self):
         directory = tempfile.TemporaryDirectory()
@@ -383,7 +383,7 @@ class ScriptsTest(Scratch):
             self.stand_in(command, f'echo {command} "$@" >>"$CALLS"')
 
     def run_on_this_mac(self, name, *arguments, **environment):
-        """The script with what it would run from its place on the machine taken from a stand-in."""
+        """The script with what it would run from its place on the machine taken from a fake."""
         copy = self.scratch / "scripts"
         copy.mkdir(exist_ok=True)
         for script in ("common.sh", "install", "remove", "postinstall"):
@@ -475,7 +475,7 @@ class ScriptsTest(Scratch):
         self.be_a_mac()
         self.stand_in("otool", f"""
             printf '%s:\\n\\t/opt/homebrew/liburiparser.1.dylib (x)\\n\\t/usr/lib/libcurl.4.dylib (x)\\n' "$2" """)
-        # Stands for the file that the list names.
+        # Instead of the file that the list names.
         self.stand_in("install", f"""
             [ "$3" != /opt/homebrew/liburiparser.1.dylib ] || set -- "$1" "$2" {library} "$4"
             exec /usr/bin/install "$@" """)

@@ -105,7 +105,7 @@ TEST_F(ChildProcessTest, StandardErrorDoesNotReachTheParents) {
     EXPECT_EQ(readFile(file), "");
 }
 
-TEST_F(ChildProcessTest, TheExitStatusIsNotLookedAt) {
+TEST_F(ChildProcessTest, TheExitStatusIsIgnored) {
     EXPECT_THAT(outputOf(script("echo answer; exit 3"), {}), Optional(std::string("answer\n")));
 }
 

@@ -115,7 +115,7 @@ bool isNullDevice(int descriptor) {
            S_ISCHR(status.st_mode) && status.st_rdev == nullDevice.st_rdev;
 }
 
-/// Closes `descriptors`, calls the function under test and tells, for 0 to 3, which are open: "n"
+/// Closes `descriptors`, calls the function under test and returns, for 0 to 3, which are open: "n"
 /// to /dev/null, "o" to something else, "-" not at all.
 std::string afterClosing(std::initializer_list<int> descriptors) {
     // The child's way to answer must not have one of the numbers in question.

@@ -100,7 +100,7 @@ TEST_F(FilesReadTest, TheContentIsReadByteForByte) {
     EXPECT_THAT(files::read(at("f")), Optional(every + "\r\n\0\n"s));
 }
 
-TEST_F(FilesReadTest, AnEmptyFileIsAnEmptyText) {
+TEST_F(FilesReadTest, AnEmptyFileIsAnEmptyString) {
     writeFile(at("f"), "");
     EXPECT_THAT(files::read(at("f")), Optional(""s));
 }
@@ -635,7 +635,7 @@ TEST_F(FilesWriteAtomicallyTest, ALinkAtTheScratchNameIsReplacedAndNotFollowed) 
     EXPECT_FALSE(fs::is_symlink(at("f")));
 }
 
-TEST_F(FilesWriteAtomicallyTest, WhatCannotBeRemovedAtTheScratchNameIsPassedBy) {
+TEST_F(FilesWriteAtomicallyTest, WhatCannotBeRemovedAtTheScratchNameIsAvoided) {
     fs::create_directory(at(scratchNameOf("f")));
     const std::string first = scratchNameOfAWriteTo(at("f"));
     const std::string second = scratchNameOfAWriteTo(at("f"));
@@ -682,7 +682,7 @@ TEST_F(FilesWriteAtomicallyTest, ScratchFilesThatAreRemovedEachTimeAreAnErrorInT
     EXPECT_THAT(names(), ElementsAre("f"));
 }
 
-TEST_F(FilesWriteAtomicallyTest, AModeThatIsAskedForIsThereBeforeTheName) {
+TEST_F(FilesWriteAtomicallyTest, ARequestedModeIsSetBeforeTheRename) {
     for (const mode_t mask : std::initializer_list<mode_t>{0000, 0077, 0777}) {
         for (const bool isReplacement : {false, true}) {
             fs::remove(at("f"));
@@ -746,7 +746,7 @@ TEST_F(FilesWriteAtomicallyTest, AFailedWriteLeavesTheOldFileAndNoScratch) {
     EXPECT_THAT(names(), ElementsAre("f"));
 }
 
-TEST_F(FilesWriteAtomicallyTest, AWriteThatTakesNothingIsNotTriedForEver) {
+TEST_F(FilesWriteAtomicallyTest, AWriteThatTakesNothingIsNotRetriedIndefinitely) {
     int writes = 0;
     SystemCallHooks hooks;
     hooks.write = [&](int, std::size_t&) -> std::optional<ssize_t> {
@@ -775,7 +775,7 @@ TEST_F(FilesWriteAtomicallyTest, ShortAndInterruptedCallsAreContinued) {
     EXPECT_EQ(writes, 3);
 }
 
-TEST_F(FilesWriteAtomicallyTest, AnInterruptedCloseIsNotMadeAgain) {
+TEST_F(FilesWriteAtomicallyTest, AnInterruptedCloseIsNotRetried) {
     // It has closed, and the number may be that of another file by now.
     int interrupted = 0;
     int madeAgain = 0;
@@ -916,7 +916,7 @@ TEST_F(FilesWriteAtomicallyTest, NoDescriptorStaysOpen) {
 
 // --- appendLine
 
-TEST_F(FilesAppendLineTest, LinesStandBehindWhatWasThere) {
+TEST_F(FilesAppendLineTest, LinesFollowWhatWasThere) {
     writeFile(at("f"), "zero\n");
     EXPECT_TRUE(files::appendLine(at("f"), "one"));
     EXPECT_TRUE(files::appendLine(at("f"), "two\0\xFF"s));
@@ -1075,7 +1075,7 @@ TEST_F(FilesMoveTest, TheFileHasItsNewNameOnly) {
     EXPECT_EQ(readFile(at("b")), "content");
 }
 
-TEST_F(FilesMoveTest, WhateverStandsAtTheDestinationStaysAndIsAnError) {
+TEST_F(FilesMoveTest, AnythingAtTheDestinationStaysAndIsAnError) {
     for (const char* what : {"file", "dangling link", "directory", "FIFO"}) {
         SCOPED_TRACE(what);
         writeFile(at("a"), "content");

@@ -1,4 +1,4 @@
-// The machine id, which stands in for the hardware UUID on Linux.
+// The machine id, which replaces the hardware UUID on Linux.
 #include "platform/machine/hardware_uuid.h"
 
 #include "platform/hardware_uuid_test.h"
@@ -19,7 +19,7 @@ using namespace std::string_literals;
 
 constexpr const char* machineIdAsUuid = "dba612b0-5219-46fb-a8d7-076ba628c63b";
 
-TEST_F(HardwareUuidTest, WithoutTheToolTheMachineIdStandsIn) {
+TEST_F(HardwareUuidTest, WithoutTheToolTheMachineIdIsUsed) {
     writeMachineId(machineIdText);
     EXPECT_THAT(readHardwareUuid(), Optional(std::string(machineIdAsUuid)));
 }

@@ -55,7 +55,7 @@ TEST(HardwareUuidInTest, Lines) {
         {"the name inside a longer one", "\"XIOPlatformUUIDs\" = \"U\"", "U"},
         {"only part of the name", "\"IOPlatformUUI\" = \"U\"\n\"OPlatformUUID\" = \"U\"",
          std::nullopt},
-        {"the name behind the =", "\"x\" = \"IOPlatformUUID\"", "IOPlatformUUID"},
+        {"the name after the =", "\"x\" = \"IOPlatformUUID\"", "IOPlatformUUID"},
         {"a carriage return does not split", "a = b\r\"IOPlatformUUID\"", "b\r\"IOPlatformUUID"},
         {"CR LF line ends", "x\r\n\"IOPlatformUUID\" = \"U\"\r\ny\r\n", "U"},
         {"a vertical tab does not split", "\"IOPlatformUUID\"\v= \"U\"", "U"},
@@ -110,7 +110,7 @@ TEST_F(HardwareUuidTest, TheToolsExitStatusDoesNotMatter) {
     EXPECT_THAT(readHardwareUuid(), Optional("U-1"s));
 }
 
-TEST_F(HardwareUuidTest, AToolThatKillsItselfIsHeardAllTheSame) {
+TEST_F(HardwareUuidTest, TheOutputOfAToolThatKillsItselfCounts) {
     installTool(std::string(printUuid) + "\nkill -9 $$");
     EXPECT_THAT(readHardwareUuid(), Optional("U-1"s));
 }
@@ -150,7 +150,7 @@ TEST_F(HardwareUuidTest, TheToolIsPreferredToTheMachineId) {
     EXPECT_THAT(readHardwareUuid(), Optional("U-1"s));
 }
 
-TEST_F(HardwareUuidTest, EveryCallRunsTheToolAnew) {
+TEST_F(HardwareUuidTest, EveryCallRunsTheTool) {
     installTool("echo x >> '" + (root() / "runs").string() + "'\n" + printUuid);
     EXPECT_THAT(readHardwareUuid(), Optional("U-1"s));
     installTool("echo x >> '" + (root() / "runs").string() + "'\necho IOPlatformUUID=U-2");

@@ -11,7 +11,7 @@
 namespace orvane::test {
 namespace {
 
-/// What the C library tells of its heaps, in XML (malloc_info(3)).
+/// What the C library reports about its heaps, in XML (malloc_info(3)).
 std::string heaps() {
     char* text = nullptr;
     std::size_t size = 0;

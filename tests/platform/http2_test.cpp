@@ -103,7 +103,7 @@ TEST_F(Http2Test, TheInactivityLimitHolds) {
     Exchange exchange(session, std::move(request));
     manualStep.waitForRequest();
     virtual_clock::advance(60s);
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     EXPECT_FALSE(exchange.isComplete());
     virtual_clock::advance(40s);
     EXPECT_THAT(exchange.result().error(), Optional("The request timed out."s));

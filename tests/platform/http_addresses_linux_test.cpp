@@ -42,7 +42,7 @@ using namespace std::chrono_literals;
 using namespace std::string_literals;
 
 constexpr const char* neighbor = "127.0.0.2";
-constexpr std::chrono::seconds patience = 20s;
+constexpr std::chrono::seconds waitLimit = 20s;
 
 sockaddr_in at(const char* address, std::uint16_t port) {
     sockaddr_in name{};
@@ -70,7 +70,7 @@ class SilentNeighbor {
     }
 
     /// Blocks until somebody has connected, and leaves that alone; false when nobody does.
-    bool isConnectedTo(std::chrono::milliseconds limit = patience) {
+    bool isConnectedTo(std::chrono::milliseconds limit = waitLimit) {
         pollfd waited{socket_, POLLIN, 0};
         if (::poll(&waited, 1, static_cast<int>(limit.count())) != 1) {
             return false;
@@ -133,9 +133,9 @@ TEST_F(AddressesTest, AnAddressThatLetsNoHandshakeEndIsLeftForTheNext) {
     const WithSystemCallHooks installed(hooks);
     Exchange exchange(session, request());
     ASSERT_TRUE(silent.isConnectedTo());
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     virtual_clock::advance(9s);
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     EXPECT_THAT(server.requests(), SizeIs(0));
     virtual_clock::advance(2s);
     EXPECT_EQ(exchange.result().error(), std::nullopt);
@@ -151,8 +151,8 @@ TEST_F(AddressesTest, OneThatDropsPacketsToo) {
     silent.fill();
     const WithSystemCallHooks installed(hooks);
     Exchange exchange(session, request());
-    ASSERT_TRUE(socketIsOpened.waitFor(patience));
-    letWorkerTurn(session);
+    ASSERT_TRUE(socketIsOpened.waitFor(waitLimit));
+    letWorkerIterate(session);
     virtual_clock::advance(11s);
     EXPECT_EQ(exchange.result().error(), std::nullopt);
 }
@@ -165,19 +165,19 @@ TEST_F(AddressesTest, WithAShorterLimitItIsLeftSooner) {
     lookup.inactivityLimit = 12s;
     Exchange exchange(session, lookup);
     ASSERT_TRUE(silent.isConnectedTo());
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     virtual_clock::advance(5s);
     EXPECT_EQ(exchange.result().error(), std::nullopt);
 }
 
-TEST_F(AddressesTest, WhatWasLeftIsPassedOverForAnHour) {
+TEST_F(AddressesTest, WhatWasLeftIsSkippedForAnHour) {
     serve();
     SilentNeighbor silent(server.port());
     const WithSystemCallHooks installed(hooks);
     for (const bool isLong : {false, true}) {
         Exchange exchange(session, request());
         ASSERT_TRUE(silent.isConnectedTo());
-        letWorkerTurn(session);
+        letWorkerIterate(session);
         virtual_clock::advance(11s);
         EXPECT_EQ(exchange.result().error(), std::nullopt);
         EXPECT_EQ(fetch(session, request()).error(), std::nullopt);
@@ -186,7 +186,7 @@ TEST_F(AddressesTest, WhatWasLeftIsPassedOverForAnHour) {
     }
 }
 
-TEST_F(AddressesTest, OneThatHasServedIsNotPassedOver) {
+TEST_F(AddressesTest, OneThatHasServedIsNotSkipped) {
     server.show(ca.issue("DNS:two.test,DNS:kept.test"));
     server.always("/p", answer(204));
     SilentNeighbor silent(server.port());
@@ -198,7 +198,7 @@ TEST_F(AddressesTest, OneThatHasServedIsNotPassedOver) {
     EXPECT_EQ(fetch(session, kept).error(), std::nullopt);
     Exchange exchange(session, request());
     ASSERT_TRUE(silent.isConnectedTo());
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     virtual_clock::advance(11s);
     EXPECT_EQ(exchange.result().error(), std::nullopt);
 }
@@ -209,7 +209,7 @@ TEST_F(AddressesTest, ItIsTriedAgainWhenTheOthersFail) {
     const WithSystemCallHooks installed(hooks);
     Exchange first(session, request());
     ASSERT_TRUE(silent.isConnectedTo());
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     virtual_clock::advance(11s);
     EXPECT_TRUE(first.result().error());
     server.startDroppingPackets();
@@ -239,7 +239,7 @@ TEST_F(AddressesTest, WithoutMemoryToGoOnItIsAnError) {
     HttpSession poor(limits);
     Exchange exchange(poor, request());
     ASSERT_TRUE(silent.isConnectedTo());
-    letWorkerTurn(poor);
+    letWorkerIterate(poor);
     isShort = true;
     virtual_clock::advance(11s);
     EXPECT_TRUE(exchange.result().error());
@@ -272,7 +272,7 @@ TEST_F(AddressesTest, OnceConnectedTheLibraryHasNoMoreTimersForThat) {
     Exchange exchange(held, request());
     manualStep.waitForRequest();
     isHeld = true;
-    EXPECT_TRUE(sleepsOn.waitFor(patience));
+    EXPECT_TRUE(sleepsOn.waitFor(waitLimit));
     manualStep.close();
 }
 

@@ -72,8 +72,8 @@ HttpResult fetch(HttpSession& session, const std::string& url) {
     return fetch(session, requestFor(url));
 }
 
-void letWorkerTurn(HttpSession& session) {
-    // A refused request completes at the start of a turn; between two of them is a whole one.
+void letWorkerIterate(HttpSession& session) {
+    // A refused request completes at the start of an iteration; between two of them is a whole one.
     for (int i = 0; i < 2; ++i) {
         (void)fetch(session, "refused:");
     }
@@ -81,7 +81,7 @@ void letWorkerTurn(HttpSession& session) {
 
 void letWorkerTakeIn(HttpSession& session) {
     for (int i = 0; i < 3; ++i) {
-        letWorkerTurn(session);  // the library may take more than one to hand it all out
+        letWorkerIterate(session);  // the library may take more than one to hand it all out
     }
 }
 

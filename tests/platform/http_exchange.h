@@ -43,7 +43,7 @@ HttpResult fetch(HttpSession& session, HttpRequest request);
 HttpResult fetch(HttpSession& session, const std::string& url);
 
 /// Returns when the session's thread has looked at all sockets and deadlines after this was called.
-void letWorkerTurn(HttpSession& session);
+void letWorkerIterate(HttpSession& session);
 
 /// Returns when the session has taken in what was sent to it before this was called.
 void letWorkerTakeIn(HttpSession& session);

@@ -126,7 +126,7 @@ TEST_F(HttpLibraryTest, AnExchangeThatTheLibraryDoesNotTakeFails) {
     expectOneFailure(session);
 }
 
-TEST_F(HttpLibraryTest, WithoutAHandleForTheSessionItIsAskedForAgain) {
+TEST_F(HttpLibraryTest, WithoutAHandleForTheSessionItIsRequestedAgain) {
     const WithHttpLibraryHooks installed(refusing("curl_multi_init", 1));
     HttpSession session(limits);
     expectOneFailure(session);
@@ -154,9 +154,9 @@ TEST_F(HttpLibraryTest, ConnectionsThatCouldNotBeDroppedAtOnceAreDroppedLater) {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
         EXPECT_LE(made, 2) << "it tries again without a pause";
         EXPECT_FALSE(fetch(session, server.url() + "/p").error());
-        // It tries once a turn.
-        for (int turns = 0; turns < 5; ++turns) {
-            letWorkerTurn(session);
+        // It tries once in each iteration.
+        for (int i = 0; i < 5; ++i) {
+            letWorkerIterate(session);
         }
     }
     EXPECT_EQ(made, 5);
@@ -213,7 +213,7 @@ class DescriptorTest : public HttpLibraryTest {
     }
 };
 
-TEST_F(DescriptorTest, WithoutAnyExchangesFailAndTheNextOneIsAsEver) {
+TEST_F(DescriptorTest, WithoutAnyExchangesFailAndTheNextOneSucceeds) {
     HttpSession session(limits);
     EXPECT_FALSE(fetch(session, server.url() + "/p").error());
     for (const char* url : {"http://127.0.0.1:1/", "http://server.test/", "https://127.0.0.1:1/"}) {

@@ -31,8 +31,8 @@ using namespace std::string_literals;
 constexpr const char* timedOut = "The request timed out.";
 constexpr const char* wholeAnswer = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody";
 
-// The clock stands between two advances but for the milliseconds that the test itself takes: what
-// is to be in time keeps a distance of at least 30 seconds from the limit.
+// The clock does not move between two advances, apart from the milliseconds that the test itself
+// takes: what is to be in time keeps a distance of at least 30 seconds from the limit.
 class HttpLimitsTest : public HttpTest {
   protected:
     /// Starts a request that `manualStep` will answer.
@@ -40,7 +40,7 @@ class HttpLimitsTest : public HttpTest {
         server.on("/p", {manualStep.step()});
         Exchange exchange(session, std::move(request));
         manualStep.waitForRequest();
-        letWorkerTurn(session);
+        letWorkerIterate(session);
         return exchange;
     }
     Exchange start() { return start(requestFor(server.url() + "/p")); }
@@ -48,13 +48,13 @@ class HttpLimitsTest : public HttpTest {
     /// Moves the clock and lets the session see it.
     void advance(std::chrono::milliseconds by) {
         virtual_clock::advance(by);
-        letWorkerTurn(session);
+        letWorkerIterate(session);
     }
 
     /// Has the server send `bytes` and lets the session see them.
     void send(std::string_view bytes) {
         manualStep.send(bytes);
-        letWorkerTurn(session);
+        letWorkerIterate(session);
     }
 
     ScriptedServer server;
@@ -116,7 +116,7 @@ TEST_F(HttpLimitsTest, AStallWithinTheBodyTimesOutAndKeepsTheStatus) {
 
 class HttpTrickleTest : public HttpLimitsTest {
   protected:
-    /// Sends each of `parts` behind a silence that is too long for two of them to be one.
+    /// Sends each of `parts` after a silence that is too long for two of them to be one.
     void trickle(const std::vector<std::string>& parts) {
         for (const std::string& part : parts) {
             advance(40s);
@@ -171,7 +171,7 @@ TEST_F(HttpTrickleTest, InterimResponsesRestartItToo) {
     EXPECT_THAT(exchange.result().response().value().body, Optional("body"s));
 }
 
-TEST_F(HttpTrickleTest, ASilenceBehindTheLastByteTimesOut) {
+TEST_F(HttpTrickleTest, ASilenceAfterTheLastByteTimesOut) {
     Exchange exchange = start();
     send("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n");
     trickle({"b", "o"});
@@ -207,7 +207,7 @@ TEST_F(HttpLimitsTest, ARequestsOwnLimitIsLongerThanTheSessions) {
     Exchange exchange(strict, std::move(request));
     manualStep.waitForRequest();
     virtual_clock::advance(100s);
-    letWorkerTurn(strict);
+    letWorkerIterate(strict);
     EXPECT_FALSE(exchange.isComplete());
     manualStep.send(wholeAnswer);
     EXPECT_FALSE(exchange.result().error());
@@ -244,7 +244,7 @@ TEST_F(HttpLimitsTest, SeveralOverdueRequestsEndTogether) {
     Exchange second(session, requestFor(server.url() + "/other"));
     other.waitForRequest();
     virtual_clock::advance(360s);
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     EXPECT_THAT(first.result().error(), Optional(std::string(timedOut)));
     EXPECT_THAT(second.result().error(), Optional(std::string(timedOut)));
 }
@@ -279,10 +279,10 @@ TEST_F(HttpLimitsTest, TheSharedSessionAllowsAMinuteOfSilenceAndSixMinutesInAll)
     Exchange silent(shared, requestFor(server.url() + "/p"));
     manualStep.waitForRequest();
     virtual_clock::advance(30s);
-    letWorkerTurn(shared);
+    letWorkerIterate(shared);
     EXPECT_FALSE(silent.isComplete());
     virtual_clock::advance(30s);
-    letWorkerTurn(shared);
+    letWorkerIterate(shared);
     EXPECT_TRUE(silent.isComplete());
 
     const ManualServerStep other;
@@ -292,16 +292,16 @@ TEST_F(HttpLimitsTest, TheSharedSessionAllowsAMinuteOfSilenceAndSixMinutesInAll)
     Exchange patient(shared, std::move(request));
     other.waitForRequest();
     virtual_clock::advance(330s);
-    letWorkerTurn(shared);
+    letWorkerIterate(shared);
     EXPECT_FALSE(patient.isComplete());
     virtual_clock::advance(30s);
-    letWorkerTurn(shared);
+    letWorkerIterate(shared);
     EXPECT_TRUE(patient.isComplete());
 }
 
 // --- Connecting, which the library measures in real time
 
-TEST_F(HttpLimitsTest, AnUnfinishedTlsHandshakeIsGivenUpAfterHalfAMinute) {
+TEST_F(HttpLimitsTest, AnUnfinishedTlsHandshakeTimesOutAfterHalfAMinute) {
     const TestCa ca;
     ScriptedServer tls(ca.issueForLoopback());
     ManualServerStep stall;
@@ -365,7 +365,7 @@ TEST_F(HttpLimitsTest, ALargerBodyEndsTheExchangeAndKeepsTheStatus) {
     EXPECT_EQ(result.response()->body, std::nullopt);
 }
 
-/// An answer whose header and trailers are `size` bytes, without the blank line behind them.
+/// An answer whose header and trailers are `size` bytes, without the blank line after them.
 std::string answerWithHeaderOf(std::size_t size) {
     const std::string header = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
     const std::string line = "X: " + std::string(995, 'x') + "\r\n";
@@ -395,7 +395,7 @@ TEST_F(HttpLimitsTest, TrailersUpToTheHeadersLimitAreTakenMoreEndTheExchange) {
     EXPECT_THAT(lost.error(), Optional("The network connection was lost."s));
 }
 
-TEST_F(HttpLimitsTest, AnAnnouncedLengthIsNotTakenAtItsWord) {
+TEST_F(HttpLimitsTest, AnAnnouncedLengthIsNotTrusted) {
     server.on("/p",
               {sendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 9000000000000000000\r\n\r\nx")});
     const auto result = fetch(session, server.url() + "/p");

@@ -108,14 +108,14 @@ TEST_F(LostConnectionTest, AnAnswerOfTheNewConnectionHasTheWholeTimeAgain) {
     EXPECT_EQ(ask().error(), std::nullopt);
     Exchange exchange(session, requestFor(server.url() + "/p"));
     first.waitForRequest();
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     virtual_clock::advance(300s);
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     first.close();
     second.waitForRequest();
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     virtual_clock::advance(300s);
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     EXPECT_FALSE(exchange.isComplete());
     virtual_clock::advance(30s);
     EXPECT_THAT(exchange.result().error(), Optional(timeoutText));
@@ -157,7 +157,7 @@ void expectSentAgain(ScriptedServer& server, bool isSecure) {
     server.on("/p", {manualStep.step(), answer(200, "body")});
     Exchange exchange(session, requestFor(server.url() + "/p"));
     manualStep.waitForRequest();
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     isDead = true;
     manualStep.close();
     const auto result = exchange.result();
@@ -233,9 +233,9 @@ TEST_F(LostHttp2ConnectionTest, HoweverLongItHasBeenHeldAndWithTheWholeTimeAgain
     Exchange exchange(session, requestFor(server.url() + "/p"));
     for (const ManualServerStep* lost : {&first, &second}) {
         lost->waitForRequest();
-        letWorkerTurn(session);
+        letWorkerIterate(session);
         virtual_clock::advance(300s);
-        letWorkerTurn(session);
+        letWorkerIterate(session);
         EXPECT_FALSE(exchange.isComplete());
         if (lost == &first) {
             lost->close();
@@ -316,10 +316,10 @@ TEST_F(SilentAddressTest, TheOnlyAddressIsTriedOnceMoreAndThenHasTheRestOfTheTim
     server.onConnect(stall.step());
     Exchange exchange(session, requestFor(server.url() + "/p"));
     stall.waitForRequest();
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     virtual_clock::advance(11s);
     stall.waitForRequest();
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     virtual_clock::advance(18s);
     letWorkerTakeIn(session);
     EXPECT_FALSE(exchange.isComplete());

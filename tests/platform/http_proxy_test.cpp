@@ -101,7 +101,7 @@ TEST_F(HttpProxyTest, WhatTheProxySaysToTheTunnelIsNotTheResponse) {
     EXPECT_EQ(proxy.requests().size(), 3U);
 }
 
-TEST_F(HttpProxyTest, ARefusedTunnelIsToldWithItsStatus) {
+TEST_F(HttpProxyTest, ARefusedTunnelIsReportedWithItsStatus) {
     proxy.on("example.invalid:443", {answer(403, "no"), answer(407, "who?"), answer(503)});
     for (const char* error : {"The proxy refused to connect to the server (HTTP 403).",
                               "The proxy requires a user name and password (HTTP 407).",

@@ -40,7 +40,7 @@ class HttpRequestTest : public HttpTest {
     HttpSession session{limits};
 };
 
-TEST_F(HttpRequestTest, NothingButWhatWasAskedForIsSent) {
+TEST_F(HttpRequestTest, NothingButTheRequestedHeadersIsSent) {
     const auto request = received("/p?q=1", {{"X-Orv-Key", "key-1"}, {"If-None-Match", "\"e\""}});
     const std::string encodings = request.header("Accept-Encoding").value_or("none");
     const std::string userAgent = request.header("User-Agent").value_or("none");
@@ -61,11 +61,11 @@ TEST_F(HttpRequestTest, NothingButWhatWasAskedForIsSent) {
     EXPECT_THAT(encodings, HasSubstr("gzip"));
 }
 
-TEST_F(HttpRequestTest, NoAcceptUnlessAskedFor) {
+TEST_F(HttpRequestTest, NoAcceptUnlessRequested) {
     EXPECT_EQ(received("/p").header("Accept"), std::nullopt);
 }
 
-TEST_F(HttpRequestTest, AnAcceptThatIsAskedForIsSentOnce) {
+TEST_F(HttpRequestTest, ARequestedAcceptIsSentOnce) {
     const auto request = received("/p", {{"Accept", "application/json"}});
     EXPECT_THAT(request.header("Accept"), Optional("application/json"s));
     EXPECT_EQ(request.raw.find("Accept:"), request.raw.rfind("Accept:"));
@@ -77,7 +77,7 @@ TEST_F(HttpRequestTest, AnEmptyHeaderValueIsSentAsSuch) {
     EXPECT_THAT(request.header("X-Other"), Optional("x"s));
 }
 
-TEST_F(HttpRequestTest, ABlankHeaderValueIsSentAsAnEmptyOne) {
+TEST_F(HttpRequestTest, AHeaderValueOfSpacesIsSentEmpty) {
     EXPECT_THAT(received("/p", {{"X-Orv-Key", "   "}}).header("X-Orv-Key"), Optional(""s));
 }
 

@@ -59,7 +59,7 @@ void expectNoResponse(const HttpResult& result, const std::string& error) {
     EXPECT_THAT(result.error(), Optional(error));
 }
 
-/// A response that broke off behind its header.
+/// A response that broke off after its header.
 void expectBrokenOff(const HttpResult& result, std::int64_t status, const std::string& error) {
     ASSERT_TRUE(result.response());
     EXPECT_EQ(result.response()->status, status);
@@ -155,7 +155,7 @@ TEST_F(HttpResponseTest, ARepeatedHeaderDoesNotMatter) {
 
 // --- Broken ones
 
-TEST_F(HttpResponseTest, AConnectionClosedWithoutAWordIsLost) {
+TEST_F(HttpResponseTest, AConnectionClosedWithoutAResponseIsLost) {
     expectNoResponse(after(closeAtOnce()), connectionLost);
 }
 

@@ -145,7 +145,7 @@ TEST_F(HttpSessionTest, CompletionsComeOnceEachOnAThreadOfTheSessionsOwn) {
     (void)first.result();
     Exchange second(session, requestFor("ftp://h/p"));
     (void)second.result();
-    letWorkerTurn(session);
+    letWorkerIterate(session);
     EXPECT_EQ(first.completions(), 1);
     EXPECT_EQ(second.completions(), 1);
     EXPECT_NE(first.thread(), std::this_thread::get_id());

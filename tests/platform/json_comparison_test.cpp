@@ -41,7 +41,7 @@ void expectAll(const std::vector<json::ExpectedMember>& expected, const std::vec
     }
 }
 
-TEST(JsonComparisonTest, AListIsComparedTextByText) {
+TEST(JsonComparisonTest, AListIsComparedStringByString) {
     const StringList list{"p", "", "long text"};
     expectAll({{"a", &list}}, {
                                   {R"({"a":["p","","long text"]})", true},
@@ -105,7 +105,7 @@ TEST(JsonComparisonTest, ABooleanMayCountAsFalseWhenThereIsNone) {
               {{R"({"a":true})", true}, {"{}", false}, {R"({"a":1})", false}});
 }
 
-TEST(JsonComparisonTest, ATextThatIsNotUsableIsNeverTheSame) {
+TEST(JsonComparisonTest, AnUnusableTextNeverMatches) {
     const std::string deepest = std::string(json::depthLimit - 1, '[');
     const std::string closing(json::depthLimit - 1, ']');
     expectAll({}, {{"{}", true},
@@ -129,7 +129,7 @@ TEST(JsonComparisonTest, ATextThatIsNotUsableIsNeverTheSame) {
                    {"{\"x\":[" + deepest + closing + "]}", false}});
 }
 
-TEST(JsonComparisonTest, AByteOrderMarkIsPassedOver) {
+TEST(JsonComparisonTest, AByteOrderMarkIsSkipped) {
     EXPECT_TRUE(isSame("\xEF\xBB\xBF{}", {}, 1000));
     EXPECT_FALSE(isSame("\xEF\xBB\xBF\xEF\xBB\xBF{}", {}, 1000));
 }
@@ -154,7 +154,7 @@ TEST(JsonComparisonTest, ATextMayHaveAnyLength) {
     EXPECT_TRUE(comparison.isSame());
 }
 
-TEST(JsonComparisonTest, LongKeysAreNotTakenForTheirBeginnings) {
+TEST(JsonComparisonTest, LongKeysAreNotMistakenForTheirPrefixes) {
     expectAll({{"key", true}}, {{R"({"key":true})", true},
                                 {R"({"key2":true})", false},
                                 {R"({"keykeykey":false,"key":true})", true},

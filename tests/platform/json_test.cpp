@@ -64,7 +64,7 @@ TEST(JsonReadingTest, ObjectsAreRead) {
     }
 }
 
-TEST(JsonReadingTest, OnlyAnObjectStandsAtTheTop) {
+TEST(JsonReadingTest, TheTopLevelIsAnObject) {
     const char* const table[] = {"[]",     R"([{"a":"x"}])", "1",     "1.5",
                                  R"("a")", "true",           "false", "null"};
     for (const char* text : table) {
@@ -117,7 +117,7 @@ TEST(JsonReadingTest, WhatIsNotStrictlyJsonIsRefused) {
         R"({"a":True})",
         R"({"a":nul})",
         R"({"a":undefined})",
-        // Anything behind the object
+        // Anything after the object
         "{} {}",
         "{}x",
         "{}]",
@@ -147,7 +147,7 @@ TEST(JsonReadingTest, WhatIsNotStrictlyJsonIsRefused) {
     }
 }
 
-TEST(JsonReadingTest, ANulByteBehindTheObjectDoesNotHideWhatFollows) {
+TEST(JsonReadingTest, ANulAfterTheObjectDoesNotHideWhatFollows) {
     EXPECT_FALSE(isReadable("{}\0{}"s));
     EXPECT_FALSE(isReadable("\0"s));
 }
@@ -168,7 +168,7 @@ TEST(JsonReadingTest, EscapesAreDecoded) {
     }
 }
 
-TEST(JsonReadingTest, LongTextsWithEscapesAreWhole) {
+TEST(JsonReadingTest, LongStringsWithEscapesAreComplete) {
     const std::string part = repeated("0123456789", 500);
     const std::string escaped = part + "\\n" + part + "\\u00e9" + part;
     const std::string value = part + "\n" + part + "\u00E9" + part;
@@ -179,7 +179,7 @@ TEST(JsonReadingTest, LongTextsWithEscapesAreWhole) {
     EXPECT_THAT(stringsAt(*members, "a"), Optional(ElementsAre("x", value, "z")));
 }
 
-TEST(JsonReadingTest, DeleteAndAllAboveAsciiStandRaw) {
+TEST(JsonReadingTest, DeleteAndAllAboveAsciiAreWrittenRaw) {
     EXPECT_THAT(stringAtA("{\"a\":\"\x7F\u0080\u2028\U0001F600\"}"),
                 Optional("\x7F\u0080\u2028\U0001F600"s));
 }
@@ -320,7 +320,7 @@ TEST(JsonMembersTest, EachMemberHasItsType) {
         {"array", {}, {}, {}, std::vector<std::string>{}, false},
         {"texts", {}, {}, {}, std::vector<std::string>{"p", "q"}, false},
         {"missing", {}, {}, {}, {}, false},
-        {"never asked for", {}, {}, {}, {}, false},
+        {"never requested", {}, {}, {}, {}, false},
         {"", {}, {}, {}, {}, true},
     };
     for (const auto& row : table) {
@@ -351,7 +351,7 @@ TEST(JsonMembersTest, AnIntegerIsANumberThatIsWrittenAsOneAndFits) {
     }
 }
 
-TEST(JsonMembersTest, AnArrayOfTextsHoldsNothingElse) {
+TEST(JsonMembersTest, AnArrayOfStringsContainsNothingElse) {
     const char* const table[] = {
         R"(["x",1])",   R"([1,"x"])",         R"(["x",null])",  R"(["x",true])",
         R"(["x",0.5])", R"(["x",["y"]])",     R"([["y"],"x"])", R"([[]])",
@@ -364,7 +364,7 @@ TEST(JsonMembersTest, AnArrayOfTextsHoldsNothingElse) {
     }
 }
 
-TEST(JsonMembersTest, AnArrayOfTextsKeepsItsOrder) {
+TEST(JsonMembersTest, AnArrayOfStringsKeepsItsOrder) {
     const auto members = json::readObject(R"({"a":["z","","z","b\u0000"],"b":"x"})", {"a", "b"});
     ASSERT_TRUE(members);
     EXPECT_THAT(stringsAt(*members, "a"), Optional(ElementsAre("z", "", "z", "b\0"s)));
@@ -438,7 +438,7 @@ TEST(JsonMembersTest, AnEscapedKeyIsTheSameKey) {
     EXPECT_THAT(stringAtA(R"({"\u0061":"x"})"), Optional("x"s));
 }
 
-TEST(JsonMembersTest, AnEscapedKeyThatNobodyAskedForDoesNotSpoilTheNext) {
+TEST(JsonMembersTest, AnEscapedKeyThatIsNotRequestedDoesNotSpoilTheNext) {
     EXPECT_THAT(stringAtA(R"({"other":{"b\u0062":1},"a":"x"})"), Optional("x"s));
 }
 
@@ -489,7 +489,7 @@ TEST(JsonMembersTest, ARepeatedArrayAddsNothingToTheFirst) {
     EXPECT_THAT(stringsAt(*members, "b"), Optional(ElementsAre("z")));
 }
 
-TEST(JsonMembersTest, NothingAskedForIsFineToo) {
+TEST(JsonMembersTest, NothingNeedBeRequested) {
     const auto members = json::readObject(R"({"a":"x"})", {});
     ASSERT_TRUE(members);
     EXPECT_TRUE(members->isObject(""));
@@ -549,7 +549,7 @@ TEST(JsonWritingTest, WhatIsEscaped) {
     }
 }
 
-TEST(JsonWritingTest, AllElseStandsRaw) {
+TEST(JsonWritingTest, EverythingElseIsWrittenRaw) {
     for (const std::string raw :
          {" ", "\x7F", "\u0080", "\u00E9", "\u2028\u2029", "\uFFFF", "\U0001F600", "'<>&+="}) {
         EXPECT_EQ(written(raw), "{\"k\":\"" + raw + "\"}");

@@ -157,7 +157,7 @@ TEST(RenderMessageTest, TheWholeRangeOfIntegers) {
     EXPECT_EQ(rendered("%ld", {std::numeric_limits<std::int64_t>::max()}), "9223372036854775807");
 }
 
-TEST(RenderMessageTest, AnUnmarkedTextIsPrivate) {
+TEST(RenderMessageTest, AnUnmarkedStringIsPrivate) {
     EXPECT_EQ(rendered("key=%s.", {"secret"}), "key=<private>.");
     EXPECT_EQ(rendered("%s", {""}), "<private>");
     EXPECT_EQ(rendered("%s %{public}s", {"secret", "open"}), "<private> open");

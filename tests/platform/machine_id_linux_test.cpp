@@ -54,7 +54,7 @@ TEST_F(MachineIdTest, ADirectoryInItsPlaceGivesNone) {
     EXPECT_EQ(machineId(), std::nullopt);
 }
 
-TEST_F(MachineIdTest, TheFileIsReadAnewOnEveryCall) {
+TEST_F(MachineIdTest, TheFileIsReadOnEveryCall) {
     EXPECT_EQ(machineId(), std::nullopt);
     keep(digits);
     EXPECT_THAT(machineId(), Optional(std::string(uuid)));
@@ -62,7 +62,7 @@ TEST_F(MachineIdTest, TheFileIsReadAnewOnEveryCall) {
     EXPECT_THAT(machineId(), Optional(std::string("ffbd0f4a-9e5f-4983-bfdb-b2935e40164b")));
 }
 
-/// The service manager's own tool is asked for the id of this machine.
+/// The service manager's own tool prints the id of this machine.
 TEST_F(MachineIdTest, ItIsTheOneThatTheServiceManagerDerives) {
     const auto expected =
         outputOf("/usr/bin/systemd-id128",
@@ -85,10 +85,10 @@ TEST_F(MachineIdTest, AnythingButThirtyTwoLowerCaseDigitsGivesNone) {
         {"a digit too many", "0123456789abcdef0123456789abcdef0\n"},
         {"upper case", "0123456789ABCDEF0123456789ABCDEF\n"},
         {"one upper-case letter", "0123456789abcdef0123456789abcdeF\n"},
-        {"behind f", "0123456789abcdef0123456789abcdeg\n"},
+        {"after f", "0123456789abcdef0123456789abcdeg\n"},
         {"before a", "0123456789abcdef0123456789abcde`\n"},
         {"before 0", "0123456789abcdef0123456789abcde/\n"},
-        {"behind 9", "0123456789abcdef0123456789abcde:\n"},
+        {"after 9", "0123456789abcdef0123456789abcde:\n"},
         {"already a UUID", "01234567-89ab-cdef-0123-456789abcdef\n"},
         {"carriage return", std::string(digits) + "\r\n"},
         {"leading space", " " + std::string(digits) + "\n"},

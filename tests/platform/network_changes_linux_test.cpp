@@ -49,8 +49,8 @@ int typeOf(int socket) {
     return ::getsockopt(socket, SOL_SOCKET, SO_TYPE, &type, &size) == 0 ? type : 0;
 }
 
-/// A machine whose addresses and routes are what the test says. What the kernel tells of changes
-/// comes from the test, too, by a socket that knows filters as the kernel's does.
+/// A machine whose addresses and routes are what the test says. What the kernel reports about
+/// changes comes from the test, too, by a socket that knows filters as the kernel's does.
 class OtherNetworkTest : public HttpTest {
   protected:
     OtherNetworkTest() {
@@ -65,20 +65,20 @@ class OtherNetworkTest : public HttpTest {
         };
     }
 
-    void tell(unsigned short type) const {
+    void report(unsigned short type) const {
         nlmsghdr message{};
         message.nlmsg_len = sizeof message;
         message.nlmsg_type = type;
         if (::send(kernel_.number(), &message, sizeof message, 0) != sizeof message) {
-            throw std::runtime_error("cannot tell of a change");
+            throw std::runtime_error("cannot report a change");
         }
     }
 
     /// Moves the clock and lets the session see it.
     void advance(std::chrono::milliseconds by) {
-        letWorkerTurn(session);
+        letWorkerIterate(session);
         virtual_clock::advance(by);
-        letWorkerTurn(session);
+        letWorkerIterate(session);
     }
 
     /// Sends a request that is held.
@@ -127,7 +127,7 @@ TEST_F(OtherNetworkTest, ARequestFromAnAddressThatIsGoneIsSentAgain) {
     const WithSystemCallHooks installed(hooks);
     start();
     hasAddress = false;
-    tell(RTM_DELADDR);
+    report(RTM_DELADDR);
     advance(1s);
     EXPECT_THAT(exchange->result().response().value().body, Optional("second"s));
     EXPECT_THAT(server.requests(), SizeIs(2));
@@ -141,7 +141,7 @@ TEST_F(OtherNetworkTest, ButNotAThirdTime) {
     hasAddress = false;
     for (const ManualServerStep* manualStep : {&held, &again}) {
         manualStep->waitForRequest();
-        tell(RTM_DELADDR);
+        report(RTM_DELADDR);
         advance(1s);
     }
     EXPECT_THAT(lost.result().error(), Optional("The network connection was lost."s));
@@ -151,7 +151,7 @@ TEST_F(OtherNetworkTest, ButNotAThirdTime) {
 TEST_F(OtherNetworkTest, OneFromAnAddressThatIsStillThereStays) {
     const WithSystemCallHooks installed(hooks);
     start();
-    tell(RTM_DELADDR);
+    report(RTM_DELADDR);
     advance(1s);
     hasAddress = false;  // nobody looks again
     advance(60s);
@@ -160,11 +160,11 @@ TEST_F(OtherNetworkTest, OneFromAnAddressThatIsStillThereStays) {
     held.close();
 }
 
-TEST_F(OtherNetworkTest, OneWhoseAddressCannotBeLookedAtStays) {
+TEST_F(OtherNetworkTest, OneWithoutAKnownAddressStays) {
     const WithSystemCallHooks installed(hooks);
     start();
     mayProbe = false;
-    tell(RTM_DELADDR);
+    report(RTM_DELADDR);
     advance(1s);
     held.close();
     EXPECT_THAT(exchange->result().error(), Optional("The network connection was lost."s));
@@ -176,7 +176,7 @@ TEST_F(OtherNetworkTest, UntilThereIsAWayToTheServerNothingIsDone) {
     start();
     hasAddress = false;
     hasRoute = false;
-    tell(RTM_DELADDR);
+    report(RTM_DELADDR);
     for (int i = 0; i < 5; ++i) {
         advance(1s);
     }
@@ -192,7 +192,7 @@ TEST_F(OtherNetworkTest, WhatIsConnectingIsLeftAlone) {
     server.startDroppingPackets();
     Exchange connecting(session, requestFor(server.url() + "/p"));
     hasAddress = false;
-    tell(RTM_DELADDR);
+    report(RTM_DELADDR);
     advance(1s);
     EXPECT_FALSE(connecting.isComplete());
     server.stopDroppingPackets();
@@ -203,7 +203,7 @@ TEST_F(OtherNetworkTest, NewAddressesWakeNobody) {
     start();
     hasAddress = false;
     for (const unsigned short type : {RTM_NEWADDR, RTM_NEWROUTE, RTM_DELROUTE}) {
-        tell(type);
+        report(type);
     }
     advance(60s);
     EXPECT_FALSE(exchange->isComplete());
@@ -230,7 +230,7 @@ TEST_F(OtherNetworkTest, WithoutWordOfChangesARequestIsHeldAllTheSame) {
     }
 }
 
-// --- The kernel's own word
+// --- The kernel's own messages
 
 /// Gives `name`, another name of the loopback interface, an address.
 void addAddress(const char* name) {

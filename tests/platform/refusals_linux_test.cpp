@@ -74,21 +74,21 @@ TEST_F(RefusalTest, WithoutAnyOfItsStepsNoToolIsLaunchedAndNothingIsLeftOpen) {
     EXPECT_FALSE(fs::exists(at("ran")));
 }
 
-TEST_F(RefusalTest, AnInterruptedLaunchIsMadeAgain) {
+TEST_F(RefusalTest, AnInterruptedLaunchIsRetried) {
     writeFile(at("tool"), "#!/bin/sh\necho out\n");
     fs::permissions(at("tool"), fs::perms(0755));
     const WithSystemCallHooks installed(refusing("posix_spawn", 1, EINTR));
     EXPECT_EQ(outputOf(at("tool"), {}), "out\n");
 }
 
-TEST_F(RefusalTest, AFileWhoseStatusCannotBeHadIsAbsent) {
+TEST_F(RefusalTest, AFileWithoutAStatusIsAbsent) {
     writeFile(at("f"), "text");
     const WithSystemCallHooks installed(refusing("fstat", 1, EIO));
     EXPECT_EQ(files::read(at("f")), std::nullopt);
     EXPECT_EQ(files::read(at("f")), "text");
 }
 
-TEST_F(RefusalTest, AFileWhoseStatusCannotBeHadIsNotReadInPieces) {
+TEST_F(RefusalTest, AFileWithoutAStatusIsNotReadInPieces) {
     writeFile(at("f"), "text");
     const WithSystemCallHooks installed(refusing("fstat", 1, EIO));
     EXPECT_FALSE(FilePieces::open(at("f")));
@@ -116,7 +116,7 @@ TEST_F(RefusalTest, WithoutTheModeOfTheOldFileItStaysAsItIs) {
     EXPECT_THAT(namesIn(directory()), ElementsAre("f"));
 }
 
-TEST_F(RefusalTest, WhereNoModeCanBeSetAFileIsWrittenAllTheSame) {
+TEST_F(RefusalTest, WhereNoModeCanBeSetAFileIsWrittenAnyway) {
     const WithSystemCallHooks installed(refusing("fchmod", 1, EPERM));
     EXPECT_FALSE(files::writeAtomically(at("f"), "new", 0644));
     EXPECT_EQ(readFile(at("f")), "new");
@@ -129,7 +129,7 @@ TEST_F(RefusalTest, AScratchFileOfOursThatCannotBeRemovedStaysTheOnlyOne) {
     EXPECT_THAT(namesIn(directory()), ElementsAre(scratchNameOf("f")));
 }
 
-TEST_F(RefusalTest, AScratchFileThatCannotBeLookedAtCountsAsSomebodyElses) {
+TEST_F(RefusalTest, AScratchFileWithoutAStatusCountsAsForeign) {
     writeFile(at(scratchNameOf("f")), "left");
     SystemCallHooks hooks;
     hooks.refuse = [](std::string_view call) {
@@ -141,7 +141,7 @@ TEST_F(RefusalTest, AScratchFileThatCannotBeLookedAtCountsAsSomebodyElses) {
     EXPECT_EQ(readFile(at(scratchNameOf("f"))), "left");
 }
 
-TEST_F(RefusalTest, SomebodyElsesScratchFileThatCannotBeRemovedIsPassedBy) {
+TEST_F(RefusalTest, AForeignScratchFileThatCannotBeRemovedIsAvoided) {
     if (::geteuid() != 0) {
         GTEST_SKIP() << "only root can give a file away";
     }
@@ -153,7 +153,7 @@ TEST_F(RefusalTest, SomebodyElsesScratchFileThatCannotBeRemovedIsPassedBy) {
     EXPECT_EQ(readFile(at(scratchNameOf("f"))), "planted");
 }
 
-TEST_F(RefusalTest, ARandomNameIsGivenUpForAnotherReasonThanThatItIsTaken) {
+TEST_F(RefusalTest, ARandomNameIsRetriedOnlyIfItIsTaken) {
     fs::create_directory(at(scratchNameOf("f")));
     int randomNames = 0;
     SystemCallHooks hooks;

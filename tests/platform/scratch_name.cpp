@@ -30,7 +30,7 @@ std::string scratchNameOfAWriteTo(const fs::path& path) {
 std::string scratchNameOf(const std::string& name) {
     static const std::string ending = [] {
         const TempDirectory directory;
-        return scratchNameOfAWriteTo(directory.path() / "x").substr(2);  // behind ".x"
+        return scratchNameOfAWriteTo(directory.path() / "x").substr(2);  // after ".x"
     }();
     return "." + name + ending;
 }

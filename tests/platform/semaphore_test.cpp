@@ -61,7 +61,7 @@ TEST(SemaphoreTest, ASignalEndsAWaitUntil) {
     signaller.join();
 }
 
-TEST(SemaphoreTest, AWaitThatGaveUpTakesNothing) {
+TEST(SemaphoreTest, AWaitThatTimedOutTakesNothing) {
     Semaphore semaphore(0);
     EXPECT_FALSE(semaphore.waitFor(1ms));
     semaphore.signal();

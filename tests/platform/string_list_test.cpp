@@ -6,7 +6,7 @@ namespace orvane::test {
 
 namespace {
 
-TEST(StringListTest, TextsComeBackInOrder) {
+TEST(StringListTest, StringsComeBackInOrder) {
     StringList list;
     EXPECT_EQ(list.size(), 0U);
     list.add("one");
@@ -18,7 +18,7 @@ TEST(StringListTest, TextsComeBackInOrder) {
     EXPECT_EQ(list[2], std::string_view("t\0o", 3));
 }
 
-TEST(StringListTest, EqualOnlyTextByText) {
+TEST(StringListTest, EqualOnlyStringByString) {
     EXPECT_EQ((StringList{"ab", "c"}), (StringList{"ab", "c"}));
     EXPECT_NE((StringList{"ab", "c"}), (StringList{"a", "bc"}));
     EXPECT_NE((StringList{"ab", "c"}), (StringList{"c", "ab"}));

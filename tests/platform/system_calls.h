@@ -24,7 +24,7 @@ struct SystemCallHooks {
     std::function<std::optional<ssize_t>(int descriptor)> send;
     /// Whatever the system puts a file on stable storage with.
     std::function<std::optional<int>(int descriptor)> flush;
-    /// Called before the descriptor is closed; a result of -1 is returned behind that.
+    /// Called before the descriptor is closed; a result of -1 is returned after that.
     std::function<std::optional<int>(int descriptor)> close;
     std::function<std::optional<int>()> waitpid;
     /// Called before the socket is shut down.
@@ -61,7 +61,7 @@ int failWith(int error);
 /// takes them away, so a call asks once.
 SystemCallHooks* hooksInPlace();
 
-/// The definition of a call that ours stands in front of.
+/// The C library's definition of a call that ours replaces.
 template <typename Function>
 Function* realCall(const char* name) {
     return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));

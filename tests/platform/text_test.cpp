@@ -23,7 +23,7 @@ TEST(TextTest, WellFormedUtf8IsTaken) {
         {"highest of two bytes", "\xDF\xBF"},
         {"lowest of three bytes", "\xE0\xA0\x80"},
         {"last before the surrogates", "\xED\x9F\xBF"},
-        {"first behind the surrogates", "\xEE\x80\x80"},
+        {"first after the surrogates", "\xEE\x80\x80"},
         {"byte order mark", "\xEF\xBB\xBF"},
         {"noncharacter U+FFFE", "\xEF\xBF\xBE"},
         {"noncharacter U+FFFF", "\xEF\xBF\xBF"},

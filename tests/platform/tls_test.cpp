@@ -1,4 +1,4 @@
-// HTTPS: who is trusted, and that nothing is said to anybody else.
+// HTTPS: who is trusted, and that nothing is sent to anyone else.
 #include "platform/tls_test.h"
 
 #include <cstdlib>

@@ -71,7 +71,7 @@ TEST(UrlTest, WithoutHttpSchemeOrHostItParsesButCannotBeFetched) {
     }
 }
 
-TEST(UrlTest, TheEmptyTextIsAReference) {
+TEST(UrlTest, TheEmptyStringIsAReference) {
     for (const std::string_view text : {std::string_view(), std::string_view("")}) {
         const auto url = Url::parse(text);
         ASSERT_TRUE(url);
@@ -150,14 +150,14 @@ TEST(UrlTest, ATrailingNulIsNotOverlooked) {
     EXPECT_FALSE(Url::parse("https://h\0"s).has_value());
 }
 
-TEST(UrlTest, ATextIsParsedToItsOwnEndOnly) {
+TEST(UrlTest, AStringIsParsedToItsOwnEndOnly) {
     const std::string_view buffer = "https://host/path with spaces";
     const auto url = Url::parse(buffer.substr(0, 17));
     ASSERT_TRUE(url);
     EXPECT_EQ(url->text(), "https://host/path");
 }
 
-TEST(UrlTest, TheTextIsWhatWasParsed) {
+TEST(UrlTest, TheStringIsWhatWasParsed) {
     for (const char* text :
          {"HTTPS://User@Host:080/a/../b/./c//d?q=%7e&&#frag?/", "http://h", "http://h?",
           "http://h#", "http://h?#", "http://h/?a?b", "http://h/#a?b", "//h/p", "a/b", "x:y?z#w"}) {
@@ -165,7 +165,7 @@ TEST(UrlTest, TheTextIsWhatWasParsed) {
     }
 }
 
-TEST(UrlTest, TheHostIsWhatStandsBetweenUserInfoAndPort) {
+TEST(UrlTest, TheHostIsWhatIsBetweenUserInfoAndPort) {
     const struct {
         const char* text;
         const char* host;
@@ -204,7 +204,7 @@ TEST(WithQueryTest, EveryByteIsKeptOrEncoded) {
     }
 }
 
-TEST(WithQueryTest, ItemsStandInTheirOrder) {
+TEST(WithQueryTest, ItemsKeepTheirOrder) {
     const std::vector<QueryItem> items{{"b", "2"}, {"a", "1"}, {"b", "3"}};
     EXPECT_EQ(parsed("http://h/p").withQuery(items).text(), "http://h/p?b=2&a=1&b=3");
 }
@@ -263,13 +263,13 @@ TEST(WithQueryTest, TheOriginalStaysAsItWas) {
 
 // --- A base that brings its own query or fragment
 
-TEST(UrlTest, APathJoinedBehindAQueryIsLostWhenItemsAreSet) {
+TEST(UrlTest, APathAppendedToAQueryIsLostWhenItemsAreSet) {
     const std::vector<QueryItem> items{{"wait", "300"}};
     EXPECT_EQ(joined("https://h/p?x=1").value().text(), "https://h/p?x=1/api/v1/x/");
     EXPECT_EQ(joined("https://h/p?x=1").value().withQuery(items).text(), "https://h/p?wait=300");
 }
 
-TEST(UrlTest, APathJoinedBehindAFragmentIsInTheFragment) {
+TEST(UrlTest, APathAppendedToAFragmentIsPartOfIt) {
     const std::vector<QueryItem> items{{"wait", "300"}};
     EXPECT_EQ(joined("https://h#f").value().withQuery(items).text(),
               "https://h?wait=300#f/api/v1/x/");
@@ -277,7 +277,7 @@ TEST(UrlTest, APathJoinedBehindAFragmentIsInTheFragment) {
 
 // --- Appending to the path
 
-TEST(AppendingPathTest, JustOneSlashStandsBetween) {
+TEST(AppendingPathTest, ThereIsExactlyOneSlashBetween) {
     const struct {
         const char* base;
         const char* text;
@@ -295,7 +295,7 @@ TEST(AppendingPathTest, JustOneSlashStandsBetween) {
     }
 }
 
-TEST(AppendingPathTest, QueryAndFragmentStayBehindThePath) {
+TEST(AppendingPathTest, QueryAndFragmentStayAfterThePath) {
     EXPECT_EQ(parsed("https://h/p?x=1").appendingPath("a/").text(), "https://h/p/a/?x=1");
     EXPECT_EQ(parsed("https://h?x=/").appendingPath("a/").text(), "https://h/a/?x=/");
     EXPECT_EQ(parsed("https://h/p/#f").appendingPath("a/").text(), "https://h/p/a/#f");

@@ -101,7 +101,7 @@ TEST(WhitespaceTest, OtherCharactersStay) {
     }
 }
 
-TEST(WhitespaceTest, WhatStandsInsideStays) {
+TEST(WhitespaceTest, WhatIsInsideStays) {
     const std::string_view text = "a \t\xC2\xA0\n\r b";
     EXPECT_EQ(text::withoutOuterSpaces(text), text);
     EXPECT_EQ(text::withoutOuterWhitespace(text), text);
@@ -120,7 +120,7 @@ TEST(WhitespaceTest, OneEndAloneIsTrimmedToo) {
     EXPECT_EQ(text::withoutOuterWhitespace("x\n"), "x");
 }
 
-TEST(WhitespaceTest, NothingIsLeftOfWhiteSpaceAlone) {
+TEST(WhitespaceTest, NothingIsLeftOfWhitespaceAlone) {
     EXPECT_EQ(text::withoutOuterSpaces(""), "");
     EXPECT_EQ(text::withoutOuterSpaces(" \t\xE2\x80\x83"), "");
     EXPECT_EQ(text::withoutOuterWhitespace("\r\n \xC2\x85\xE2\x80\xA8"), "");

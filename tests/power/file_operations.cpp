@@ -66,7 +66,7 @@ class Recorder {
 
 std::atomic<Recorder*> recorder = nullptr;  // other threads look whether it is theirs
 
-/// Passes `result` on, after `note` when it tells of a success.
+/// Passes `result` on, after `note` if it means success.
 template <typename Result, typename Note>
 Result noted(Result result, const Note& note) {
     if (Recorder* const current = recorder; current != nullptr && result >= 0) {

@@ -1,5 +1,5 @@
-// The power fails at every point of a turn, and the file system keeps whatever it may of what was
-// not flushed. From every such state the daemon is back in step with one poll.
+// The power fails at every point of a poll cycle, and the file system keeps whatever it may of what
+// was not flushed. From every such state the daemon is back in step with one poll.
 #include "daemon/leftovers.h"
 #include "daemon/policy_runner.h"
 #include "power/disk.h"
@@ -29,7 +29,7 @@ const PolicyVersion outdated = policyVersion(1);
 const PolicyVersion updated = policyVersion(2);
 const PolicyVersion newest = policyVersion(3);
 
-/// What a turn starts from.
+/// What a poll cycle starts from.
 struct Start {
     const char* name;
     std::map<std::string, std::string> files;
@@ -54,10 +54,10 @@ class PowerLossTest : public DaemonTest {
   protected:
     PowerLossTest() { (void)::umask(0077); }  // as the service has it
 
-    /// The operations of the turn that brings `updated` to a machine in the state `start`.
+    /// The operations of the cycle that brings `updated` to a machine in the state `start`.
     std::vector<FileOperation> recordUpdate(const Start& start) {
         putInPlace(filesOf(start));
-        // Even to somebody who has it already, as a server does that keeps no tags.
+        // Even to somebody who has it already, as a server does that keeps no ETags.
         serve(updated, answer(200, updated.policy));
         before_ = treeBelowRoot();
         return recordFileOperations(root(), [this] { poll(); });
@@ -93,7 +93,7 @@ class PowerLossTest : public DaemonTest {
         if (contentIn(tree, etagFile) == updated.files().at(etagFile) &&
             contentIn(tree, policyFile) != updated.policy &&
             contentIn(tree, policyFile + std::string(".tmp")) != updated.policy) {
-            faults.emplace_back("a tag is stored whose policy is not on disk");
+            faults.emplace_back("an ETag is stored whose policy is not on disk");
         }
         return faults;
     }
@@ -120,8 +120,8 @@ class PowerLossTest : public DaemonTest {
         return handles;
     }
 
-    /// What each flush is of, and what may be wrong on disk when the power fails in a turn without
-    /// it.
+    /// What each flush is of, and what may be wrong on disk when the power fails in a poll cycle
+    /// without it.
     std::map<std::string, std::set<std::string>> faultsWithoutEachFlush(const Start& start) {
         const auto operations = recordUpdate(start);
         std::map<std::string, std::set<std::string>> faults;
@@ -205,13 +205,13 @@ class PowerLossTest : public DaemonTest {
         test::serve(*server_, version, whenUnchanged);
     }
 
-    /// One turn of a daemon that has just been started.
+    /// One cycle of a daemon that has just been started.
     void poll() {
         removeLeftovers();
         PolicyRunner runner;
         runner.pollOnce({"managed", server_->url(), "key-1", {}, {}});
-        constexpr int turnsPerServer = 200;  // it keeps what it has seen
-        if (++turns_ % turnsPerServer == 0) {
+        constexpr int cyclesPerServer = 200;  // it keeps what it has seen
+        if (++cycles_ % cyclesPerServer == 0) {
             server_ = std::make_unique<ScriptedServer>();
             log.clear();
         }
@@ -249,7 +249,7 @@ class PowerLossTest : public DaemonTest {
                                 "private/tmp/dev.orvane.setup/enroll-config.json"));
     }
 
-    /// A control plane that meanwhile went back says "unchanged" to the older tag: then there has
+    /// A control plane that meanwhile went back says "unchanged" to the older ETag: then there has
     /// to be a policy.
     void expectAPolicyAfterAPollAt(const PolicyVersion& version, const Tree& tree) {
         putInPlace(tree);
@@ -260,7 +260,7 @@ class PowerLossTest : public DaemonTest {
     }
 
     std::unique_ptr<ScriptedServer> server_ = std::make_unique<ScriptedServer>();
-    int turns_ = 0;
+    int cycles_ = 0;
     Tree before_;
 };
 
@@ -309,7 +309,7 @@ INSTANTIATE_TEST_SUITE_P(From, NightlyEveryLossTest, allStarts, nameOf);
 TEST_F(PowerLossTest, TheFlushesThatKeepWhatIsPromisedAreMissedWhenTheyAreNotThere) {
     const auto faults = faultsWithoutEachFlush(starts().at(1));
     EXPECT_THAT(faults.at(std::string("content of ") + policyFile + ".tmp"),
-                Contains("a tag is stored whose policy is not on disk"));
+                Contains("an ETag is stored whose policy is not on disk"));
     std::vector<std::string> missed;
     std::vector<std::string> notMissed;
     for (const auto& [flush, found] : faults) {
@@ -331,14 +331,14 @@ TEST_F(PowerLossTest, TheFlushesThatKeepWhatIsPromisedAreMissedWhenTheyAreNotThe
                                        std::string("name of ") + capturePolicyFile));
 }
 
-TEST_F(PowerLossTest, WithoutNamesFlushedATagMayOutliveItsPolicy) {
+TEST_F(PowerLossTest, WithoutNamesFlushedAnEtagMayOutliveItsPolicy) {
     const Start start = starts().at(1);
     auto operations = recordUpdate(start);
     const std::set<int> directories = directoryHandles(operations);
     std::erase_if(operations, [&](const FileOperation& operation) {
         return operation.kind == Kind::flush && directories.count(operation.handle) != 0;
     });
-    // Up to where the tag is in its place; more would be too many changes to combine.
+    // Up to where the ETag is in its place; more would be too many changes to combine.
     operations.erase(std::find_if(operations.begin(), operations.end(),
                                   [](const FileOperation& operation) {
                                       return operation.argument == etagFile;
@@ -346,7 +346,7 @@ TEST_F(PowerLossTest, WithoutNamesFlushedATagMayOutliveItsPolicy) {
                          1,
                      operations.end());
     EXPECT_THAT(faultsIn(operations, start),
-                Contains("a tag is stored whose policy is not on disk"));
+                Contains("an ETag is stored whose policy is not on disk"));
 }
 
 }  // namespace

@@ -56,7 +56,7 @@ class DaemonProcess {
     [[nodiscard]] std::size_t contextSwitches() const;
     /// Its children, dead ones that were not reaped included.
     [[nodiscard]] std::vector<pid_t> children() const;
-    /// The program's name and its arguments, as they were given, each with a NUL behind it.
+    /// The program's name and its arguments, as they were given, each with a NUL after it.
     [[nodiscard]] std::string commandLine() const;
 
   private:

@@ -20,7 +20,7 @@ std::size_t entriesIn(const fs::path& directory) {
     return namesIn(directory).size();
 }
 
-/// The number behind "`field`:" in a /proc status file, 0 when there is none.
+/// The number after "`field`:" in a /proc status file, 0 when there is none.
 std::size_t statusField(const fs::path& file, const std::string& field) {
     std::ifstream lines(file);
     for (std::string line; std::getline(lines, line);) {

@@ -19,7 +19,7 @@ TEST_F(LongWaitsTest, AHoldLongerThanAnyDefaultOfTheLibraryIsNotCutOff) {
                              return going && answer(304)(connection, request);
                          },
                          staySilent()});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(waitForRequests(2));
     EXPECT_THAT(process.logLines(), ::testing::Contains("debug policy unchanged (etag=-)"));
@@ -28,7 +28,7 @@ TEST_F(LongWaitsTest, AHoldLongerThanAnyDefaultOfTheLibraryIsNotCutOff) {
 
 TEST_F(LongWaitsTest, SilenceEndsAPollAfter330Seconds) {
     server.on(pollPath, {staySilent()});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(process.waitForLog("Unexpected HTTP 0"));
     EXPECT_EQ(activity().at(0)["error"], "The request timed out.");
@@ -38,7 +38,7 @@ TEST_F(LongWaitsTest, SilenceEndsAPollAfter330Seconds) {
 TEST_F(LongWaitsTest, ATrickleEndsAfter360Seconds) {
     server.on(pollPath, {trickle("HTTP/1.1 200 OK\r\nContent-Length: 100000\r\n\r\n", ' ',
                                  std::chrono::milliseconds(100))});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(process.waitForLog("Unexpected HTTP 0"));
     EXPECT_EQ(activity().at(0)["error"], "The request timed out.");
@@ -48,7 +48,7 @@ TEST_F(LongWaitsTest, ATrickleEndsAfter360Seconds) {
 TEST_F(LongWaitsTest, TheEffectiveFetchEndsAfter30SecondsOfSilence) {
     server.on(pollPath, {answer(200, "{}"), staySilent()});
     server.on(effectivePath, {staySilent()});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(waitForRequests(3));
     const auto lines = activity();
@@ -60,7 +60,7 @@ TEST_F(LongWaitsTest, TheEffectiveFetchEndsAfter30SecondsOfSilence) {
 
 TEST_F(LongWaitsTest, AFailedPollCostsAMinute) {
     server.on(pollPath, {answer(500), answer(500), staySilent()});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(waitForRequests(3));
     const auto lines = activity();

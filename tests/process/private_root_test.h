@@ -25,7 +25,7 @@ class PrivateRootTest : public ::testing::Test {
     }
 
     /// Leaves a managed enrollment file.
-    void enrol(const std::string& apiUrl) const {
+    void enroll(const std::string& apiUrl) const {
         writeFile(root.setup() / "enroll-config.json",
                   nlohmann::json{{"api_url", apiUrl}, {"api_key", "key-1"}}.dump());
     }

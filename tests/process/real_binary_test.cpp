@@ -103,14 +103,14 @@ TEST_F(RealBinaryTest, AnIdentityLookupGetsToTheSecondAddressOfAName) {
     EXPECT_TRUE(server.waitForRequests(1));  // within 20 s; the next lookup would be later
 }
 
-TEST_F(RealBinaryTest, AWholeTurnWithTheFixedPaths) {
+TEST_F(RealBinaryTest, AWholeCycleWithTheFixedPaths) {
     ScriptedServer server;
     server.on(pollPath, {answer(200, policy), staySilent()});
     server.on(effectivePath, {answer(200, R"({"effective":true})")});
     writeFile(root.path() / "usr/sbin/ioreg",
               "#!/bin/sh\necho \"$@\" > /ioreg-arguments\necho '  \"IOPlatformUUID\" = \"U-1\"'\n");
     std::filesystem::permissions(root.path() / "usr/sbin/ioreg", std::filesystem::perms(0755));
-    enrol(server.url() + "/");
+    enroll(server.url() + "/");
     const DaemonProcess process(daemon());
     ASSERT_TRUE(server.waitForRequests(3));
 
@@ -144,7 +144,7 @@ TEST_F(RealBinaryTest, WithoutTheRegistryToolTheMachineIdIsSent) {
     ScriptedServer server;
     server.on(pollPath, {answer(200, policy), staySilent()});
     writeFile(root.path() / "etc/machine-id", "0123456789abcdef0123456789abcdef\n");
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(server.waitForRequests(3));
     EXPECT_EQ(server.requestsTo(effectivePath).at(0).target,
@@ -155,7 +155,7 @@ TEST_F(RealBinaryTest, ItsMemoryAndEnvironmentAreClosedToItsOwnAccount) {
     constexpr uid_t nobody = 65534;
     ScriptedServer server;
     server.on(pollPath, {staySilent()});
-    enrol(server.url());
+    enroll(server.url());
     std::filesystem::permissions(root.path(), std::filesystem::perms(0755));
     DaemonSetup setup = daemon();
     setup.prepare = [enter = setup.prepare] {
@@ -227,7 +227,7 @@ TEST_F(RealBinaryTest, AHashedTrustStoreIsUsed) {
     ca.trustIn(root.path() / "etc/ssl/certs");
     ScriptedServer server(ca.issueForLoopback());
     server.on(pollPath, {staySilent()});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     EXPECT_TRUE(server.waitForRequests(1));
 }
@@ -237,7 +237,7 @@ TEST_F(RealBinaryTest, WithoutHashedNamesTheBundleIsUsed) {
     writeFile(root.path() / "etc/ssl/certs/ca-certificates.crt", readFile(ca.certificate()));
     ScriptedServer server(ca.issueForLoopback());
     server.on(pollPath, {staySilent()});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     EXPECT_TRUE(server.waitForRequests(1));
 }
@@ -247,7 +247,7 @@ TEST_F(RealBinaryTest, AnUnknownAuthorityGetsNoByteOfTheRequest) {
     const TestCa stranger;
     ca.trustIn(root.path() / "etc/ssl/certs");
     const ScriptedServer server(stranger.issueForLoopback());
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(process.waitForLog("Unexpected HTTP 0"));
     EXPECT_TRUE(process.waitForLog("The certificate for this server is invalid."));
@@ -260,7 +260,7 @@ TEST_F(RealBinaryTest, AHeldPollWakesNothing) {
     ORVANE_SKIP_UNDER_SANITIZERS(wakesUp);
     ScriptedServer server;
     server.on(pollPath, {staySilent()});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(server.waitForRequests(1));
     EXPECT_TRUE(sleepsSoundly(process));
@@ -272,13 +272,13 @@ TEST_F(RealBinaryTest, AHeldPollOverTlsWakesNothing) {
     ca.trustIn(root.path() / "etc/ssl/certs");
     ScriptedServer server(ca.issueForLoopback());
     server.on(pollPath, {staySilent()});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(server.waitForRequests(1));
     EXPECT_TRUE(sleepsSoundly(process));
 }
 
-TEST_F(RealBinaryTest, LargePoliciesAreHandledInLittleMemoryAndLeaveNothingBehind) {
+TEST_F(RealBinaryTest, LargePoliciesAreHandledInLittleMemory) {
     ORVANE_SKIP_UNDER_SANITIZERS("sanitizers keep freed memory back");
     constexpr std::size_t bodySize = 24'000'000;
     constexpr std::size_t kib = 1024;
@@ -301,7 +301,7 @@ TEST_F(RealBinaryTest, LargePoliciesAreHandledInLittleMemoryAndLeaveNothingBehin
     Semaphore measured(0);
     const auto waitForMeasurement = [&] { (void)measured.waitFor(std::chrono::seconds(20)); };
     server.on(effectivePath, {after(waitForMeasurement, answer(404))});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(server.waitForRequests(4));
     const std::size_t before = process.residentKiB();
@@ -318,7 +318,7 @@ TEST_F(RealBinaryTest, ASleepWakesNothing) {
     ORVANE_SKIP_UNDER_SANITIZERS(wakesUp);
     ScriptedServer server;
     server.on(pollPath, {answer(500)});
-    enrol(server.url());
+    enroll(server.url());
     const DaemonProcess process(daemon());
     ASSERT_TRUE(process.waitForLog("Unexpected HTTP 500"));
     EXPECT_TRUE(sleepsSoundly(process));

@@ -1,7 +1,7 @@
 """./run ends what it started however it ends, runs once at a time, and says in a sentence why it cannot.
 
 It runs for real, with the programs of this build, in a directory of its own. Only what would install
-packages or build is stood in for.
+packages or build is replaced by a fake.
 """
 
 import argparse
@@ -29,7 +29,7 @@ def wait_until(condition, what):
     deadline = time.monotonic() + PATIENCE
     while not condition():
         if time.monotonic() > deadline:
-            raise AssertionError(f"in vain: {what}")
+            raise AssertionError(f"timed out: {what}")
         time.sleep(0.05)
 
 

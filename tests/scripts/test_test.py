@@ -1,6 +1,6 @@
 """./test shows how far the tests are, which of them failed and how many, and hands on ctest's verdict.
 
-Building and ctest are stood in for; ctest's lines are as it writes them.
+Fakes replace the build and ctest; their lines are like the real ones.
 """
 
 import os

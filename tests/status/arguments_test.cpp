@@ -7,7 +7,7 @@
 namespace orvane::status {
 namespace {
 
-TEST(ArgumentsTest, WithoutAnyItIsAReportForPeopleAboutOneself) {
+TEST(ArgumentsTest, WithoutAnyItIsAHumanReadableReportAboutOneself) {
     const auto arguments = parseArguments({});
     ASSERT_TRUE(arguments);
     EXPECT_EQ(arguments->format, Format::text);

@@ -170,7 +170,7 @@ TEST_F(HistoryTest, ALogThatIsFullOfSomethingElseHasNoHistory) {
     EXPECT_FALSE(history.countedSince);
 }
 
-TEST_F(HistoryTest, WithoutAGoodPollTheDayIsCountedWholeAllTheSame) {
+TEST_F(HistoryTest, WithoutAGoodPollTheWholeDayIsCountedAnyway) {
     const std::string line = PollLine{hours(30), 0}.text();
     std::string text;
     for (int i = 0; i < 8000; ++i) {

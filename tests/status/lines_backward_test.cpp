@@ -50,7 +50,7 @@ TEST_F(LinesBackwardTest, EmptyLinesAreLeftOut) {
     EXPECT_THAT(linesOf("\none\n\n\ntwo\n\n"), ElementsAre("two", "one"));
 }
 
-TEST_F(LinesBackwardTest, TextBehindTheLastLineFeedIsALine) {
+TEST_F(LinesBackwardTest, TextAfterTheLastLineFeedIsALine) {
     EXPECT_THAT(linesOf("one\ntw"), ElementsAre("tw", "one"));
 }
 
@@ -64,7 +64,7 @@ TEST_F(LinesBackwardTest, ReadingEndsWhenNoMoreIsWanted) {
 
 TEST_F(LinesBackwardTest, LinesAreWholeWhereverAPieceEnds) {
     for (const std::size_t length : {65534U, 65535U, 65536U, 65537U, 131072U}) {
-        const std::string filling(length - 8, 'x');  // in front of and behind it: 4 bytes each
+        const std::string filling(length - 8, 'x');  // before and after it: 4 bytes each
         const auto found =
             linesOf("abc\n" + filling.substr(0, 60000) + "\n" + filling.substr(60000) + "\ndef\n");
         ASSERT_EQ(found.front(), "def");

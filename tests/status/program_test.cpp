@@ -1,4 +1,4 @@
-// The whole program, in its twin for tests, against real files.
+// The whole program, built for tests, against real files.
 #include "status/program.h"
 
 #include "status/run.h"
@@ -25,7 +25,7 @@ using ::testing::StartsWith;
 class StatusProgramTest : public ::testing::Test {
   protected:
     [[nodiscard]] test::ProgramResult status(std::vector<std::string> arguments = {}) const {
-        return test::runProgram(ORVANE_STATUS_TWIN, std::move(arguments),
+        return test::runProgram(ORVANE_DEMO_STATUS, std::move(arguments),
                                 {"ORVANE_ROOT=" + files.root().string(), "TZ=UTC0"});
     }
 
@@ -88,10 +88,10 @@ const std::vector<State> states{
      [](const StatusFiles& f) {
          test::writeFile(f.orvane() / "policy-etag.json", R"({"etag":"demo-10"})");
      },
-     1, "degraded: the stored policy and its tag are not of the same version; "},
+     1, "degraded: the stored policy and its ETag are not of the same version; "},
     {"TagSpoiled",
      [](const StatusFiles& f) { test::writeFile(f.orvane() / "policy-etag.json", "{"); }, 1,
-     "degraded: the stored policy and its tag are not of the same version; "},
+     "degraded: the stored policy and its ETag are not of the same version; "},
     {"PolicyReplacementCutOff",
      [](const StatusFiles& f) {
          fs::rename(f.orvane() / "policy.json", f.orvane() / "policy.json.tmp");
@@ -251,7 +251,7 @@ TEST_F(StatusProgramTest, OnlyRootCanAskForAllAccounts) {
 
 TEST_F(StatusProgramTest, AllAccountsTakeRoot) {
     const auto result =
-        test::runProgram(ORVANE_STATUS_TWIN, {"--all"}, {"ORVANE_ROOT=" + files.root().string()});
+        test::runProgram(ORVANE_DEMO_STATUS, {"--all"}, {"ORVANE_ROOT=" + files.root().string()});
     if (::geteuid() != 0) {
         EXPECT_EQ(result.status, 3);
         EXPECT_EQ(result.output, "");

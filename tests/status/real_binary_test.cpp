@@ -36,7 +36,7 @@ class StatusOfAllTest : public test::PrivateRootTest {
             "root:x:0:0::/root:/bin/sh\nalice:x:3001:3001::/home/alice:/bin/sh\n"
             "greeter:x:901:901::/home/alice:/bin/sh\nfrank:x:3003:3003::/nonexistent:/bin/sh\n"
             "bob:x:3002:3002::/home/bob:/bin/sh\n");
-        enrol("https://control.example");
+        enroll("https://control.example");
         const test::StatusFiles healthy;
         fs::copy(healthy.setup() / "capture-policy.json", root.setup() / "capture-policy.json");
         for (const auto& [name, user] : {std::pair{"alice", alice}, {"bob", bob}}) {
@@ -124,7 +124,7 @@ TEST_F(StatusOfAllTest, AnAccountCannotHoldUpTheOthers) {
     EXPECT_EQ(all.at("bob").at("problem"), "log-unreadable");
 }
 
-TEST_F(StatusOfAllTest, MetricsOfOneKindStandTogether) {
+TEST_F(StatusOfAllTest, MetricsOfOneKindAreGrouped) {
     const auto result = status({"--all", "--prometheus"});
     EXPECT_EQ(result.status, 0);
     EXPECT_THAT(

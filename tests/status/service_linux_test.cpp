@@ -1,4 +1,4 @@
-// Where systemd leaves its traces, with a stand-in for systemctl.
+// Where systemd leaves its traces, with a fake systemctl.
 #include "status/service.h"
 
 #include "platform/machine/accounts.h"

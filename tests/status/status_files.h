@@ -37,7 +37,7 @@ class StatusFiles {
         return orvane() / "logs/policy-daemon.activity.jsonl";
     }
 
-    /// Stores the policy with this tag as if it had been received `ago` before now.
+    /// Stores the policy with this ETag as if it had been received `ago` before now.
     void storePolicy(const std::string& tag, std::chrono::seconds ago) const;
     void enroll() const;
     /// Replaces the activity log.

@@ -20,7 +20,7 @@ class TextReportTest : public ::testing::Test {
     TextReportTest() { (void)setenv("TZ", "UTC0", 1); }
 
     [[nodiscard]] std::string report() const { return textReport(facts, judge(facts), style); }
-    /// What stands beside `label` in the report.
+    /// What is next to `label` in the report.
     [[nodiscard]] std::string rowOf(const std::string& label) const {
         const std::string text = "\n" + report();
         const auto start = text.find("\n" + label + " ");
@@ -111,9 +111,9 @@ TEST_F(TextReportTest, ASourceThatIsInferredSaysSo) {
     EXPECT_EQ(rowOf("profile"), "[device] https://control.example (inferred)");
 }
 
-TEST_F(TextReportTest, APolicyWithoutTagSaysSo) {
+TEST_F(TextReportTest, APolicyWithoutAnEtagSaysSo) {
     facts.policy.tag.reset();
-    EXPECT_THAT(rowOf("policy"), StartsWith("no tag, 342 bytes"));
+    EXPECT_THAT(rowOf("policy"), StartsWith("no ETag, 342 bytes"));
 }
 
 TEST_F(TextReportTest, APollSaysWhatItEndedWith) {

@@ -33,7 +33,7 @@ std::filesystem::path DaemonTest::root() {
     return rootDirectory().path();
 }
 
-void DaemonTest::enrol(const std::string& apiUrl, const std::string& apiKey) {
+void DaemonTest::enroll(const std::string& apiUrl, const std::string& apiKey) {
     const nlohmann::json file{{"api_url", apiUrl}, {"api_key", apiKey}};
     writeFile(setup() / "enroll-config.json", file.dump());
 }

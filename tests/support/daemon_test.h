@@ -39,7 +39,7 @@ class DaemonTest : public ::testing::Test {
     }
 
     /// Leaves a managed enrollment file.
-    static void enrol(const std::string& apiUrl, const std::string& apiKey = "key-1");
+    static void enroll(const std::string& apiUrl, const std::string& apiKey = "key-1");
     /// Leaves a device-identity file.
     static void identify(const std::string& apiUrl);
     /// Puts `script` where the hardware registry tool is, executable.

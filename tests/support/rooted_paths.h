@@ -1,4 +1,4 @@
-// The twin of platform/paths: every path of the daemon below one directory.
+// Replaces platform/machine/paths: every path of the daemon below one directory.
 #pragma once
 
 #include <filesystem>

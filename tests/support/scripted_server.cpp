@@ -115,7 +115,7 @@ class SocketConnection : public Connection {
         ::close(socket_);
     }
 
-    /// Speaks TLS from now on if that is asked for. False when the peer does not.
+    /// Speaks TLS from now on if requested. False when the peer does not.
     bool handshake() {
         if (tls_ == nullptr) {
             return true;

@@ -1,4 +1,4 @@
-// An HTTP server on loopback that does just what a test tells it, down to the bytes: the place for
+// An HTTP server on loopback that does exactly what a test says, down to the bytes: the place for
 // every kind of misbehaviour on the wire.
 #pragma once
 
@@ -52,7 +52,7 @@ Step answer(int status, std::string body = "",
             std::vector<std::pair<std::string, std::string>> headers = {});
 /// Sends `bytes` as they are, then closes.
 Step sendAndClose(std::string bytes);
-/// Closes without a word.
+/// Closes without sending anything.
 Step closeAtOnce();
 /// Resets the connection.
 Step resetAtOnce();

@@ -1,4 +1,4 @@
-// The twin of platform/clock: time that tests move. Sleeping returns at once and advances it.
+// Replaces platform/machine/clock: time that tests move. Sleeping returns at once and advances it.
 #pragma once
 
 #include <chrono>

@@ -19,7 +19,7 @@ int numberAt(std::string_view text, std::size_t first, std::size_t count) {
     return number;
 }
 
-/// Whether `text` is `form`, in which 0 stands for any digit.
+/// Whether `text` is `form`, in which 0 means any digit.
 bool hasForm(std::string_view text, std::string_view form) {
     return std::equal(text.begin(), text.end(), form.begin(), form.end(), [](char c, char wanted) {
         return wanted == '0' ? c >= '0' && c <= '9' : c == wanted;

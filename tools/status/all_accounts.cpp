@@ -59,12 +59,12 @@ bool canHaveDaemon(const Account& account) {
 }
 
 std::vector<AccountReport> reportsOfAll(const std::function<AccountReport()>& report) {
-    constexpr std::chrono::seconds patience(10);
+    constexpr std::chrono::seconds timeLimit(10);
     std::vector<AccountReport> reports;
     for (const Account& account : allAccounts()) {
         if (canHaveDaemon(account)) {
             const auto result = resultAs(
-                account, [&] { return packed(report()); }, patience);
+                account, [&] { return packed(report()); }, timeLimit);
             reports.push_back(unpacked(account.name, result.value_or("")));
         }
     }

@@ -15,7 +15,7 @@ namespace orvane::status {
 struct AccountReport {
     std::string account;
     Verdict verdict;
-    std::string text;  ///< in the format that was asked for
+    std::string text;  ///< in the requested format
 };
 
 /// `report` in one text, and back. What cannot be read counts as the verdict unknown.

@@ -37,14 +37,14 @@ struct Source {
     bool isInferred = false;  ///< concluded from the last poll, not looked up
 };
 
-/// The stored policy and its tag.
+/// The stored policy and its ETag.
 struct Policy {
     bool isThere = false;
     bool isUsable = false;  ///< it is a JSON object
     std::int64_t bytes = 0;
     Time storedAt{};
-    std::optional<std::string> ownTag;  ///< the tag in the policy itself
-    std::optional<std::string> tag;     ///< the tag that goes with the next poll
+    std::optional<std::string> ownTag;  ///< the ETag in the policy itself
+    std::optional<std::string> tag;     ///< the ETag that the next poll sends
 };
 
 /// How the capture policy compares with the stored policy.

@@ -19,7 +19,7 @@ struct Metric {
 /// All are gauges.
 constexpr std::array<Metric, 15> metrics{{
     {"status", "0 healthy, 1 degraded, 2 not working, 3 unknown."},
-    {"info", "The source of credentials and the tag of the stored policy; always 1."},
+    {"info", "The source of credentials and the ETag of the stored policy; always 1."},
     {"service_running", "Whether the service manager says that the daemon runs."},
     {"service_restarts", "How often the service manager has started the daemon again."},
     {"service_running_seconds", "For how long the daemon has been running."},

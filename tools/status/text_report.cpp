@@ -59,7 +59,7 @@ std::string policyText(const Facts& facts, const Style& style) {
     if (!policy.isThere) {
         return "none";
     }
-    return (policy.tag ? printable(*policy.tag, longestTag) : "no tag") + ", " +
+    return (policy.tag ? printable(*policy.tag, longestTag) : "no ETag") + ", " +
            counted(policy.bytes, "byte") + ", since " + localTime(policy.storedAt) + " (" +
            ago(policy.storedAt, facts, style) + ")";
 }

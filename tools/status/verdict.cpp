@@ -24,7 +24,7 @@ std::string with(std::string_view beginning, std::string_view command) {
     return std::string(beginning) + std::string(command);
 }
 
-/// What brings policy, tag and everything derived from them in step again.
+/// What brings policy, ETag and everything derived from them in step again.
 std::string fetchAgain() {
     return with("fetch the policy again: rm -f ~/.orvane/policy-etag.json; ",
                 serviceCommands.restart);
@@ -206,7 +206,7 @@ Judgment judgePolicy(const Facts& facts) {
     }
     if (policy.ownTag && policy.ownTag != policy.tag) {
         return Verdict{Level::degraded, "tag-differs",
-                       "the stored policy and its tag are not of the same version", fetchAgain()};
+                       "the stored policy and its ETag are not of the same version", fetchAgain()};
     }
     return std::nullopt;
 }

@@ -12,7 +12,7 @@ namespace orvane {
 
 namespace {
 
-/// Where a result waits for the thread that asked for it. Shared with the completion, which may
+/// Where a result waits for the thread that requested it. Shared with the completion, which may
 /// come after that thread has given up; the mutex is for that case alone.
 class PendingResult {
   public:

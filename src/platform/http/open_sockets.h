@@ -65,7 +65,7 @@ class OpenSockets {
     /// Addresses to open no connection to, and when the last of them was added.
     std::vector<std::string> silent_ ORVANE_GUARDED_BY(mutex_);
     clock::TimePoint silentSince_ ORVANE_GUARDED_BY(mutex_);
-    /// Whether one of them was asked for since `noteStart`.
+    /// Whether one of them was requested since `noteStart`.
     bool hasPassedOver_ ORVANE_GUARDED_BY(mutex_) = false;
 };
 

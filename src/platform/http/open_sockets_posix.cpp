@@ -26,8 +26,8 @@ void cutOff(int socket) {
     (void)::shutdown(socket, SHUT_RDWR);
 }
 
-/// One end of a connection. Where there is none yet, it has no address that anybody could have or
-/// reach.
+/// One end of a connection. Where there is none yet, it has no address that any machine could have
+/// or reach.
 class End {
   public:
     /// `ask` is getsockname or getpeername.

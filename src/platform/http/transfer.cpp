@@ -27,7 +27,7 @@ constexpr std::chrono::seconds connectLimit(30);
 /// An address that does not answer gets this part of it, while there may be others to try.
 constexpr int triesWithinConnectLimit = 3;
 
-/// The status in a status line: three digits behind the version, then a space or the line end.
+/// The status in a status line: three digits after the version, then a space or the line end.
 /// 0 for any other line; libraries read "2000" as 200, as 2000 or not at all.
 long statusOf(std::string_view line) {
     constexpr std::size_t digits = 3;
@@ -168,7 +168,8 @@ bool Transfer::append(std::string_view part) {
 }
 
 void Transfer::reserveExpectedSize() {
-    constexpr curl_off_t most = curl_off_t{64} * 1024 * 1024;  // a server's word is not worth more
+    constexpr curl_off_t most =
+        curl_off_t{64} * 1024 * 1024;  // do not trust a larger Content-Length
     curl_off_t expected = 0;
     (void)curl_easy_getinfo(easy_.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &expected);
     body_.reserve(static_cast<std::size_t>(std::clamp<curl_off_t>(expected, 0, most)));

@@ -64,7 +64,7 @@ class Transfer {
     /// All limits count from here.
     void startLimits();
 
-    /// Ends the exchange as the library says it ended; `ownError` puts a failure in other words.
+    /// Ends the exchange as the library says it ended; `ownError` overrides libcurl's error text.
     void complete(CURLcode code, const char* ownError);
 
   private:

@@ -11,7 +11,7 @@
 
 namespace orvane::json {
 
-/// A member at the top level of an object, with its expected value. A list stands for an array of
+/// A member at the top level of an object, with its expected value. A list means an array of
 /// exactly these strings, in order.
 struct ExpectedMember {
     std::string_view key;

@@ -1,4 +1,4 @@
-#include "hostile/hostile_turn.h"
+#include "hostile/hostile_cycle.h"
 
 #include "platform/http_exchange.h"
 #include "platform/machine/clock.h"
@@ -25,7 +25,7 @@ using namespace std::chrono_literals;
 
 constexpr const char* noProfile = "default No usable profile — sleeping 30s and retrying";
 
-// Three policies that tell themselves apart by their tags and by the number of their hosts.
+// Three policies that differ in their ETags and in the number of their hosts.
 constexpr const char* storedPolicy =
     R"({"etag":"stored","guard_config":{"capture":{"hosts":["a"]}}})";
 constexpr const char* firstPolicy =
@@ -139,7 +139,7 @@ StepFor stall(std::string head, Step rest) {
             if (!isTimePassing->exchange(true)) {
                 letWorkerTakeIn(session);
                 virtual_clock::advance(limit - 5s);
-                letWorkerTurn(session);
+                letWorkerIterate(session);
                 virtual_clock::advance(6s);
             }
             return rest(connection, request);
@@ -198,14 +198,14 @@ bool costsASleep(const ExpectedResult& expected) {
     return expected.error || (expected.status != 200 && expected.status != 304);
 }
 
-HostileTurnTest::HostileTurnTest() {
+HostileCycleTest::HostileCycleTest() {
     for (const char* name :
          {"http_proxy", "https_proxy", "HTTPS_PROXY", "all_proxy", "ALL_PROXY"}) {
         (void)::unsetenv(name);
     }
 }
 
-FaultContext HostileTurnTest::contextAt(Endpoint endpoint) {
+FaultContext HostileCycleTest::contextAt(Endpoint endpoint) {
     switch (endpoint) {
         case Endpoint::poll:
             return {endpoint, pollPath, 330s, runner.session, *server};
@@ -217,14 +217,14 @@ FaultContext HostileTurnTest::contextAt(Endpoint endpoint) {
     return {endpoint, agentConfigPath, 12s, HttpSession::shared(), *server};
 }
 
-void HostileTurnTest::expectEndured(const HostileCase& hostileCase) {
+void HostileCycleTest::expectEndured(const HostileCase& hostileCase) {
     const auto& [fault, endpoint] = hostileCase;
     writeFile(runner.policyPath, storedPolicy);
     writeFile(runner.etagPath, etagFileOf("stored"));
     writeFile(runner.effectivePath, storedEffective);
     offerProfile(endpoint);
-    scriptFaultyTurn(endpoint, fault);
-    scriptGoodTurn(endpoint);
+    scriptFaultyCycle(endpoint, fault);
+    scriptGoodCycle(endpoint);
     run(endpoint, fault);
 
     EXPECT_TRUE(recovered_);
@@ -252,25 +252,25 @@ void HostileTurnTest::expectEndured(const HostileCase& hostileCase) {
     }
 }
 
-void HostileTurnTest::offerProfile(Endpoint endpoint) const {
+void HostileCycleTest::offerProfile(Endpoint endpoint) const {
     if (endpoint == Endpoint::identity) {
         identify(server->url());
     } else {
-        enrol(server->url());
+        enroll(server->url());
     }
 }
 
-void HostileTurnTest::withdrawProfile() {
+void HostileCycleTest::withdrawProfile() {
     std::filesystem::remove(setup() / "enroll-config.json");
     std::filesystem::remove(setup() / "device-identity.json");
 }
 
-void HostileTurnTest::inject(Endpoint endpoint, const ServerFault& fault) {
+void HostileCycleTest::inject(Endpoint endpoint, const ServerFault& fault) {
     receivedBefore_ = server->received().size();
     fault.inject(contextAt(endpoint));
 }
 
-void HostileTurnTest::scriptFaultyTurn(Endpoint endpoint, const ServerFault& fault) {
+void HostileCycleTest::scriptFaultyCycle(Endpoint endpoint, const ServerFault& fault) {
     if (endpoint != Endpoint::effective) {
         inject(endpoint, fault);
         return;
@@ -283,7 +283,7 @@ void HostileTurnTest::scriptFaultyTurn(Endpoint endpoint, const ServerFault& fau
     server->on(pollPath, {after(action, lastAnswer(firstPolicy))});
 }
 
-void HostileTurnTest::scriptGoodTurn(Endpoint endpoint) {
+void HostileCycleTest::scriptGoodCycle(Endpoint endpoint) {
     server->on(agentConfigPath, {lastAnswer(R"({"upload_api_key":"key-2","agent_slug":"s"})")});
     const auto action = [=, this] {
         const bool hasFirst = endpoint == Endpoint::effective;
@@ -298,15 +298,15 @@ void HostileTurnTest::scriptGoodTurn(Endpoint endpoint) {
     server->on(pollPath, {after(action, lastAnswer(goodPolicy))});
 }
 
-void HostileTurnTest::run(Endpoint endpoint, const ServerFault& fault) {
+void HostileCycleTest::run(Endpoint endpoint, const ServerFault& fault) {
     const auto start = clock::monotonicNow();
     virtual_clock::onSleep([&](double seconds) {
         if (recovered_) {
             throw virtual_clock::EndOfLoop();
         }
-        turnTime = clock::monotonicNow() - start -
-                   std::chrono::duration_cast<std::chrono::nanoseconds>(
-                       std::chrono::duration<double>(seconds));
+        cycleTime = clock::monotonicNow() - start -
+                    std::chrono::duration_cast<std::chrono::nanoseconds>(
+                        std::chrono::duration<double>(seconds));
         receivedMeanwhile = server->received().substr(receivedBefore_);
         if (fault.undo) {
             fault.undo(contextAt(endpoint));
@@ -316,7 +316,7 @@ void HostileTurnTest::run(Endpoint endpoint, const ServerFault& fault) {
     EXPECT_THROW(runner.run(), virtual_clock::EndOfLoop);
 }
 
-void HostileTurnTest::expectLogged(Endpoint endpoint, const ExpectedResult& expected) const {
+void HostileCycleTest::expectLogged(Endpoint endpoint, const ExpectedResult& expected) const {
     std::vector<std::string> lines{"default Resolving credentials from ~/.orvane/config…"};
     const auto usingProfile = [&](const std::string& name) {
         lines.push_back("default Using profile [" + name + "] api=" + server->url());
@@ -348,7 +348,7 @@ void HostileTurnTest::expectLogged(Endpoint endpoint, const ExpectedResult& expe
     EXPECT_THAT(logLines(), ElementsAreArray(lines));
 }
 
-void HostileTurnTest::expectRecorded(Endpoint endpoint, const ExpectedResult& expected) {
+void HostileCycleTest::expectRecorded(Endpoint endpoint, const ExpectedResult& expected) {
     std::vector<ExpectedResult> exchanges;
     switch (endpoint) {
         case Endpoint::poll:

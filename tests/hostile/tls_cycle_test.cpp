@@ -1,5 +1,5 @@
 // A peer that cannot prove to be the server gets not one byte of a credential, on every endpoint.
-#include "hostile/hostile_turn.h"
+#include "hostile/hostile_cycle.h"
 #include "platform/machine/paths.h"
 #include "support/http_library.h"
 #include "support/test_ca.h"
@@ -27,7 +27,7 @@ const TestCa& authority() {
     return ca;
 }
 
-class HostileTlsTest : public HostileTurnTest {
+class HostileTlsTest : public HostileCycleTest {
   protected:
     HostileTlsTest() {
         authority().trustIn(paths::certificateDirectory());
@@ -48,7 +48,7 @@ TEST_P(HostileTlsTest, LearnsNoCredential) {
     for (const char* secret : {"key-1", "device-1", "tenant-1"}) {
         EXPECT_THAT(receivedMeanwhile, Not(HasSubstr(secret)));
     }
-    // The good turn shows that it would have been seen.
+    // The good cycle shows that it would have been seen.
     EXPECT_THAT(server->received(), HasSubstr("X-Orv-Key: key-"));
 }
 
@@ -122,7 +122,7 @@ ServerFault answersInTheClear(std::string name, std::string bytes) {
 const std::vector<ServerFault> handshakes{
     speaksTls11Only(),
     onConnect("HandshakeStall", timedOut(), stall()),
-    onConnect("HandshakeStallBehindHalfAMessage", timedOut(), stall("\x16\x03\x03\x00\x7A\x02"s)),
+    onConnect("HandshakeStallAfterHalfAMessage", timedOut(), stall("\x16\x03\x03\x00\x7A\x02"s)),
     answersInTheClear("PlaintextOnTheTlsPort", "HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\n{}"),
     answersInTheClear("RedirectInTheClear",
                       "HTTP/1.1 302 X\r\nLocation: http://127.0.0.1/\r\n\r\n"),
@@ -136,11 +136,11 @@ INSTANTIATE_TEST_SUITE_P(Handshakes, HostileTlsTest, onEveryEndpoint(handshakes)
 
 class HostileTlsEndTest : public HostileTlsTest {};
 
-TEST_P(HostileTlsEndTest, IsNotTakenForTheAnswersEnd) {
+TEST_P(HostileTlsEndTest, IsNotMistakenForTheEndOfTheResponse) {
     expectEndured(GetParam());
 }
 
-ServerFault cutsBehind(std::string name, ExpectedResult expected, const std::string& bytes) {
+ServerFault cutsAfter(std::string name, ExpectedResult expected, const std::string& bytes) {
     return onRequest(std::move(name), std::move(expected),
                      Step([=](Connection& connection, const ReceivedRequest&) {
                          (void)connection.send(bytes);
@@ -150,15 +150,15 @@ ServerFault cutsBehind(std::string name, ExpectedResult expected, const std::str
 }
 
 const std::vector<ServerFault> cuts{
-    cutsBehind("Request", failed(), ""),
-    cutsBehind("HalfAHeader", failed(), "HTTP/1.1 200 OK\r\nContent-Le"),
-    cutsBehind("Header", failed(200), "HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\n"),
-    cutsBehind("HalfABody", failed(200),
-               "HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\n{\"etag\":\"x\"}"),
+    cutsAfter("Request", failed(), ""),
+    cutsAfter("HalfAHeader", failed(), "HTTP/1.1 200 OK\r\nContent-Le"),
+    cutsAfter("Header", failed(200), "HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\n"),
+    cutsAfter("HalfABody", failed(200),
+              "HTTP/1.1 200 OK\r\nContent-Length: 20\r\n\r\n{\"etag\":\"x\"}"),
     // Where the library takes this for an end, what came so far cannot be a JSON object.
-    cutsBehind("HalfABodyWithoutLength",
-               http_library::tellsACutFromAnEnd() ? lost(200) : answered(200, 11),
-               "HTTP/1.1 200 OK\r\n\r\n{\"etag\":\"x\""),
+    cutsAfter("HalfABodyWithoutLength",
+              http_library::tellsACutFromAnEnd() ? lost(200) : answered(200, 11),
+              "HTTP/1.1 200 OK\r\n\r\n{\"etag\":\"x\""),
 };
 INSTANTIATE_TEST_SUITE_P(Cut, HostileTlsEndTest, onEveryEndpoint(cuts), nameOf);
 

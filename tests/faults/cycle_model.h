@@ -15,7 +15,7 @@ namespace orvane::test {
 
 enum class Lasting { once, fromThenOn };
 
-/// The call at `index` of the turn's calls fails with the error number `error`.
+/// The call at `index` of the cycle's calls fails with the error number `error`.
 struct Fault {
     std::size_t index;
     int error;
@@ -34,9 +34,9 @@ struct Outcome {
 };
 
 /// The calls of a successful poll cycle, and their purposes.
-class TurnModel {
+class CycleModel {
   public:
-    TurnModel(InitialState initial, std::vector<Call> calls)
+    CycleModel(InitialState initial, std::vector<Call> calls)
         : initial_(initial), calls_(std::move(calls)) {}
 
     [[nodiscard]] InitialState initial() const { return initial_; }

@@ -9,7 +9,7 @@ namespace {
 
 using ::testing::ElementsAre;
 
-class TurnOrderTest : public DaemonTest {
+class CycleOrderTest : public DaemonTest {
   protected:
     void poll() { runner.pollOnce({"p", server.url(), "key-1", {}, {}}); }
 
@@ -17,7 +17,7 @@ class TurnOrderTest : public DaemonTest {
     PolicyRunner runner;
 };
 
-TEST_F(TurnOrderTest, PolicyThenEtagThenEffectiveFetchThenCaptureFile) {
+TEST_F(CycleOrderTest, PolicyThenEtagThenEffectiveFetchThenCaptureFile) {
     std::vector<std::string> atFetch;
     bool captureAtFetch = true;
     server.on(pollPath,
@@ -40,8 +40,9 @@ TEST_F(TurnOrderTest, PolicyThenEtagThenEffectiveFetchThenCaptureFile) {
                             "hosts=0 suppress_ech=true"));
 }
 
-TEST_F(TurnOrderTest, ThePolicyIsStoredBeforeItsEtag) {
-    // With a directory in the way of the policy, both failures are told in the order of the writes.
+TEST_F(CycleOrderTest, ThePolicyIsStoredBeforeItsEtag) {
+    // With a directory in the way of the policy, both failures are logged in the order of the
+    // writes.
     std::filesystem::create_directories(orvane() / "policy.json/x");
     std::filesystem::create_directories(orvane() / "policy-etag.json/x");
     server.on(pollPath, {answer(200, R"({"etag":"v1"})")});
@@ -52,7 +53,7 @@ TEST_F(TurnOrderTest, ThePolicyIsStoredBeforeItsEtag) {
     EXPECT_THAT(errors[1], ::testing::HasSubstr("/policy-etag.json failed"));
 }
 
-TEST_F(TurnOrderTest, TheNextPollSendsTheTagThatThePolicyBrought) {
+TEST_F(CycleOrderTest, TheNextPollSendsTheEtagOfThePolicy) {
     server.on(pollPath, {answer(200, R"({"etag":"v1"})"), answer(304)});
     poll();
     poll();
@@ -62,7 +63,7 @@ TEST_F(TurnOrderTest, TheNextPollSendsTheTagThatThePolicyBrought) {
     EXPECT_EQ(logged("debug").back(), "policy unchanged (etag=v1)");
 }
 
-TEST_F(TurnOrderTest, BothExchangesOfATurnAreOnRecordInOrder) {
+TEST_F(CycleOrderTest, BothExchangesOfACycleAreOnRecordInOrder) {
     server.on(pollPath, {answer(200, "{}")});
     server.on(effectivePath, {answer(200, R"({"x":1})")});
     poll();
@@ -74,7 +75,7 @@ TEST_F(TurnOrderTest, BothExchangesOfATurnAreOnRecordInOrder) {
     EXPECT_EQ(lines[1]["bytes"], 7);
 }
 
-TEST_F(TurnOrderTest, ASecondTurnWithTheSamePolicyWritesNoCaptureFile) {
+TEST_F(CycleOrderTest, ASecondCycleWithTheSamePolicyWritesNoCaptureFile) {
     const std::string body = R"({"etag":"v1","guard_config":{"capture":{"enabled":true}}})";
     server.on(pollPath, {answer(200, body), answer(304)});
     poll();

@@ -107,9 +107,9 @@ std::string effectiveLine(const ExpectedResult& expected);
 /// Whether a poll with `expected` is followed by a back-off.
 bool costsASleep(const ExpectedResult& expected);
 
-class HostileTurnTest : public DaemonTest, public testing::WithParamInterface<HostileCase> {
+class HostileCycleTest : public DaemonTest, public testing::WithParamInterface<HostileCase> {
   protected:
-    HostileTurnTest();
+    HostileCycleTest();
 
     /// Runs the loop with files stored earlier. In the first cycle the server injects the fault at
     /// the endpoint; after that it behaves. Checks all that has to follow: what is logged,
@@ -119,7 +119,7 @@ class HostileTurnTest : public DaemonTest, public testing::WithParamInterface<Ho
     [[nodiscard]] FaultContext contextAt(Endpoint endpoint);
 
     /// How long the cycle took in which the server misbehaved.
-    std::chrono::nanoseconds turnTime{};
+    std::chrono::nanoseconds cycleTime{};
     /// What the server received from the fault until it behaved again.
     std::string receivedMeanwhile;
 
@@ -130,8 +130,8 @@ class HostileTurnTest : public DaemonTest, public testing::WithParamInterface<Ho
   private:
     void offerProfile(Endpoint endpoint) const;
     static void withdrawProfile();
-    void scriptFaultyTurn(Endpoint endpoint, const ServerFault& fault);
-    void scriptGoodTurn(Endpoint endpoint);
+    void scriptFaultyCycle(Endpoint endpoint, const ServerFault& fault);
+    void scriptGoodCycle(Endpoint endpoint);
     void run(Endpoint endpoint, const ServerFault& fault);
     void inject(Endpoint endpoint, const ServerFault& fault);
     void expectLogged(Endpoint endpoint, const ExpectedResult& expected) const;

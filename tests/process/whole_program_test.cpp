@@ -1,4 +1,4 @@
-// The daemon as a process: the test twin, whose paths lie below a root of ours and whose sleeps
+// The daemon as a process: the test build, whose paths lie below a root of ours and whose sleeps
 // take no time.
 #include "process/daemon_process.h"
 #include "support/daemon_test.h"
@@ -31,10 +31,10 @@ using ::testing::StartsWith;
 constexpr const char* enabledPolicy =
     R"({"etag":"v1","guard_config":{"capture":{"enabled":true}}})";
 
-class TwinTest : public DaemonTest {
+class WholeProgramTest : public DaemonTest {
   protected:
-    static DaemonSetup twin() {
-        return {ORVANE_DAEMON_TWIN, {{"ORVANE_ROOT", root().string()}}, root() / "stderr", [] {
+    static DaemonSetup testDaemon() {
+        return {ORVANE_TEST_DAEMON, {{"ORVANE_ROOT", root().string()}}, root() / "stderr", [] {
                     return true;
                 }};
     }
@@ -42,8 +42,8 @@ class TwinTest : public DaemonTest {
     ScriptedServer server;
 };
 
-TEST_F(TwinTest, TheStartIsToldWithTheProcessIdAndThenTheSearchForCredentials) {
-    DaemonProcess daemon(twin());
+TEST_F(WholeProgramTest, TheFirstMessagesAreTheStartAndTheSearchForCredentials) {
+    DaemonProcess daemon(testDaemon());
     ASSERT_TRUE(daemon.waitForLog("No usable profile"));
     auto lines = daemon.logLines();
     lines.resize(3);
@@ -54,10 +54,10 @@ TEST_F(TwinTest, TheStartIsToldWithTheProcessIdAndThenTheSearchForCredentials) {
     EXPECT_TRUE(daemon.isRunning());
 }
 
-TEST_F(TwinTest, ATerminationSignalEndsItWithoutFurtherWords) {
-    enrol(server.url());
+TEST_F(WholeProgramTest, ATerminationSignalEndsItWithoutAMessage) {
+    enroll(server.url());
     server.on(pollPath, {staySilent()});
-    DaemonProcess daemon(twin());
+    DaemonProcess daemon(testDaemon());
     ASSERT_TRUE(server.waitForRequests(1));
     const auto before = daemon.logLines();
     int status = daemon.end(SIGTERM);  // macOS's macros take its address
@@ -66,28 +66,28 @@ TEST_F(TwinTest, ATerminationSignalEndsItWithoutFurtherWords) {
     EXPECT_EQ(daemon.logLines(), before);
 }
 
-TEST_F(TwinTest, KilledInAHoldItGoesOnWhereItWasAfterARestart) {
-    enrol(server.url());
+TEST_F(WholeProgramTest, KilledInAHoldItGoesOnWhereItWasAfterARestart) {
+    enroll(server.url());
     server.on(pollPath, {answer(200, enabledPolicy), staySilent(), answer(304), staySilent()});
     {
-        DaemonProcess daemon(twin());
+        DaemonProcess daemon(testDaemon());
         ASSERT_TRUE(server.waitForRequests(3));  // two polls, one effective fetch
         (void)daemon.end(SIGKILL);
     }
     EXPECT_EQ(readFile(orvane() / "policy.json"), enabledPolicy);
-    DaemonProcess restarted(twin());
+    DaemonProcess restarted(testDaemon());
     ASSERT_TRUE(restarted.waitForLog("policy unchanged (etag=v1)"));
     EXPECT_EQ(server.requestsTo(pollPath).at(2).header("If-None-Match"), "\"v1\"");
 }
 
-TEST_F(TwinTest, WhatAKilledProcessLeftIsGoneAfterARestart) {
+TEST_F(WholeProgramTest, WhatAKilledProcessLeftIsGoneAfterARestart) {
     writeFile(activityFile(), "{}\n");
     writeFile(activityFile().parent_path() / leftoverNameOf(activityFile().filename()), "{\"byt");
     writeFile(orvane() / leftoverNameOf("policy.json.tmp"), "{");
     writeFile(setup() / leftoverNameOf("capture-policy.json"), "{");
-    enrol(server.url());
+    enroll(server.url());
     server.on(pollPath, {answer(304), staySilent()});
-    const DaemonProcess daemon(twin());
+    const DaemonProcess daemon(testDaemon());
     ASSERT_TRUE(server.waitForRequests(2));
     EXPECT_THAT(namesIn(activityFile().parent_path()), ElementsAre(activityFile().filename()));
     EXPECT_THAT(namesIn(orvane()), ElementsAre("logs"));
@@ -97,8 +97,8 @@ TEST_F(TwinTest, WhatAKilledProcessLeftIsGoneAfterARestart) {
 
 /// Two daemons of one account, on one home and one setup directory, with a server that has a new
 /// policy for each poll.
-TEST_F(TwinTest, TwoAtOnceDoNotFailEachOtherAndShowWholeFilesOnly) {
-    constexpr int turns = 60;
+TEST_F(WholeProgramTest, TwoAtOnceDoNotFailEachOtherAndShowWholeFilesOnly) {
+    constexpr int cycles = 60;
     const std::string hosts(2'000'000, 'h');
     const auto policyOf = [&](int number) {
         return R"({"etag":"v)" + std::to_string(1000 + number) +
@@ -106,16 +106,16 @@ TEST_F(TwinTest, TwoAtOnceDoNotFailEachOtherAndShowWholeFilesOnly) {
                std::to_string(1000 + number) + hosts + R"("]}}})";
     };
     std::vector<Step> answers;
-    for (int i = 0; i < turns; ++i) {
+    for (int i = 0; i < cycles; ++i) {
         answers.push_back(answer(200, policyOf(i)));
     }
     server.on(pollPath, answers);
     server.always(pollPath, staySilent());
     server.always(effectivePath, answer(404));
-    enrol(server.url());
-    DaemonSetup second = twin();
+    enroll(server.url());
+    DaemonSetup second = testDaemon();
     second.logFile = root() / "stderr2";
-    const DaemonProcess one(twin());
+    const DaemonProcess one(testDaemon());
     const DaemonProcess other(second);
     const auto sizeOf = [](const std::filesystem::path& path) {
         std::error_code error;
@@ -126,14 +126,14 @@ TEST_F(TwinTest, TwoAtOnceDoNotFailEachOtherAndShowWholeFilesOnly) {
     std::set<std::uintmax_t> captureSizes;
     // Without a pause: a part of a file is not there for long.
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(100);
-    while (server.requestsTo(pollPath).size() < turns + 2 &&
+    while (server.requestsTo(pollPath).size() < cycles + 2 &&
            std::chrono::steady_clock::now() < deadline) {
         for (int i = 0; i < 100; ++i) {
             policySizes.insert(sizeOf(orvane() / "policy.json"));
             captureSizes.insert(sizeOf(captureFile()));
         }
     }
-    EXPECT_EQ(server.requestsTo(pollPath).size(), turns + 2U);
+    EXPECT_EQ(server.requestsTo(pollPath).size(), cycles + 2U);
     policySizes.erase(0);
     captureSizes.erase(0);
     EXPECT_THAT(policySizes, ElementsAre(policyOf(0).size()));
@@ -145,10 +145,10 @@ TEST_F(TwinTest, TwoAtOnceDoNotFailEachOtherAndShowWholeFilesOnly) {
     EXPECT_THAT(namesIn(setup()), ElementsAre("capture-policy.json", "enroll-config.json"));
 }
 
-TEST_F(TwinTest, AnswersAreForTheOnlyArgumentAndStartNothing) {
-    enrol(server.url());
+TEST_F(WholeProgramTest, AnswersAreForTheOnlyArgumentAndStartNothing) {
+    enroll(server.url());
     for (const std::string argument : {"--version", "--help"}) {
-        DaemonSetup setup = twin();
+        DaemonSetup setup = testDaemon();
         setup.arguments = {argument};
         setup.prepare = [] {
             const int out = ::open((root() / "stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -164,21 +164,21 @@ TEST_F(TwinTest, AnswersAreForTheOnlyArgumentAndStartNothing) {
     EXPECT_TRUE(server.requests().empty());
 }
 
-TEST_F(TwinTest, OtherArgumentsAreIgnored) {
-    enrol(server.url());
+TEST_F(WholeProgramTest, OtherArgumentsAreIgnored) {
+    enroll(server.url());
     server.on(pollPath, {staySilent()});
-    DaemonSetup setup = twin();
+    DaemonSetup setup = testDaemon();
     setup.arguments = {"--version", "--verbose"};
     const DaemonProcess process(setup);
     EXPECT_TRUE(server.waitForRequests(1));
 }
 
-TEST_F(TwinTest, ALimitForTheSizeOfFilesIsAnErrorThatIsLogged) {
-    enrol(server.url());
+TEST_F(WholeProgramTest, ALimitForTheSizeOfFilesIsAnErrorThatIsLogged) {
+    enroll(server.url());
     server.on(pollPath,
               {answer(200, R"({"x":")" + std::string(100'000, 'x') + R"("})"), staySilent()});
     server.on(effectivePath, {answer(404)});
-    DaemonSetup setup = twin();
+    DaemonSetup setup = testDaemon();
     setup.prepare = [] {
         const rlimit limit{50'000, 50'000};
         return ::setrlimit(RLIMIT_FSIZE, &limit) == 0;
@@ -191,40 +191,40 @@ TEST_F(TwinTest, ALimitForTheSizeOfFilesIsAnErrorThatIsLogged) {
                          " failed: File too large"));
 }
 
-TEST_F(TwinTest, TheKeysOfConnectionsAreWrittenNowhere) {
+TEST_F(WholeProgramTest, TheKeysOfConnectionsAreWrittenNowhere) {
     const TestCa ca;
     ca.trustIn(root() / "etc/ssl/certs");
     ScriptedServer secure(ca.issueForLoopback());
     secure.on(pollPath, {staySilent()});
-    enrol(secure.url());
-    DaemonSetup setup = twin();
+    enroll(secure.url());
+    DaemonSetup setup = testDaemon();
     setup.environment["SSLKEYLOGFILE"] = root() / "keys";
     const DaemonProcess process(setup);
     ASSERT_TRUE(secure.waitForRequests(1));
     EXPECT_FALSE(std::filesystem::exists(root() / "keys"));
 }
 
-TEST_F(TwinTest, TheRegistryToolLeavesNoZombie) {
+TEST_F(WholeProgramTest, TheRegistryToolLeavesNoZombie) {
     installRegistryTool("#!/bin/sh\nexit 3\n");
-    enrol(server.url());
+    enroll(server.url());
     server.on(pollPath, {answer(200, enabledPolicy), staySilent()});
-    const DaemonProcess daemon(twin());
+    const DaemonProcess daemon(testDaemon());
     ASSERT_TRUE(server.waitForRequests(3));
     EXPECT_THAT(daemon.children(), IsEmpty());
 }
 
-TEST_F(TwinTest, ItsCommandLineHoldsNothingButItsName) {
-    enrol(server.url(), "canary-key");
+TEST_F(WholeProgramTest, ItsCommandLineHoldsNothingButItsName) {
+    enroll(server.url(), "canary-key");
     server.on(pollPath, {staySilent()});
-    const DaemonProcess daemon(twin());
+    const DaemonProcess daemon(testDaemon());
     ASSERT_TRUE(server.waitForRequests(1));
-    EXPECT_EQ(daemon.commandLine(), std::string(ORVANE_DAEMON_TWIN) + '\0');
+    EXPECT_EQ(daemon.commandLine(), std::string(ORVANE_TEST_DAEMON) + '\0');
 }
 
-TEST_F(TwinTest, AClosedPipeAsStandardErrorDoesNotEndIt) {
-    enrol(server.url());
+TEST_F(WholeProgramTest, AClosedPipeAsStandardErrorDoesNotEndIt) {
+    enroll(server.url());
     server.on(pollPath, {answer(304), answer(304), staySilent()});
-    DaemonSetup setup = twin();
+    DaemonSetup setup = testDaemon();
     setup.prepare = [] {
         int ends[2];
         return ::pipe(ends) == 0 && ::dup2(ends[1], STDERR_FILENO) >= 0 && ::close(ends[0]) == 0 &&
@@ -235,10 +235,10 @@ TEST_F(TwinTest, AClosedPipeAsStandardErrorDoesNotEndIt) {
     EXPECT_TRUE(daemon.isRunning());
 }
 
-TEST_F(TwinTest, StartedWithoutStandardDescriptorsItKeepsMessagesOutOfItsFiles) {
-    enrol(server.url());
+TEST_F(WholeProgramTest, StartedWithoutStandardDescriptorsItKeepsMessagesOutOfItsFiles) {
+    enroll(server.url());
     server.on(pollPath, {answer(200, enabledPolicy), staySilent()});
-    DaemonSetup setup = twin();
+    DaemonSetup setup = testDaemon();
     setup.prepare = [] {
         return ::close(STDIN_FILENO) == 0 && ::close(STDOUT_FILENO) == 0 &&
                ::close(STDERR_FILENO) == 0;

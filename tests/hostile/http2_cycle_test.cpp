@@ -1,5 +1,5 @@
 // A server that breaks the rules of HTTP/2 (RFC 9113), on every endpoint.
-#include "hostile/hostile_turn.h"
+#include "hostile/hostile_cycle.h"
 #include "platform/http/semaphore.h"
 #include "platform/http_exchange.h"
 #include "platform/machine/paths.h"
@@ -34,7 +34,7 @@ TlsIdentity identity(bool choosesHttp2) {
     return {one.certificate, one.privateKey, 0, choosesHttp2};
 }
 
-class HostileHttp2Test : public HostileTurnTest {
+class HostileHttp2Test : public HostileCycleTest {
   protected:
     HostileHttp2Test() { server = std::make_unique<ScriptedServer>(identity(false)); }
 };
@@ -93,9 +93,9 @@ ServerFault floodsWith(std::string name, ExpectedResult expected, const std::str
     });
 }
 
-/// The same behind a header that the library has handed out.
-ServerFault floodsBehindAHeaderWith(std::string name, ExpectedResult expected,
-                                    const std::string& part) {
+/// The same after a header that the library has handed out.
+ServerFault floodsAfterAHeaderWith(std::string name, ExpectedResult expected,
+                                   const std::string& part) {
     return onStream(std::move(name), std::move(expected), [=](const FaultContext& context) {
         return [=, &session = context.session](Connection& connection,
                                                const ReceivedRequest& request) {
@@ -120,12 +120,12 @@ const std::vector<ServerFault> streamResets{
     says("ResetAsCancelled", failed(), reset(8)),
     says("ResetToCalmDown", failed(), reset(11)),
     says("ResetWithACodeNobodyKnows", failed(), reset(0xFFFFFFFF)),
-    says("ResetBehindTheHeader", failed(200), okHeader + reset(2)),
+    says("ResetAfterTheHeader", failed(200), okHeader + reset(2)),
     says("ResetWithinTheBody", failed(200), okHeader + halfABody + reset(8)),
     says("GoAwayWithoutTheRequest", failed(), goAwayFrame(0, 0)),
     says("GoAwayWithAnError", failed(), goAwayFrame(0, 2)),
     onStream("CloseAfterTheRequest", failed(), [](const FaultContext&) { return closeAtOnce(); }),
-    onStream("CloseBehindTheHeader", failed(200),
+    onStream("CloseAfterTheHeader", failed(200),
              [](const FaultContext&) { return sendAndClose(okHeader); }),
     onStream("CloseWithinTheBody", failed(200),
              [](const FaultContext&) { return sendAndClose(okHeader + halfABody); }),
@@ -166,7 +166,7 @@ const std::vector<ServerFault> floodsOfNothing{
                frame(Type::priority, 0, ours, bigEndian(3, 4) + "\x10")),
     floodsWith("UnknownFrames", http_library::endsOddFloods() ? failed() : timedOut(), "",
                frame(Type::unknown, 0, 0, "what?")),
-    floodsBehindAHeaderWith("EmptyData", timedOut(200), frame(Type::data, 0, ours, "")),
+    floodsAfterAHeaderWith("EmptyData", timedOut(200), frame(Type::data, 0, ours, "")),
     floodsWith("ResetsOfAStreamThatIsOver", failed(), reset(0), reset(0)),
 };
 // Nobody waits for an identity lookup for so long.
@@ -176,15 +176,15 @@ INSTANTIATE_TEST_SUITE_P(FloodsOfNothing, HostileHttp2Test,
 /// In real time, for the lookup's caller waits on the real clock.
 class NightlyHostileHttp2Test : public HostileHttp2Test {};
 
-TEST_F(NightlyHostileHttp2Test, AnIdentityLookupThatIsGivenUpEndsTheFlood) {
+TEST_F(NightlyHostileHttp2Test, AnAbandonedIdentityLookupEndsTheFlood) {
     constexpr auto never = std::numeric_limits<std::size_t>::max();
     const std::string frames = repeated(frame(Type::unknown, 0, 0, "what?"), 1000);
     expectEndured(
         {onStream("Flood", failed(), [&](const FaultContext&) { return flood("", frames, never); }),
          Endpoint::identity});
     // After 12 s the session gives up, if the flood lets it; its caller does after 15 s.
-    EXPECT_GE(turnTime, std::chrono::milliseconds(11900));
-    EXPECT_LT(turnTime, std::chrono::seconds(25));
+    EXPECT_GE(cycleTime, std::chrono::milliseconds(11900));
+    EXPECT_LT(cycleTime, std::chrono::seconds(25));
 }
 
 class FloodedSessionTest : public HttpTest {};
@@ -241,9 +241,9 @@ INSTANTIATE_TEST_SUITE_P(Nonsense, HostileHttp2Test, onEveryEndpoint(nonsense), 
 // --- Silence
 
 const std::vector<ServerFault> silences{
-    stalls("StallBehindTheRequest", timedOut(), ""),
+    stalls("StallAfterTheRequest", timedOut(), ""),
     stalls("StallWithinAFrame", timedOut(), okHeader.substr(0, 5)),
-    stalls("StallBehindTheHeader", failed(200), okHeader),
+    stalls("StallAfterTheHeader", failed(200), okHeader),
     stalls("StallWithinTheBody", failed(200), okHeader + halfABody),
 };
 INSTANTIATE_TEST_SUITE_P(Silence, HostileHttp2Test, onEveryEndpoint(silences), nameOf);

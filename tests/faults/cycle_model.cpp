@@ -1,4 +1,4 @@
-#include "faults/turn_model.h"
+#include "faults/cycle_model.h"
 
 #include "support/policy_versions.h"
 
@@ -14,7 +14,7 @@ namespace orvane::test {
 namespace fs = std::filesystem;
 
 /// What a call is made for.
-enum class TurnModel::Purpose {
+enum class CycleModel::Purpose {
     pollRecord,
     policy,
     tag,
@@ -32,7 +32,7 @@ enum class TurnModel::Purpose {
 };
 
 /// The effect of its failure.
-enum class TurnModel::Effect {
+enum class CycleModel::Effect {
     fine,
     lost,      ///< as if it had never been tried, and not logged
     kept,      ///< the file is as it was, and an error line says so
@@ -54,7 +54,7 @@ bool isDirectory(std::string_view path) {
     return std::find(directories.begin(), directories.end(), path) != directories.end();
 }
 
-/// The file that `path`, or a file that is to take its place, stands for.
+/// The file that `path`, or a file that is to take its place, is about.
 std::optional<File> fileOf(const std::string& path) {
     const std::string name = fs::path(path).filename();
     const std::string plain = name.starts_with(".") ? name.substr(1) : name;
@@ -86,19 +86,19 @@ std::string effectiveLine() {
 
 }  // namespace
 
-std::size_t TurnModel::logLinesBefore(std::size_t index) const {
+std::size_t CycleModel::logLinesBefore(std::size_t index) const {
     return static_cast<std::size_t>(
         std::count_if(calls_.begin(), calls_.begin() + static_cast<std::ptrdiff_t>(index),
                       [](const Call& call) { return call.path == "stderr"; }));
 }
 
 /// Whether the call before is of `kind` on the same file.
-bool TurnModel::follows(std::size_t index, CallKind kind) const {
+bool CycleModel::follows(std::size_t index, CallKind kind) const {
     return index > 0 && calls_[index - 1].kind == kind &&
            calls_[index - 1].path == calls_[index].path;
 }
 
-TurnModel::Purpose TurnModel::purposeOf(std::size_t index) const {
+CycleModel::Purpose CycleModel::purposeOf(std::size_t index) const {
     const Call& call = calls_.at(index);
     const std::size_t lines = logLinesBefore(index);
     if (call.path == "stderr") {
@@ -145,7 +145,7 @@ TurnModel::Purpose TurnModel::purposeOf(std::size_t index) const {
 
 /// Steps: scratch file, ".tmp"; remove the old one; put ".tmp" in its place. The directory is
 /// flushed where that is possible.
-TurnModel::Effect TurnModel::effectOfFile(std::size_t index, Lasting lasting) const {
+CycleModel::Effect CycleModel::effectOfFile(std::size_t index, Lasting lasting) const {
     const Call& call = calls_.at(index);
     const bool onDirectory = isDirectory(call.path);
     switch (call.kind) {
@@ -169,7 +169,7 @@ TurnModel::Effect TurnModel::effectOfFile(std::size_t index, Lasting lasting) co
     }
 }
 
-TurnModel::Effect TurnModel::effectOfCapture(std::size_t index) const {
+CycleModel::Effect CycleModel::effectOfCapture(std::size_t index) const {
     const Call& call = calls_.at(index);
     const bool onDirectory = isDirectory(call.path);
     switch (call.kind) {
@@ -191,8 +191,8 @@ TurnModel::Effect TurnModel::effectOfCapture(std::size_t index) const {
 }
 
 /// A record is appended to the file; a file that cannot be opened is replaced by a new one.
-TurnModel::Effects TurnModel::effectsOfRecord(std::size_t index, Purpose purpose,
-                                              Lasting lasting) const {
+CycleModel::Effects CycleModel::effectsOfRecord(std::size_t index, Purpose purpose,
+                                                Lasting lasting) const {
     const Call& call = calls_.at(index);
     const bool onDirectory = isDirectory(call.path);
     const bool isFirstFile =
@@ -240,7 +240,7 @@ TurnModel::Effects TurnModel::effectsOfRecord(std::size_t index, Purpose purpose
 
 /// The tool's output is read until its end, which it has reached when there was any. Without
 /// close_range(2) the C library closes descriptors one by one.
-TurnModel::Effect TurnModel::effectOfUuid(std::size_t index) const {
+CycleModel::Effect CycleModel::effectOfUuid(std::size_t index) const {
     const Call& call = calls_.at(index);
     const bool isEnd = call.kind == CallKind::read && follows(index, CallKind::read);
     const bool isHarmless =
@@ -248,7 +248,7 @@ TurnModel::Effect TurnModel::effectOfUuid(std::size_t index) const {
     return isHarmless ? Effect::fine : Effect::lost;
 }
 
-TurnModel::Effects TurnModel::effectsOf(std::size_t index, Lasting lasting) const {
+CycleModel::Effects CycleModel::effectsOf(std::size_t index, Lasting lasting) const {
     const Call& call = calls_.at(index);
     const Purpose purpose = purposeOf(index);
     switch (purpose) {
@@ -277,11 +277,11 @@ TurnModel::Effects TurnModel::effectsOf(std::size_t index, Lasting lasting) cons
     return {{purpose, call.kind == CallKind::close ? Effect::fine : Effect::lost}};
 }
 
-Outcome TurnModel::goodOutcome() const {
+Outcome CycleModel::goodOutcome() const {
     return outcomeOf({}, 0);
 }
 
-Outcome TurnModel::outcomeWith(const Fault& fault) const {
+Outcome CycleModel::outcomeWith(const Fault& fault) const {
     Effects effects = effectsOf(fault.index, fault.lasting);
     if (fault.error == EINTR) {
         return goodOutcome();
@@ -307,7 +307,7 @@ Outcome TurnModel::outcomeWith(const Fault& fault) const {
     return outcome;
 }
 
-Outcome TurnModel::outcomeOf(const Effects& effects, int error) const {
+Outcome CycleModel::outcomeOf(const Effects& effects, int error) const {
     const auto effectOf = [&](Purpose purpose) {
         const auto found = effects.find(purpose);
         return found == effects.end() ? Effect::fine : found->second;
@@ -328,7 +328,7 @@ Outcome TurnModel::outcomeOf(const Effects& effects, int error) const {
     const auto settleFile = [&](File file, Purpose purpose) {
         settle(file, purpose, "atomic write to /" + pathOf(file));
     };
-    const auto tell = [&](Purpose purpose, const std::string& line) {
+    const auto expect = [&](Purpose purpose, const std::string& line) {
         if (effectOf(purpose) == Effect::fine) {
             outcome.log.push_back(line);
         }
@@ -347,17 +347,17 @@ Outcome TurnModel::outcomeOf(const Effects& effects, int error) const {
     record(Purpose::pollRecord, "poll");
     settleFile(File::policy, Purpose::policy);
     settleFile(File::tag, Purpose::tag);
-    tell(Purpose::updatedLine, updatedLine());
+    expect(Purpose::updatedLine, updatedLine());
     record(Purpose::effectiveRecord, "effective");
     settleFile(File::effective, Purpose::effective);
-    tell(Purpose::effectiveLine, effectiveLine());
+    expect(Purpose::effectiveLine, effectiveLine());
     if (outcome.versions[File::policy] == offered &&
         effectOf(Purpose::policyReading) == Effect::fine) {
         settle(File::capture, Purpose::capture, "capture-policy write");
         if (effectOf(Purpose::capture) == Effect::fine) {
-            tell(Purpose::captureLine,
-                 "default capture-policy applied from guard cascade: enabled=true hosts=1 "
-                 "suppress_ech=false");
+            expect(Purpose::captureLine,
+                   "default capture-policy applied from guard cascade: enabled=true hosts=1 "
+                   "suppress_ech=false");
         }
     } else {
         outcome.versions[File::capture] = known();  // nothing new can be derived
@@ -377,7 +377,7 @@ Outcome TurnModel::outcomeOf(const Effects& effects, int error) const {
     return outcome;
 }
 
-std::map<File, int> TurnModel::versionsBefore(std::size_t index) const {
+std::map<File, int> CycleModel::versionsBefore(std::size_t index) const {
     std::map<File, int> versions;
     for (const File file : allFiles) {
         int& version = versions[file];
@@ -395,7 +395,7 @@ std::map<File, int> TurnModel::versionsBefore(std::size_t index) const {
     return versions;
 }
 
-bool TurnModel::keepsPipeOpen(std::size_t index, Lasting lasting) const {
+bool CycleModel::keepsPipeOpen(std::size_t index, Lasting lasting) const {
     const bool hasChild =
         std::any_of(calls_.begin(), calls_.end(), [](const Call& call) { return call.inChild; });
     if (!hasChild || calls_.at(index).kind != CallKind::close) {
