@@ -1,4 +1,4 @@
-// Apart from device_identity.cpp, so that a program can read the file without linking libcurl.
+// Separate from device_identity.cpp, so that a program can read the file without linking libcurl.
 #include "config/device_identity.h"
 #include "platform/files/files.h"
 #include "platform/json/json_reader.h"

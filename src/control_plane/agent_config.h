@@ -17,7 +17,7 @@ struct DeviceEnrollment {
     std::string apiUrl;
 };
 
-/// What the control plane answered for one agent process. `uploadKey` is never empty, the others
+/// The control plane's response for one agent process. `uploadKey` is never empty, the others
 /// may be.
 struct AgentConfig {
     std::string apiUrl;  ///< base of the API to use from now on
@@ -33,7 +33,7 @@ struct AgentConfig {
                                                             std::string_view process);
 
 /// Interprets the response: only a 200 counts whose body is an object with a non-empty string
-/// "upload_api_key". Without a string "api_url" in it, `fallbackApiUrl` is taken.
+/// "upload_api_key". Without a string "api_url" in it, `fallbackApiUrl` is used.
 [[nodiscard]] std::optional<AgentConfig> readAgentConfig(
     const std::optional<HttpResponse>& response, const std::string& fallbackApiUrl);
 

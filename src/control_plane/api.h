@@ -1,4 +1,4 @@
-// The names by which the control plane's API goes.
+// The names in the control plane's API.
 #pragma once
 
 #include <string>

@@ -10,19 +10,19 @@
 
 namespace orvane {
 
-/// What came of an exchange.
+/// The result of an exchange.
 struct ExchangeResult {
     std::int64_t status = 0;           ///< 0 without a response
     std::optional<std::string> body;   ///< absent unless it arrived completely
     std::optional<std::string> error;  ///< the transport's, human-readable
 };
 
-/// Whether the status of a response counts that broke off after its header.
+/// Whether a status counts if the response ended early, after its header.
 enum class PartialResponse { discard, keep };
 
 using ErrorHandler = std::function<void(const std::string& error)>;
 
-/// Sends `request` on `session`, blocks until the exchange has ended (the session's limits see to
+/// Sends `request` on `session`, blocks until the exchange has ended (the session's limits ensure
 /// that), and appends a line to the activity log. A transport error is passed to `onError` before
 /// that line is written.
 ExchangeResult exchange(HttpSession& session, const HttpRequest& request, PartialResponse partial,

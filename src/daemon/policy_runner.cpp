@@ -18,14 +18,15 @@ namespace orvane {
 
 namespace {
 
-// One request a minute notices soon that a key works again or a server is back, and costs either
-// side nothing.
+// One request a minute notices soon that a key works again or a server is back, and costs neither
+// side anything.
 constexpr double backOffSeconds = 60.0;
-// Somebody who has just enrolled may be waiting for it, and looking costs a few file reads and at
+// Someone who has just enrolled may be waiting for it, and checking costs a few file reads and at
 // most one request.
 constexpr double noProfileSeconds = 30.0;
 
-// Longer than the server holds a poll, so that we never cut off a held one.
+// Longer than the server holds a poll, so that we never cut off a held one: 30 s for its response
+// to arrive, and 30 s more for a large body.
 constexpr HttpLimits sessionLimits{.inactivity = std::chrono::seconds(longPollSeconds + 30),
                                    .total = std::chrono::seconds(longPollSeconds + 60)};
 

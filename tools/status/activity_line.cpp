@@ -12,7 +12,7 @@ namespace orvane::status {
 
 namespace {
 
-/// The number in the digits of `text` from `first` on, of which there are `count`.
+/// The number that the `count` digits of `text` from `first` on form.
 int numberAt(std::string_view text, std::size_t first, std::size_t count) {
     int number = 0;
     (void)std::from_chars(text.data() + first, text.data() + first + count, number);

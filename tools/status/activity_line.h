@@ -12,7 +12,7 @@ namespace orvane::status {
 /// Since 1970-01-01T00:00:00Z.
 using Time = std::chrono::nanoseconds;
 
-/// An HTTP exchange of the daemon, as its line in the activity log has it.
+/// An HTTP exchange of the daemon, as recorded in the activity log.
 struct Exchange {
     Time endedAt{};
     bool isPoll = false;  ///< otherwise a fetch of the effective configuration

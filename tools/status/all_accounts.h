@@ -18,11 +18,11 @@ struct AccountReport {
     std::string text;  ///< in the requested format
 };
 
-/// `report` in one text, and back. What cannot be read counts as the verdict unknown.
+/// `report` as one string, and back. An unreadable string counts as the verdict unknown.
 std::string packed(const AccountReport& report);
 AccountReport unpacked(const std::string& account, const std::string& text);
 
-/// Whether `account` can have a daemon: it is not one of the system, and has a home directory.
+/// Whether `account` can have a daemon: it is not a system account, and has a home directory.
 bool canHaveDaemon(const Account& account);
 
 /// Has each account that can have a daemon report about itself, by `report` in a process with its

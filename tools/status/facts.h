@@ -18,8 +18,8 @@ enum class ServiceState {
     masked,  ///< disabled on purpose for this account
     notInstalled,
     notLoggedIn,    ///< the account has no service manager now, and so no daemon
-    systemAccount,  ///< root and its like, which never have a daemon
-    unknown,        ///< there is no service manager that could be asked
+    systemAccount,  ///< root and system accounts, which never have a daemon
+    unknown,        ///< there is no service manager to ask
 };
 
 struct Service {

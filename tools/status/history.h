@@ -29,9 +29,9 @@ struct History {
     std::optional<Time> countedSince;        ///< if the log was too long to count 24 hours
 };
 
-/// Whether the answer with status 200 that ended at `endedAt` has been stored in a file that was
-/// last written at `storedAt`. The first seconds after an answer count as stored: it may be under
-/// way. Pure.
+/// Whether the response with status 200 that ended at `endedAt` has been stored in a file that was
+/// last written at `storedAt`. The first seconds after a response count as stored: storing it may
+/// be in progress. Pure.
 bool wasStored(Time endedAt, const std::optional<Time>& storedAt, Time now);
 
 /// Whether a poll went well: it was answered with 304, or with a policy that was stored (at

@@ -17,7 +17,7 @@ class LineJoiner {
   public:
     explicit LineJoiner(const std::function<bool(std::string_view)>& take) : take_(take) {}
 
-    /// Takes the piece in front of the previous one. Returns false when no more are wanted.
+    /// Takes the piece before the previous one. Returns false if no more are wanted.
     bool add(std::string_view piece) {
         for (;;) {
             const auto lineFeed = piece.rfind('\n');
@@ -33,7 +33,7 @@ class LineJoiner {
         }
     }
 
-    /// Ends the line that has been put together so far. Returns false when no more are wanted.
+    /// Ends the line that has been assembled so far. Returns false if no more are wanted.
     bool finishLine() {
         const bool isLine = !isTooLong_ && !line_.empty();
         const bool wantsMore = !isLine || take_(line_);
@@ -71,7 +71,7 @@ bool LinesBackward::read(const std::filesystem::path& file,
         const std::uint64_t size = std::min({pieceSize, position, bytesLeft_});
         if (size == 0) {
             isExhausted_ = true;
-            return true;  // the line under way has no beginning
+            return true;  // the beginning of this line was dropped
         }
         position -= size;
         bytesLeft_ -= size;

@@ -8,8 +8,8 @@
 
 namespace orvane::status {
 
-/// Reads files backward with a limit on the bytes in all of them, in pieces: however large a file
-/// and long a line is, little of it is held in memory.
+/// Reads files backward in pieces, with a limit on the bytes of all of them: however large a file
+/// or long a line is, little of it is held in memory.
 class LinesBackward {
   public:
     explicit LinesBackward(std::uint64_t mostBytes) : bytesLeft_(mostBytes) {}
@@ -19,7 +19,7 @@ class LinesBackward {
     /// a line. Returns false if the file cannot be read.
     bool read(const std::filesystem::path& file, const std::function<bool(std::string_view)>& take);
 
-    /// Whether the limit kept something from being read.
+    /// Whether something was not read because of the limit.
     [[nodiscard]] bool isExhausted() const { return isExhausted_; }
 
   private:

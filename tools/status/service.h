@@ -20,14 +20,14 @@ struct ServiceCommands {
 };
 extern const ServiceCommands serviceCommands;
 
-/// The lowest id of a user that is no account of the system.
+/// The lowest user id that does not belong to a system account.
 extern const std::uint32_t firstOrdinaryUser;
 
 /// The state of an account that has no service manager now. One that lingers always has one, unless
 /// something is wrong. Pure.
 ServiceState stateWithoutManager(std::uint32_t user, bool lingers);
 
-/// `service` as it is for `user`: what stops an account of the system is the service itself. Pure.
+/// `service` as it is for `user`: for a system account, a stopped service is normal. Pure.
 Service serviceFor(std::uint32_t user, Service service);
 
 /// Interprets the output of `systemctl show`; `now` is the time on CLOCK_MONOTONIC. Pure.

@@ -18,7 +18,7 @@ std::optional<std::string> pollUrl(const Profile& profile) {
     return request ? std::optional(request->url.text()) : std::nullopt;
 }
 
-/// The profile that the daemon seems to have got for the device identity.
+/// The profile that the daemon apparently got for the device identity.
 std::optional<Profile> inferredDevice(const std::optional<Exchange>& lastPoll,
                                       const std::optional<Profile>& withoutDevice) {
     const auto enrollment = DeviceIdentity::storedEnrollment();

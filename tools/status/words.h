@@ -1,4 +1,4 @@
-// States, times, durations and texts from elsewhere, in words. All pure.
+// States, times, durations and foreign strings, in words. All pure.
 #pragma once
 
 #include "status/facts.h"

@@ -88,7 +88,7 @@ class ScratchFile {
         if (!removeFile(usual) && isOwnFile(usual)) {
             return;
         }
-        // If somebody else who has seen the name put something there that we cannot remove, fall
+        // If another account that has seen the name put something there that we cannot remove, fall
         // back to random names. errno is that of the last attempt.
         bool created = create(usual);
         constexpr int attempts = 6;

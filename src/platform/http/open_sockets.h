@@ -13,44 +13,43 @@
 
 namespace orvane {
 
-/// Knows every open connection: to cut them off while the library is busy with one, to have a dead
-/// peer noticed, and to pass over addresses that do not answer. Safe on any thread.
+/// Tracks every open connection: to cut them off while libcurl is busy with one, to detect dead
+/// peers, and to skip addresses that do not answer. Safe on any thread.
 class OpenSockets {
   public:
-    /// How long an address that did not answer is passed over.
+    /// How long an address that did not answer is skipped.
     static constexpr std::chrono::hours passedOverFor{1};
 
-    /// A socket for a connection to `address`, to be closed by `close`; -1 when that is to be
-    /// passed over, or there is none. Without memory for a few bytes the process ends: nothing may
-    /// be thrown through the library.
+    /// A socket for a connection to `address`, to be closed by `close`; -1 if the address is
+    /// skipped, or there is no socket. If memory runs out here the process ends, because nothing
+    /// may be thrown through libcurl.
     int open(int family, int type, int protocol, const sockaddr* address, socklen_t size) noexcept;
     int close(int socket) noexcept;
 
-    /// Nothing more comes in by any of them, and their peers learn that when the library closes
-    /// them.
+    /// Stops all traffic now; the peers see a reset when libcurl closes the sockets.
     void shutDown();
 
-    /// What there is to do about connections from an address that the machine does not have any
-    /// more. Nothing comes in by them, and nobody says so.
+    /// What was found about connections from an address that the machine no longer has. Nothing
+    /// arrives on them, and no error is reported.
     struct Stranded {
-        bool isAnyCutOff = false;  ///< as `shutDown` does: their requests can be sent again
-        bool isAnyLeft = false;    ///< there is no way to its peer yet, so look again later
+        bool isAnyCutOff = false;  ///< as `shutDown` does: their requests can be retried
+        bool isAnyLeft = false;    ///< there is no route to its peer yet, so check again later
     };
 
     /// Cuts off those whose peer can be reached from another address.
     Stranded cutOffStranded();
 
-    /// A request goes out: what is open by now has been connected and handshaken.
+    /// A request is sent: all connections open by now are ready, TLS handshake included.
     void noteSending();
 
     /// A new exchange starts.
     void noteStart();
 
-    /// From now on passes over the addresses of all connections that no request has gone out on.
+    /// From now on skips the addresses of all connections that no request was sent on.
     void passOverSilent();
 
-    /// Passes over no address any more. Whether any was since `noteStart`: then it is worth trying
-    /// again.
+    /// Skips no address any more. Returns whether any was skipped since `noteStart`: then a retry
+    /// makes sense.
     [[nodiscard]] bool forgetSilent();
 
   private:
@@ -69,8 +68,8 @@ class OpenSockets {
     bool hasPassedOver_ ORVANE_GUARDED_BY(mutex_) = false;
 };
 
-/// Why there are fewer descriptors left than it takes to look up a name and connect; empty when
-/// there are enough. Safe on any thread.
+/// Why there are too few descriptors left to look up a name and connect; empty if there are enough.
+/// Safe on any thread.
 std::string descriptorShortage();
 
 }  // namespace orvane

@@ -26,8 +26,7 @@ void cutOff(int socket) {
     (void)::shutdown(socket, SHUT_RDWR);
 }
 
-/// One end of a connection. Where there is none yet, it has no address that any machine could have
-/// or reach.
+/// One end of a connection. Before there is one, its address is one that no machine has or reaches.
 class End {
   public:
     /// `ask` is getsockname or getpeername.
@@ -41,7 +40,7 @@ class End {
         return ::bind(probe.number(), generic(), size_) == 0 || errno != EADDRNOTAVAIL;
     }
 
-    /// Whether there is a way there. Sends nothing.
+    /// Whether there is a route to it. Sends nothing.
     [[nodiscard]] bool isReachable() {
         const Descriptor probe = probeSocket();
         return ::connect(probe.number(), generic(), size_) == 0;

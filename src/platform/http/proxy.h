@@ -1,4 +1,4 @@
-// By which proxy a request goes.
+// Which proxy a request goes through.
 #pragma once
 
 #include "platform/http/url.h"
@@ -8,14 +8,14 @@
 
 namespace orvane {
 
-/// The proxy for `url`, which has a host, as a URL itself: empty for none, absent for what the HTTP
-/// library makes of the environment. This machine itself is reached directly; then the environment
-/// counts, if it names a proxy at all, then the system's settings. May block for some seconds,
-/// where an automatic configuration has to be fetched. Safe on any thread.
+/// The proxy for `url`, which has a host, as a URL: empty for none, absent to let libcurl choose by
+/// the environment. This machine itself is reached directly; otherwise the environment counts, if
+/// it names any proxy, and then the system's settings. May block for some seconds if an automatic
+/// configuration has to be fetched. Safe on any thread.
 std::optional<std::string> proxyFor(const Url& url);
 
-/// What the system's settings say for scheme, host and port of `origin`, a URL: as above, absent
-/// when they say nothing or the system has none.
+/// What the system's settings say for scheme, host and port of `origin`, a URL: as above; absent if
+/// they say nothing or the system has none.
 std::optional<std::string> systemProxyFor(const std::string& origin);
 
 }  // namespace orvane

@@ -2,7 +2,7 @@
 
 namespace orvane {
 
-// The environment is where Linux has such settings.
+// On Linux, such settings are in the environment.
 std::optional<std::string> systemProxyFor(const std::string& /*origin*/) {
     return std::nullopt;
 }

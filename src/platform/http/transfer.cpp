@@ -24,7 +24,7 @@ constexpr const char* valueTooLong = "a header value is longer than 65536 bytes"
 /// Enough to connect and shake hands over a slow link.
 constexpr std::chrono::seconds connectLimit(30);
 
-/// An address that does not answer gets this part of it, while there may be others to try.
+/// An address that does not answer gets this fraction of it, while there may be others to try.
 constexpr int triesWithinConnectLimit = 3;
 
 /// The status in a status line: three digits after the version, then a space or the line end.
@@ -124,8 +124,8 @@ milliseconds Transfer::longestConnecting() const {
 
 bool Transfer::isPeerDead() const {
     constexpr std::array dead{ETIMEDOUT, EHOSTUNREACH, ENETUNREACH};
-    // The text is the first failure's. CURLINFO_OS_ERRNO is the last one's: to take leave of a dead
-    // peer fails as well.
+    // The text is that of the first failure. CURLINFO_OS_ERRNO is that of the last one: saying
+    // goodbye to a dead peer fails as well.
     const std::string_view reason = errorBuffer_.data();
     return std::any_of(dead.begin(), dead.end(), [=](int error) {
         return reason.ends_with(std::generic_category().message(error));
@@ -203,11 +203,11 @@ bool Transfer::addHeaderLine(std::string_view line) {
         atStatusLine_ = status_ < firstFinal;
         headerComplete_ = !atStatusLine_;
     }
-    // The library keeps every line, and some versions have no limit for trailers.
+    // libcurl keeps every line, and some versions have no limit for trailers.
     return headerBytes_ <= HttpSession::headerLimit && !hasMalformedStatus();
 }
 
-/// When the library sends the request again by itself, it may open a new connection for that.
+/// If libcurl retries the request by itself, it may open a new connection for that.
 int Transfer::noteConnecting(void* self, curl_socket_t /*socket*/,
                              curlsocktype /*purpose*/) noexcept {
     auto& transfer = *static_cast<Transfer*>(self);
@@ -228,7 +228,7 @@ int Transfer::noteSending(void* self, char* /*peer*/, char* /*own*/, int /*peers
         return CURL_PREREQFUNC_ABORT;
     }
     if (!transfer.isConnecting_) {
-        transfer.startLimits();  // the library has found another connection to send it again on
+        transfer.startLimits();  // libcurl retries it on another connection
     }
     long connectionsMade = 0;
     (void)curl_easy_getinfo(transfer.easy_.get(), CURLINFO_NUM_CONNECTS, &connectionsMade);
@@ -240,7 +240,7 @@ int Transfer::noteSending(void* self, char* /*peer*/, char* /*own*/, int /*peers
     return CURL_PREREQFUNC_OK;
 }
 
-/// Sees bytes that have not come out of decompression yet.
+/// Also sees bytes that decompression has not output yet.
 int Transfer::noteProgress(void* self, curl_off_t /*downloadTotal*/, curl_off_t downloaded,
                            curl_off_t /*uploadTotal*/, curl_off_t uploaded) {
     auto& transfer = *static_cast<Transfer*>(self);

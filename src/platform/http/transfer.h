@@ -17,8 +17,8 @@
 namespace orvane {
 
 /// One exchange, owned by the worker from `send` until its completion has been called: its limits,
-/// what has come of the answer, and whether it is worth another try. Its library handle is made
-/// ready in transfer_options.cpp.
+/// what has arrived of the response, and whether it should be retried. transfer_options.cpp
+/// prepares its library handle.
 class Transfer {
   public:
     Transfer(HttpRequest request, HttpCompletion completion, HttpLimits limits);
@@ -26,7 +26,7 @@ class Transfer {
     Transfer& operator=(const Transfer&) = delete;
     ~Transfer() = default;
 
-    /// What forbids sending the request, if anything does.
+    /// Why the request must not be sent; null if it may be.
     [[nodiscard]] const char* refusal() const;
 
     /// Takes `easy` and prepares it for the request. False when the library refused an option.
@@ -35,11 +35,10 @@ class Transfer {
     [[nodiscard]] CURL* easy() const { return easy_.get(); }
     EasyHandle releaseEasy() { return std::move(easy_); }
 
-    /// When it is time to go on to other addresses, while the ones that are being connected to do
-    /// not answer.
+    /// When to try other addresses, while the ones that are being connected to do not answer.
     [[nodiscard]] clock::TimePoint addressDeadline() const;
 
-    /// There are no other addresses: those that are tried from now on have all the time.
+    /// There are no other addresses: those that are tried from now on get the whole time.
     void noteNoOtherAddress() { mayBeMoreAddresses_ = false; }
 
     /// When the exchange is overdue unless something happens first.
@@ -47,24 +46,24 @@ class Transfer {
 
     [[nodiscard]] bool isOverdue() const { return deadline() <= clock::monotonicNow(); }
 
-    /// How the exchange ended when the library says `code`: to it, a connection that is closed
-    /// within the header is no error, and one that takes no frame is an error of the protocol.
+    /// How the exchange really ended if libcurl says `code`: for libcurl, a connection closed
+    /// within the header is a success, and one that accepts no frame a protocol error.
     [[nodiscard]] CURLcode outcome(CURLcode code) const;
 
-    /// Whether the request is to be sent once more, now that it ended with `code`: no byte of an
-    /// answer came, and it is the connection that is to blame, not the server. It had served
-    /// before, its peer is dead or cannot reach us any more, or HTTP/2 broke off as it does when
-    /// the server stops taking requests. The library sends some of these again by itself, which
-    /// ones depends on its version; it is sent twice at most, in any case.
+    /// Whether to retry the request, which ended with `code`: no byte of a response arrived, and
+    /// the connection is to blame, not the server. The connection had served before, its peer is
+    /// dead or cannot reach us any more, or HTTP/2 ended as it does when the server stops accepting
+    /// requests. libcurl retries some of these by itself, depending on its version; in any case a
+    /// request is sent at most twice.
     [[nodiscard]] bool isToBeSentAgain(CURLcode code) const;
 
-    /// The connection that the request went out on, if it has, was cut off by ourselves.
+    /// We cut off the connection that the request was sent on, if it was sent.
     void noteCutOff() { isCutOff_ = !isConnecting_; }
 
-    /// All limits count from here.
+    /// Starts all limits from now.
     void startLimits();
 
-    /// Ends the exchange as the library says it ended; `ownError` overrides libcurl's error text.
+    /// Ends the exchange with `code`; `ownError` overrides libcurl's error text.
     void complete(CURLcode code, const char* ownError);
 
   private:
@@ -80,7 +79,7 @@ class Transfer {
     bool setCallbacks();
 
     [[nodiscard]] std::chrono::milliseconds longestConnecting() const;
-    /// Whether the system gave the connection up.
+    /// Whether the system has given up the connection.
     [[nodiscard]] bool isPeerDead() const;
     /// The status by which a proxy refused a tunnel; 0 when none did.
     [[nodiscard]] long proxyRefusal() const;
@@ -92,7 +91,7 @@ class Transfer {
     void reserveExpectedSize();
     bool addHeaderLine(std::string_view line);
 
-    // The library's callbacks; `self` is the transfer.
+    // libcurl's callbacks; `self` is the transfer.
     static std::size_t takeBody(char* data, std::size_t size, std::size_t count, void* self);
     static std::size_t takeHeader(const char* data, std::size_t size, std::size_t count,
                                   void* self);
@@ -107,23 +106,23 @@ class Transfer {
     std::chrono::milliseconds totalLimit_;
     clock::TimePoint lastActivity_;
     clock::TimePoint end_;
-    bool isConnecting_ = true;  ///< there is no connection yet that the request could be sent on
+    bool isConnecting_ = true;                       ///< no connection is ready for the request yet
     std::optional<clock::TimePoint> firstSocketAt_;  ///< of this try to connect
     bool mayBeMoreAddresses_ = true;
     int timesSent_ = 0;
     bool isCutOff_ = false;
-    bool wasKept_ = false;  ///< the connection that was used last had served before
+    bool wasKept_ = false;  ///< the connection used last had served before
     OpenSockets* openSockets_ = nullptr;
     HeaderList headers_;
     std::array<char, CURL_ERROR_SIZE> errorBuffer_{};
     std::string body_;
     curl_off_t bytesSeen_ = 0;
     std::size_t headerBytes_ = 0;
-    bool atStatusLine_ = true;  ///< what comes next is the first line of a header
+    bool atStatusLine_ = true;  ///< the next line is the first of a header
     long status_ = 0;
     bool headerComplete_ = false;
     bool tooLarge_ = false;
-    EasyHandle easy_;  ///< last, so that it goes before what it points to
+    EasyHandle easy_;  ///< last, to be destroyed before what it points to
 };
 
 }  // namespace orvane

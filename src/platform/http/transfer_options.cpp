@@ -20,9 +20,9 @@ constexpr auto quickExit = static_cast<CURLoption>(CURLOPTTYPE_LONG + 322);
 /// cycle, and between one poll and the next, are shorter.
 constexpr long longestIdle = 3;
 
-/// Longer than any exchange. The library keeps the timer of this limit, and of its half for a name
-/// with more than one address, after it has connected, and would wake up for it under a held poll.
-/// The worker keeps the limits.
+/// Longer than any exchange. After connecting, libcurl keeps the timer of this limit, and of half
+/// of it for a name with several addresses, and would wake up for it during a held poll. The worker
+/// enforces the real limit.
 constexpr long connectLimitOfLibrary = 3'600'000;
 
 curl_socket_t openSocket(void* sockets, curlsocktype /*purpose*/, curl_sockaddr* address) noexcept {

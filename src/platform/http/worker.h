@@ -22,7 +22,7 @@
 
 namespace orvane {
 
-/// What a session does; its operations are those of HttpSession.
+/// The implementation of HttpSession, with the same operations.
 class HttpSession::Worker {
   public:
     /// How long one call into libcurl may keep the worker's thread before `endFlood` cuts the
@@ -58,24 +58,24 @@ class HttpSession::Worker {
     /// False when the session is being destroyed.
     bool takeIncoming();
 
-    /// Closes every connection. False when there is no memory for it now.
+    /// Closes every connection. False if there is no memory for that now.
     bool replaceMulti();
 
     void begin(std::unique_ptr<Transfer> transfer);
 
-    /// Hands `transfer` to the library. False when that does not take it.
+    /// Passes `transfer` to libcurl. False if libcurl does not accept it.
     bool start(Transfer& transfer);
 
-    /// Starts `transfer`, which ended with `code`, once more if that is worthwhile.
+    /// Retries `transfer`, which ended with `code`, if that makes sense.
     bool startAgain(Transfer& transfer, CURLcode code);
     bool restart(Transfer& transfer);
 
     void completeFinished();
     void completeOverdue();
-    /// Tries other addresses where the ones that are being connected to have had their time.
+    /// Tries other addresses for transfers whose current ones have used up their time.
     void leaveSilentAddresses();
     void finish(const Transfer* finished, CURLcode code, const char* ownError);
-    /// Has requests sent again whose connections are from an address that is gone.
+    /// Retries requests whose connections are from an address that is gone.
     void leaveLostAddresses();
     /// Blocks until there is something to do, or a deadline has come.
     void waitForWork();
@@ -86,11 +86,12 @@ class HttpSession::Worker {
     std::deque<std::unique_ptr<Transfer>> incoming_ ORVANE_GUARDED_BY(mutex_);
     bool stopping_ ORVANE_GUARDED_BY(mutex_) = false;
     bool couldNotStart_ ORVANE_GUARDED_BY(mutex_) = false;
-    OpenSockets openSockets_;  ///< stays longer than the connections of multi_
+    OpenSockets openSockets_;  ///< outlives the connections of multi_
     MultiHandle multi_;
     std::thread thread_;
-    std::atomic<clock::TimePoint> busySince_ = never;  ///< when the library was last called
-    // The worker thread's own:
+    std::atomic<clock::TimePoint> busySince_ =
+        never;  ///< since when a call into libcurl has been running
+    // Used by the worker thread only:
     std::vector<std::unique_ptr<Transfer>> active_;
     ContinuousTimer timer_;
     std::optional<NetworkChanges> networkChanges_;
