@@ -45,7 +45,6 @@ class HostedWorkflowTest(unittest.TestCase):
         self.assertEqual({path.name for path in WORKFLOWS.iterdir()}, {"ci.yml", "nightly.yml"})
 
     def test_every_job_gets_the_sources_and_runs_something(self):
-        self.assertEqual(set(self.jobs), {"debian-12", "debian-13", "ubuntu", "macos"})
         for job in [*self.jobs.values(), *jobs_of("nightly.yml").values()]:
             self.assertEqual(job["steps"][0], {"uses": "actions/checkout@v4"})
             self.assertTrue(all(set(step) == {"run"} for step in job["steps"][1:]))
@@ -60,12 +59,6 @@ class HostedWorkflowTest(unittest.TestCase):
                     words = words[3:] if words[1] == "--user" else words[2:]
                 self.assertIn(" ".join(words), ours)
 
-    def test_the_debian_jobs_start_from_a_bare_system(self):
-        self.assertEqual([*commands_of(self.jobs["debian-12"])], [["ci/in-fresh-root", "bookworm", ".ci/run"]])
-        self.assertEqual([*commands_of(self.jobs["debian-13"])],
-                         [["ci/in-fresh-root", "--user", "trixie", "./test"]])
-
-
     def test_every_machine_is_one_that_there_is(self):
         # Hosted until at least 2027, by actions/runner-images; macos-13 and macos-14 are gone.
         known = {"ubuntu-24.04", "macos-15", "macos-15-intel", "macos-26"}
@@ -73,11 +66,6 @@ class HostedWorkflowTest(unittest.TestCase):
             system = job["runs-on"]
             systems = job["strategy"]["matrix"]["system"] if "matrix" in system else [system]
             self.assertLessEqual({*systems}, known)
-
-    def test_the_macos_job_runs_on_both_processors_and_on_the_newest_system(self):
-        self.assertEqual(self.jobs["macos"]["strategy"]["matrix"]["system"], ["macos-15", "macos-15-intel", "macos-26"])
-        self.assertEqual([*commands_of(self.jobs["macos"])],
-                         [["./test"], ["ci/check-release"], ["ci/macos/try-installed"]])
 
 
 class NightlyTest(unittest.TestCase):
