@@ -6,6 +6,7 @@ Runs inside the root directory that bench/run makes, so the paths here are the d
 import atexit
 import os
 import pathlib
+import platform
 import shutil
 import signal
 import statistics
@@ -214,7 +215,7 @@ def end(process, how=signal.SIGKILL):
 
 
 @atexit.register
-def _end_all():
+def end_all():
     """Nothing stays behind when a measurement fails."""
     while _clients:
         end(_clients[-1])
@@ -292,6 +293,12 @@ def cpu_of_finished(command, **options):
 
 
 # ---- Results
+
+
+def machine():
+    model = [line.split(":")[1].strip() for line in open("/proc/cpuinfo", encoding="utf-8") if "model name" in line]
+    memory = status_field("/proc/meminfo", "MemTotal") / MIB
+    return f"{len(model)} × {model[0]}, {memory:.0f} GiB, Linux {platform.release().partition('-')[0]}"
 
 
 def spread(values):

@@ -3,7 +3,6 @@
 import importlib
 import json
 import os
-import platform
 import sys
 import time
 
@@ -13,12 +12,6 @@ import report
 GROUPS = ("idle", "fleet", "start", "turns", "latency", "large", "growth", "size", "status")
 SHORT = ("idle", "turns")
 RESULTS = h.REPOSITORY / "bench/results.json"
-
-
-def machine():
-    model = [line.split(":")[1].strip() for line in open("/proc/cpuinfo", encoding="utf-8") if "model name" in line]
-    memory = h.status_field("/proc/meminfo", "MemTotal") / h.MIB
-    return f"{len(model)} × {model[0]}, {memory:.0f} GiB, Linux {platform.release().partition('-')[0]}"
 
 
 def run(groups, short):
@@ -43,7 +36,7 @@ def main(arguments):
         results = run(SHORT, True)
         return 0 if all(row["met"] is not False for group in results.values() for row in group["rows"]) else 1
     stored = json.loads(RESULTS.read_text(encoding="utf-8")) if RESULTS.exists() else {"groups": {}}
-    stored["machine"] = machine()
+    stored["machine"] = h.machine()
     stored["date"] = time.strftime("%Y-%m-%d", time.gmtime())
     for name in arguments or GROUPS:
         stored["groups"].update(run([name], False))

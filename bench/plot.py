@@ -1,4 +1,4 @@
-"""One curve as an SVG picture."""
+"""Curves as an SVG picture."""
 
 import math
 
@@ -39,9 +39,14 @@ class Axis:
         return self.start + (self.end - self.start) * (scale(value) - low) / (high - low)
 
 
-def svg(points, across, up, logarithmic):
-    x_axis = Axis([x for x, _ in points], logarithmic, LEFT, WIDTH - RIGHT)
-    y_axis = Axis([y for _, y in points], logarithmic, HEIGHT - BOTTOM, TOP)
+COLORS = ("#1f5fa8", "#c2571a", "#3a7d34", "#7b3fa0")
+
+
+def svg(curves, across, up, logarithmic=False):
+    """`curves` are rows of points by their names, which are shown if there are several."""
+    every = [point for points in curves.values() for point in points]
+    x_axis = Axis([x for x, _ in every], logarithmic, LEFT, WIDTH - RIGHT)
+    y_axis = Axis([y for _, y in every], logarithmic, HEIGHT - BOTTOM, TOP)
     parts = [
         f'<svg xmlns="http://www.w3.org/2000/svg" width="{WIDTH}" height="{HEIGHT}" viewBox="0 0 {WIDTH} {HEIGHT}" '
         'font-family="sans-serif" font-size="12">',
@@ -55,10 +60,16 @@ def svg(points, across, up, logarithmic):
         y = y_axis.place(tick)
         parts.append(f'<line x1="{LEFT}" y1="{y:.1f}" x2="{WIDTH - RIGHT}" y2="{y:.1f}" stroke="#ddd"/>')
         parts.append(f'<text x="{LEFT - 6}" y="{y + 4:.1f}" text-anchor="end">{label(tick)}</text>')
-    places = [(x_axis.place(x), y_axis.place(y)) for x, y in points]
-    curve = " ".join(f"{x:.1f},{y:.1f}" for x, y in places)
-    parts.append(f'<polyline points="{curve}" fill="none" stroke="#1f5fa8" stroke-width="1.5"/>')
-    parts += [f'<circle cx="{x:.1f}" cy="{y:.1f}" r="3.5" fill="#1f5fa8"/>' for x, y in places]
+    for number, (name, points) in enumerate(curves.items()):
+        color = COLORS[number]
+        places = [(x_axis.place(x), y_axis.place(y)) for x, y in points]
+        curve = " ".join(f"{x:.1f},{y:.1f}" for x, y in places)
+        parts.append(f'<polyline points="{curve}" fill="none" stroke="{color}" stroke-width="1.5"/>')
+        if len(curves) > 1:
+            y = TOP + 14 + 16 * number
+            parts.append(f'<text x="{WIDTH - RIGHT - 6}" y="{y}" text-anchor="end" fill="{color}">{name}</text>')
+        else:
+            parts += [f'<circle cx="{x:.1f}" cy="{y:.1f}" r="3.5" fill="{color}"/>' for x, y in places]
     middle = (TOP + HEIGHT - BOTTOM) / 2
     parts.append(f'<text x="{(LEFT + WIDTH - RIGHT) / 2}" y="{HEIGHT - 12}" text-anchor="middle">{across}</text>')
     parts.append(f'<text x="16" y="{middle}" text-anchor="middle" transform="rotate(-90 16 {middle})">{up}</text>')

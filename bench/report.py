@@ -71,4 +71,4 @@ def write(results, order):
     for group in results["groups"].values():
         for name, points in group.get("plots", {}).items():
             across, up, logarithmic = AXES[name]
-            (PLOTS / f"{name}.svg").write_text(plot.svg(points, across, up, logarithmic), encoding="utf-8")
+            (PLOTS / f"{name}.svg").write_text(plot.svg({name: points}, across, up, logarithmic), encoding="utf-8")
