@@ -15,13 +15,13 @@ struct ActivityLog {
 
     /// One exchange, in the order of `record`'s line.
     struct Exchange {
-        std::string_view method = "";
-        std::string_view url = "";
-        std::int64_t status = 0;        ///< HTTP status, 0 without a response
-        std::int64_t ms = 0;            ///< duration in milliseconds
-        std::int64_t bytes = 0;         ///< length of the decoded body
-        std::string_view summary = "";  ///< omitted if empty
-        std::string_view error = "";    ///< human-readable; omitted if empty
+        std::string_view method{};
+        std::string_view url{};
+        std::int64_t status = 0;     ///< HTTP status, 0 without a response
+        std::int64_t ms = 0;         ///< duration in milliseconds
+        std::int64_t bytes = 0;      ///< length of the decoded body
+        std::string_view summary{};  ///< omitted if empty
+        std::string_view error{};    ///< human-readable; omitted if empty
     };
 
     /// Records one exchange. May be called from any thread. Never fails and reports nothing: a line
