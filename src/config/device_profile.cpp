@@ -18,7 +18,7 @@ std::optional<OrvaneConfig::Profile> OrvaneConfig::deviceProfile() {
         return std::nullopt;
     }
     const auto resolved = DeviceIdentity::resolve(processName);
-    if (!resolved || resolved->agentSlug.empty()) {
+    if (!resolved || resolved->uploadKey.empty() || resolved->agentSlug.empty()) {
         return std::nullopt;
     }
     return Profile{.name = "device",
