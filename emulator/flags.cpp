@@ -3,8 +3,11 @@
 #include "emulator/bad_input.h"
 #include "emulator/number.h"
 
+#include <algorithm>
+#include <array>
 #include <functional>
 #include <map>
+#include <set>
 #include <string_view>
 
 namespace orvane::emulator {
@@ -35,10 +38,10 @@ Reader intoNumber(Number& number, Number least, Number most) {
     };
 }
 
-Reader intoSeconds(std::chrono::seconds& seconds) {
-    return [&seconds](std::string_view value) {
+Reader intoSeconds(std::chrono::seconds& seconds, unsigned least, unsigned most) {
+    return [&seconds, least, most](std::string_view value) {
         unsigned number = 0;
-        intoNumber(number, 0U, 300U)(value);
+        intoNumber(number, least, most)(value);
         seconds = std::chrono::seconds(number);
     };
 }
@@ -64,7 +67,10 @@ std::map<std::string_view, Reader> readersInto(Flags& flags) {
             {"--private-key", into(flags.privateKey)},
             {"--port-file", into(flags.portFile)},
             {"--record", into(flags.record)},
-            {"--hold", intoSeconds(flags.behavior.longestHold)},
+            {"--check", into(flags.checkedUrl)},
+            {"--ca", into(flags.authority)},
+            {"--wait", intoSeconds(flags.wait, 1, 400)},
+            {"--hold", intoSeconds(flags.behavior.longestHold, 0, 300)},
             {"--seed", intoSeed(flags.seed)},
             {"--fault", [&flags](auto value) { flags.faults.push_back(parseFault(value)); }},
             {"--fail-every", intoNumber(flags.behavior.failEvery, 1U, 1'000'000U)},
@@ -75,6 +81,29 @@ std::map<std::string_view, bool*> switchesIn(Flags& flags) {
     return {{"--help", &flags.help},
             {"--version", &flags.version},
             {"--jitter", &flags.behavior.jitter}};
+}
+
+/// What goes with --check: who to be, and how to ask.
+constexpr std::array<std::string_view, 9> forChecking{"--check",  "--key",        "--device",
+                                                      "--tenant", "--agent-slug", "--ca",
+                                                      "--wait",   "--help",       "--version"};
+
+/// Whether one can be a control plane and check another with the options called `given`.
+void checkPurpose(const Flags& flags, const std::set<std::string>& given) {
+    for (const std::string& name : given) {
+        const bool isForChecking =
+            std::find(forChecking.begin(), forChecking.end(), name) != forChecking.end();
+        if (!flags.checkedUrl.empty() && !isForChecking) {
+            throw BadInput(name + " does not go with --check; --help says what does");
+        }
+        if (flags.checkedUrl.empty() && (name == "--ca" || name == "--wait")) {
+            throw BadInput(name + " goes with --check only");
+        }
+    }
+    if (!flags.checkedUrl.empty() &&
+        flags.account.deviceToken.empty() != flags.account.tenantSlug.empty()) {
+        throw BadInput("to check the lookup of devices takes both --device and --tenant");
+    }
 }
 
 void check(const Flags& flags) {
@@ -92,10 +121,12 @@ Flags readFlags(std::span<const char* const> arguments) {
     Flags flags;
     const auto readers = readersInto(flags);
     const auto switches = switchesIn(flags);
+    std::set<std::string> given;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const std::string name = arguments[i];
         if (const auto found = switches.find(name); found != switches.end()) {
             *found->second = true;
+            given.insert(name);
             continue;
         }
         const auto reader = readers.find(name);
@@ -110,8 +141,10 @@ Flags readFlags(std::span<const char* const> arguments) {
         } catch (const BadInput& mistake) {
             throw BadInput(name + ": " + mistake.what());
         }
+        given.insert(name);
     }
     check(flags);
+    checkPurpose(flags, given);
     return flags;
 }
 
@@ -133,9 +166,10 @@ Serves a guard policy to agents and holds their polls until it changes.
                     server-error never-answer drop-mid-body truncate garbage
                     html-portal redirect instant-304 no-etag long-etag outage
   --fail-every N --with STATUS   refuse every Nth poll (with 503)
-  --seed N          for what is random, to repeat it
+  --seed N          for what is random, to repeat it; --help; --version
   --record FILE     append each exchange as a line of JSON, without credentials
-  --help, --version
+  --check URL       try the control plane there as a daemon would, and say what
+                    is wrong; with --key, --device, --ca FILE, --wait SECONDS
 Its page, at the address that it prints, shows agents, policy and faults. SIGINT
 and SIGTERM end it. See orvane-control-plane(1).
 )";

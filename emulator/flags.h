@@ -2,6 +2,7 @@
 
 #include "emulator/control_plane.h"
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -27,6 +28,9 @@ struct Flags {
     std::filesystem::path tlsDirectory;
     std::filesystem::path certificate;
     std::filesystem::path privateKey;
+    std::string checkedUrl;           ///< The control plane to check; empty to be one.
+    std::filesystem::path authority;  ///< What to trust when that is checked.
+    std::chrono::seconds wait{5};     ///< How long to wait for its answers.
 };
 
 /// Reads the arguments that follow the program's name. Throws BadInput when they make no sense.

@@ -1,5 +1,8 @@
 #include "emulator/bad_input.h"
 #include "emulator/certificate.h"
+#include "emulator/check/check.h"
+#include "emulator/check/client.h"
+#include "emulator/check/trusted_authority.h"
 #include "emulator/control_plane.h"
 #include "emulator/flags.h"
 #include "emulator/policy_file.h"
@@ -185,6 +188,44 @@ void serve(Flags flags) {
     }
 }
 
+Subject subjectOf(const Flags& flags) {
+    Subject subject;
+    subject.profile = {.name = "check",
+                       .apiUrl = flags.checkedUrl,
+                       .apiKey = flags.account.apiKey,
+                       .agentSlug = flags.account.agentSlug,
+                       .tenant = std::nullopt};
+    if (!flags.account.deviceToken.empty()) {
+        subject.enrollment = orvane::DeviceEnrollment{.deviceToken = flags.account.deviceToken,
+                                                      .tenantSlug = flags.account.tenantSlug,
+                                                      .apiUrl = flags.checkedUrl};
+    }
+    subject.wait = flags.wait;
+    return subject;
+}
+
+/// Whether nothing is wrong with the control plane that is to be checked.
+bool isCheckedGood(const Flags& flags) {
+    const auto url = orvane::Url::parse(flags.checkedUrl);
+    if (!url || !url->isFetchable()) {
+        throw BadInput("--check: not an address such as https://control.example: \"" +
+                       flags.checkedUrl + '"');
+    }
+    std::optional<TrustedAuthority> authority;
+    if (!flags.authority.empty()) {
+        authority.emplace(flags.authority);
+    }
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));  // the HTTP client counts on that
+    const Subject subject = subjectOf(flags);
+    Client client;
+    const Report report = check(
+        subject,
+        [&client](const auto& request, auto patience) { return client.ask(request, patience); },
+        [](const Finding& finding) { std::cout << textOf(finding) << std::endl; });
+    std::cout << summaryOf(report, subject) << std::endl;
+    return report.findings.empty();
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -193,6 +234,9 @@ int main(int argc, char** argv) {
         if (flags.help || flags.version) {
             std::cout << (flags.help ? usage() : "orvane-control-plane " ORVANE_VERSION "\n");
             return 0;
+        }
+        if (!flags.checkedUrl.empty()) {
+            return isCheckedGood(flags) ? 0 : 1;
         }
         static_cast<void>(std::signal(SIGINT, askToStop));
         static_cast<void>(std::signal(SIGTERM, askToStop));

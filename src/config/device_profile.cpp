@@ -4,20 +4,13 @@
 
 namespace orvane {
 
-namespace {
-
-/// The agent process whose configuration is requested.
-constexpr const char* processName = "claude";
-
-}  // namespace
-
 std::optional<OrvaneConfig::Profile> OrvaneConfig::deviceProfile() {
     // Only a switch: with the variable set, the daemon goes straight to the config file; its value
     // is never used.
     if (!environmentValue("ORVANE_API_KEY").empty()) {
         return std::nullopt;
     }
-    const auto resolved = DeviceIdentity::resolve(processName);
+    const auto resolved = DeviceIdentity::resolve(agentProcess);
     if (!resolved || resolved->uploadKey.empty() || resolved->agentSlug.empty()) {
         return std::nullopt;
     }

@@ -10,6 +10,9 @@
 
 namespace orvane {
 
+/// The agent process whose configuration the daemon requests.
+inline constexpr const char* agentProcess = "claude";
+
 /// What a device identifies itself with, and where.
 struct DeviceEnrollment {
     std::string deviceToken;

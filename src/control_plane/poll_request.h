@@ -4,6 +4,7 @@
 #include "control_plane/profile.h"
 #include "platform/http/http_session.h"
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -13,6 +14,11 @@ namespace orvane {
 /// How long the server is asked to hold a poll. An idle device then sends twelve an hour; a longer
 /// hold would save little, and more proxies and firewalls would drop the connection meanwhile.
 inline constexpr std::int64_t longPollSeconds = 300;
+
+/// The limits of a session that polls: longer than the server holds a poll, so that we never cut
+/// off a held one: 30 s for its response to arrive, and 30 s more for a large body.
+inline constexpr HttpLimits pollLimits{.inactivity = std::chrono::seconds(longPollSeconds + 30),
+                                       .total = std::chrono::seconds(longPollSeconds + 60)};
 
 /// The conditional long-poll for `profile`, to be held up to `waitSeconds`; absent if the profile's
 /// `apiUrl` is not a URL. `etag` is sent in double quotes (RFC 9110, 13.1.2) unless it contains a

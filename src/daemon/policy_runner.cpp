@@ -25,18 +25,13 @@ constexpr double backOffSeconds = 60.0;
 // most one request.
 constexpr double noProfileSeconds = 30.0;
 
-// Longer than the server holds a poll, so that we never cut off a held one: 30 s for its response
-// to arrive, and 30 s more for a large body.
-constexpr HttpLimits sessionLimits{.inactivity = std::chrono::seconds(longPollSeconds + 30),
-                                   .total = std::chrono::seconds(longPollSeconds + 60)};
-
 }  // namespace
 
 std::optional<std::string> PolicyRunner::cachedHardwareUuid;
 
 PolicyRunner::PolicyRunner()
     : logger(daemonLogger()),
-      session(sessionLimits),
+      session(pollLimits),
       policyPath(paths::orvaneDirectory() / "policy.json"),
       etagPath(paths::orvaneDirectory() / "policy-etag.json"),
       effectivePath(paths::orvaneDirectory() / "guard-effective.json"),

@@ -65,6 +65,24 @@ TEST(Flags, AllAreRead) {
     EXPECT_EQ(flagsOf("--tls t").tlsDirectory, "t");
 }
 
+TEST(Flags, ACheckHasItsOwn) {
+    const Flags flags =
+        flagsOf("--check https://h --key k --device d --tenant t --agent-slug s --ca c --wait 400");
+    EXPECT_EQ(flags.checkedUrl, "https://h");
+    EXPECT_EQ(flags.authority, "c");
+    EXPECT_EQ(flags.wait, 400s);
+    EXPECT_EQ(flagsOf("--check u").wait, 5s);
+    EXPECT_TRUE(flagsOf("--check u --help").help);
+    EXPECT_EQ(complaintAboutFlags("--check u --policy p"),
+              "--policy does not go with --check; --help says what does");
+    EXPECT_EQ(complaintAboutFlags("--check u --jitter"),
+              "--jitter does not go with --check; --help says what does");
+    EXPECT_EQ(complaintAboutFlags("--wait 2"), "--wait goes with --check only");
+    EXPECT_EQ(complaintAboutFlags("--ca c"), "--ca goes with --check only");
+    EXPECT_EQ(complaintAboutFlags("--check u --device d"),
+              "to check the lookup of devices takes both --device and --tenant");
+}
+
 TEST(Flags, NoneIsNeeded) {
     const Flags flags = readFlags({});
     EXPECT_EQ(flags.address, "127.0.0.1");
@@ -90,9 +108,9 @@ TEST(Flags, WhatMakesNoSenseIsRefusedInALine) {
 TEST(Flags, ANumberOutOfItsRangeIsRefused) {
     EXPECT_EQ(complaintAboutFlags("--port 65536"),
               "--port: not a number from 0 to 65535: \"65536\"");
-    for (const char* line :
-         {"--port -1", "--port x", "--port 80x", "--fail-every 0", "--fail-every 1000001",
-          "--with 399", "--with 600", "--hold 301", "--hold -1", "--seed -1", "--seed x"}) {
+    for (const char* line : {"--port -1", "--port x", "--port 80x", "--fail-every 0",
+                             "--fail-every 1000001", "--with 399", "--with 600", "--hold 301",
+                             "--hold -1", "--seed -1", "--seed x", "--wait 0", "--wait 401"}) {
         EXPECT_THROW(flagsOf(line), BadInput) << line;
     }
 }

@@ -7,6 +7,7 @@ import os
 import pathlib
 import resource
 import selectors
+import shutil
 import signal
 import socket
 import subprocess
@@ -105,6 +106,106 @@ class InputTest(ProgramTest):
         self.assertIn("--policy FILE", help_text)
         version = subprocess.run([PROGRAM, "--version"], capture_output=True, text=True, check=True).stdout
         self.assertRegex(version, r"^orvane-control-plane \d+\.\d+\.\d+\n$")
+
+
+class CheckTest(ProgramTest):
+    """--check, against the program itself and against a server that knows nothing of agents."""
+
+    def check(self, url, *arguments):
+        """Its exit status and lines."""
+        result = subprocess.run([PROGRAM, "--check", url, "--wait", "3", *arguments],
+                                capture_output=True, text=True, timeout=60)
+        self.assertEqual(result.stderr, "")
+        return result.returncode, result.stdout.splitlines()
+
+    def test_a_good_one(self):
+        self.start("--policy", self.policy, "--key", "top-secret", "--device", "secret-token", "--tenant", "acme",
+                   "--agent-slug", "laptop")
+        status, lines = self.check(f"http://localhost:{self.port}/", "--device", "secret-token", "--tenant", "acme")
+        self.assertEqual((status, lines),
+                         (0, ["10 requests, nothing wrong; a hold was watched for 3 s, --wait SECONDS changes that"]))
+
+    def test_one_with_a_fault(self):
+        self.start("--policy", self.policy, "--fault", "html-portal")
+        status, lines = self.check(f"http://localhost:{self.port}")
+        self.assertEqual(status, 1)
+        self.assertEqual(lines[0], 'A poll without an ETag: status 200 with a page instead of JSON: "<!DOCTYPE html>'
+                         '<html><head><title>Sign in</title></head><bod…". A daemon stores nothing and polls again at '
+                         "once, at full speed. Send a JSON object in UTF-8 (RFC 8259) and nothing after it.")
+        self.assertTrue(lines[1].startswith("1 request, 1 finding; "), lines)
+
+    def test_one_with_a_certificate_of_its_own(self):
+        tls = self.directory / "tls"
+        self.start("--policy", self.policy, "--tls", tls)
+        url = f"https://localhost:{self.port}"
+        status, lines = self.check(url)
+        self.assertEqual((status, len(lines)), (1, 2))
+        self.assertIn("--ca FILE", lines[0])
+        self.assertEqual(self.check(url, "--ca", tls / "ca.pem")[0], 0)
+
+    def test_what_cannot_be_checked(self):
+        for url in ("localhost:8080", "ftp://localhost", "http://a b", "http://"):
+            self.assertEqual(self.refusal("--check", url),
+                             f'--check: not an address such as https://control.example: "{url}"')
+        nowhere = str(self.directory / "none")
+        self.assertEqual(self.refusal("--check", "http://localhost", "--ca", nowhere),
+                         f"there is no certificate in PEM format in {nowhere}")
+
+    def start_nginx(self, **files):
+        """nginx, which serves `files` where agents ask for them."""
+        self.directory.chmod(0o755)  # its workers have an account of their own
+        paths = {"policy": "connect/guard-config", "effective": "guard/effective"}
+        for name, content in files.items():
+            place = self.directory / "files/api/orvane/v1" / paths[name]
+            place.mkdir(parents=True)
+            (place / "index.json").write_text(content)
+        with socket.create_server(("127.0.0.1", 0)) as free:
+            port = free.getsockname()[1]
+        temporary = "".join(f"{kind}_temp_path {self.directory}/{kind};"
+                            for kind in ("client_body", "proxy", "fastcgi", "uwsgi", "scgi"))
+        (self.directory / "nginx.conf").write_text(
+            f"daemon off; pid {self.directory}/pid; error_log {self.directory}/log; worker_processes 1;\n"
+            f"events {{}}\nhttp {{ access_log off; {temporary} default_type application/json;\n"
+            f"server {{ listen 127.0.0.1:{port}; root {self.directory}/files; index index.json; }} }}\n")
+        with (self.directory / "output").open("w") as output:
+            process = subprocess.Popen(
+                ["nginx", "-e", f"{self.directory}/log", "-c", f"{self.directory}/nginx.conf"], stderr=output)
+        self.addCleanup(process.wait)
+        self.addCleanup(process.terminate)
+
+        def listens():
+            with socket.socket() as connection:
+                return connection.connect_ex(("127.0.0.1", port)) == 0
+        self.wait_until(listens)
+        return f"http://127.0.0.1:{port}"
+
+    @unittest.skipUnless(shutil.which("nginx"), "nginx is not installed")
+    def test_a_file_server(self):
+        url = self.start_nginx(policy=POLICY, effective="{}")
+        status, lines = self.check(url)
+        self.assertEqual(status, 1)
+        expected = (
+            ("A poll without an ETag", "without Cache-Control"),
+            ("The effective configuration", "without Cache-Control"),
+            ("A poll with a wrong key", "status 200", "whatever key they send"),
+            ("The effective configuration with a wrong key", "status 200", "whatever key they send"),
+            ("A poll with the live ETag and wait=1", "status 200", "at full speed"),
+            ("A poll with the live ETag", "with the same ETag", "Compare If-None-Match"),
+            # It refuses the long ETag with 400, which is as good as another status.
+            ("9 requests, 6 findings",),
+        )
+        self.assertEqual(len(lines), len(expected), lines)
+        for line, (request, *parts) in zip(lines, expected):
+            self.assertTrue(line.startswith((request + ": ", request + "; ")), line)
+            for part in parts:
+                self.assertIn(part, line)
+
+    @unittest.skipUnless(shutil.which("nginx"), "nginx is not installed")
+    def test_a_file_server_without_the_files(self):
+        status, lines = self.check(self.start_nginx())
+        self.assertEqual(status, 1)
+        self.assertIn("status 404", lines[0])
+        self.assertIn("Serve this address, with the slash at its end", lines[0])
 
 
 class RecordTest(ProgramTest):

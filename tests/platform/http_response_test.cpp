@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace orvane::test {
@@ -68,6 +69,18 @@ void expectBrokenOff(const HttpResult& result, std::int64_t status, const std::s
 }
 
 // --- Whole responses
+
+TEST_F(HttpResponseTest, HeaderLinesAreHandedOnAsTheyArrive) {
+    server.on("/p", {sendAndClose("HTTP/1.1 103 Early Hints\r\nLink: a\r\n\r\n"
+                                  "HTTP/1.1 200 OK\r\nCache-Control: no-store\r\n\r\nbody")});
+    HttpRequest request = requestFor(server.url() + "/p");
+    std::string lines;
+    request.onHeaderLine = [&lines](std::string_view line) noexcept { lines += line; };
+    expectResponse(fetch(session, std::move(request)), 200, "body");
+    EXPECT_EQ(lines,
+              "HTTP/1.1 103 Early Hints\r\nLink: a\r\n\r\n"
+              "HTTP/1.1 200 OK\r\nCache-Control: no-store\r\n\r\n");
+}
 
 TEST_F(HttpResponseTest, EveryFinalStatusIsAResponse) {
     for (const int status :

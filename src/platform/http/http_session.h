@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -28,6 +29,9 @@ struct HttpRequest {
     std::vector<HttpHeader> headers;
     /// Inactivity timeout; defaults to the session's.
     std::optional<std::chrono::milliseconds> inactivityLimit;
+    /// Called on the session's thread with each header line of the response, those of interim
+    /// responses included, as it arrives; must not throw. The daemon decides nothing by headers.
+    std::function<void(std::string_view line)> onHeaderLine{};
 };
 
 /// What the server answered. Any final status, including redirects, which are not followed.

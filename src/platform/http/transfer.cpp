@@ -194,6 +194,9 @@ std::size_t Transfer::takeHeader(const char* data, std::size_t size, std::size_t
 bool Transfer::addHeaderLine(std::string_view line) {
     touch();
     headerBytes_ += line.size();
+    if (request_.onHeaderLine) {
+        request_.onHeaderLine(line);
+    }
     if (std::exchange(atStatusLine_, false)) {
         status_ = statusOf(line);
     }
