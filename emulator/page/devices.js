@@ -1,47 +1,32 @@
 // The table of devices and the timeline of the one that is chosen.
+import { button, elements, made } from "./elements.js";
 import { aimFaultsAt } from "./faults.js";
 
-const rows = document.getElementById("rows");
-const filter = document.getElementById("filter");
-const count = document.getElementById("count");
-const names = document.getElementById("device-names");
-const timeline = document.getElementById("timeline");
-const exchanges = document.getElementById("exchanges");
-const timelineHeading = document.getElementById("timeline-heading");
+const [rows, filter, count, names] = elements("rows", "filter", "count", "device-names");
+const [timeline, timelineHeading, exchanges] = elements("timeline", "timeline-heading", "exchanges");
+const [faultDevice, closeTimeline] = elements("fault-device", "close-timeline");
 
 const devices = new Map(); // by name: { data, row, and the cells that change }
 let liveTag = null;
 let chosen = null;
-
-function element(name, text = "", className = "") {
-  const made = document.createElement(name);
-  made.textContent = text;
-  if (className) {
-    made.className = className;
-  }
-  return made;
-}
 
 function title(name) {
   return name === "-" ? "(no agent slug)" : name;
 }
 
 function cell(row, label, className = "") {
-  const made = element("td", "", className);
-  made.dataset.label = label;
-  row.append(made);
-  return made;
+  const element = made("td", "", className);
+  element.dataset.label = label;
+  row.append(element);
+  return element;
 }
 
 function makeRow(name) {
-  const row = element("tr");
-  const button = element("button", title(name));
-  button.type = "button";
-  button.addEventListener("click", () => choose(name));
-  cell(row, "Device").append(button);
+  const row = made("tr");
+  cell(row, "Device").append(button(title(name), () => choose(name)));
   const held = cell(row, "Held");
-  const progress = element("progress");
-  const heldText = element("span");
+  const progress = made("progress");
+  const heldText = made("span");
   held.append(progress, " ", heldText);
   const device = {
     row,
@@ -54,7 +39,7 @@ function makeRow(name) {
   };
   devices.set(name, device);
   rows.append(row);
-  const option = element("option");
+  const option = made("option");
   option.value = name;
   names.append(option);
   return device;
@@ -152,7 +137,7 @@ export function setLiveTag(tag) {
 }
 
 function exchangeItem(exchange) {
-  const item = element("li", "", isGood(exchange) ? "" : "bad");
+  const item = made("li", "", isGood(exchange) ? "" : "bad");
   const held = (exchange.held / 1000).toFixed(1);
   item.textContent =
     `${new Date(exchange.at).toLocaleTimeString()}  ${outcome(exchange)}, ${exchange.bytes} bytes after ${held} s  ` +
@@ -183,8 +168,8 @@ function choose(name) {
 }
 
 filter.addEventListener("input", applyFilter);
-document.getElementById("close-timeline").addEventListener("click", () => choose(null));
-document.getElementById("fault-device").addEventListener("click", () => aimFaultsAt(chosen));
+closeTimeline.addEventListener("click", () => choose(null));
+faultDevice.addEventListener("click", () => aimFaultsAt(chosen));
 setInterval(() => {
   const now = Date.now();
   for (const device of devices.values()) {

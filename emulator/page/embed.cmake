@@ -3,7 +3,7 @@
 #   cmake -DOUTPUT=... -DDIRECTORY=... -P embed.cmake
 set(types html text/html css text/css js text/javascript svg image/svg+xml)
 set(paths index.html / page.css /page.css page.js /page.js devices.js /devices.js policy.js /policy.js
-  diff.js /diff.js faults.js /faults.js icon.svg /favicon.ico)
+  diff.js /diff.js elements.js /elements.js faults.js /faults.js icon.svg /favicon.ico)
 set(arrays "")
 set(entries "")
 set(number 0)

@@ -1,8 +1,7 @@
 // The switches for faults.
-const form = document.getElementById("fault-form");
-const kinds = document.getElementById("fault-kinds");
-const active = document.getElementById("active-faults");
-const message = document.getElementById("fault-message");
+import { button, elements, made } from "./elements.js";
+
+const [form, kinds, active, message] = elements("fault-form", "fault-kinds", "active-faults", "fault-message");
 
 let faults = [];
 
@@ -37,13 +36,10 @@ function words({ name, device, percent, seconds }) {
 export function showFaults(list) {
   faults = list;
   active.replaceChildren(...(list.length === 0 ? ["None."] : list.map((fault, at) => {
-    const item = document.createElement("li");
-    const button = document.createElement("button");
-    button.type = "button";
-    button.textContent = "Switch off";
-    button.setAttribute("aria-label", `Switch off ${words(fault)}`);
-    button.addEventListener("click", () => put(faults.filter((_, other) => other !== at)));
-    item.append(`${words(fault)} `, button);
+    const item = made("li", `${words(fault)} `);
+    const off = button("Switch off", () => put(faults.filter((_, other) => other !== at)));
+    off.setAttribute("aria-label", `Switch off ${words(fault)}`);
+    item.append(off);
     return item;
   })));
 }
@@ -51,18 +47,12 @@ export function showFaults(list) {
 export async function loadFaultKinds() {
   const answer = await fetch("/fault-kinds");
   kinds.replaceChildren(...(await answer.json()).map(({ name, meaning }) => {
-    const item = document.createElement("li");
-    const button = document.createElement("button");
-    const title = document.createElement("strong");
-    const text = document.createElement("span");
-    button.type = "button";
-    button.dataset.fault = name;
-    title.textContent = name;
-    text.textContent = meaning;
-    button.append(title, text);
     // The newest first: of those that strike a poll the first counts.
-    button.addEventListener("click", () => put([wanted(name), ...faults]));
-    item.append(button);
+    const on = button("", () => put([wanted(name), ...faults]));
+    on.dataset.fault = name;
+    on.append(made("strong", name), made("span", meaning));
+    const item = made("li");
+    item.append(on);
     return item;
   }));
 }

@@ -1,9 +1,10 @@
 // The page of the local control plane. What devices and policies say is only ever set as text, never as HTML.
 import { clearDevices, showDevices, setLiveTag } from "./devices.js";
+import { elements } from "./elements.js";
 import { showPolicy } from "./policy.js";
 import { loadFaultKinds, showFaults } from "./faults.js";
 
-const connection = document.getElementById("connection");
+const [connection] = elements("connection");
 
 function listen() {
   const events = new EventSource("/events");

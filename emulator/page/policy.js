@@ -1,12 +1,9 @@
 // The editor of the policy: check, difference from what is live, what becomes of it, publication.
 import { differences } from "./diff.js";
+import { elements, made } from "./elements.js";
 
-const editor = document.getElementById("editor");
-const check = document.getElementById("check");
-const diff = document.getElementById("diff");
-const capture = document.getElementById("capture");
-const publish = document.getElementById("publish");
-const liveTag = document.getElementById("live-tag");
+const [editor, check, diff, capture, liveTag] = elements("editor", "check", "diff", "capture", "live-tag");
+const [publish, nextTag, revert] = elements("publish", "next-tag", "revert");
 
 const around = 2; // lines of context in the difference
 let live = "";
@@ -24,11 +21,8 @@ function showDiff() {
     return;
   }
   const isNear = (at) => rows.slice(Math.max(0, at - around), at + around + 1).some(({ kind }) => kind !== "same");
-  const lines = rows.filter((_, at) => isNear(at)).map(({ kind, line }) => {
-    const made = document.createElement(kind === "added" ? "ins" : kind === "removed" ? "del" : "div");
-    made.textContent = (kind === "added" ? "+ " : kind === "removed" ? "- " : "  ") + line;
-    return made;
-  });
+  const lines = rows.filter((_, at) => isNear(at)).map(({ kind, line }) =>
+    kind === "added" ? made("ins", `+ ${line}`) : kind === "removed" ? made("del", `- ${line}`) : made("div", `  ${line}`));
   diff.replaceChildren(...(lines.length === 0 ? ["Nothing."] : lines));
 }
 
@@ -106,7 +100,7 @@ function withTag(text, tag) {
   return JSON.stringify({ ...policy, etag: tag }, null, 2) + "\n";
 }
 
-document.getElementById("next-tag").addEventListener("click", () => {
+nextTag.addEventListener("click", () => {
   try {
     editor.value = withTag(editor.value, `page-${new Date().toISOString().replace(/[^0-9TZ]/g, "")}`);
   } catch {
@@ -115,7 +109,7 @@ document.getElementById("next-tag").addEventListener("click", () => {
   look();
 });
 
-document.getElementById("revert").addEventListener("click", () => {
+revert.addEventListener("click", () => {
   editor.value = live;
   look();
 });
