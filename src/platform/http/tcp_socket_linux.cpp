@@ -7,12 +7,11 @@
 namespace orvane {
 
 int openTcpSocket(int family, int type, int protocol) noexcept {
-    constexpr int probes = 3;
     constexpr int unacknowledgedMilliseconds = 60'000;
     const int socket = ::socket(family, type | SOCK_CLOEXEC, protocol);
     if (socket >= 0) {
         // Probes are sent only while no data waits to be acknowledged; see tcp(7).
-        (void)::setsockopt(socket, IPPROTO_TCP, TCP_KEEPCNT, &probes, sizeof probes);
+        (void)::setsockopt(socket, IPPROTO_TCP, TCP_KEEPCNT, &tcpProbes, sizeof tcpProbes);
         (void)::setsockopt(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacknowledgedMilliseconds,
                            sizeof unacknowledgedMilliseconds);
     }

@@ -8,11 +8,10 @@
 namespace orvane {
 
 int openTcpSocket(int family, int type, int protocol) noexcept {
-    constexpr int probes = 3;
     const int socket = ::socket(family, type, protocol);
     if (socket >= 0) {
         (void)::fcntl(socket, F_SETFD, FD_CLOEXEC);
-        (void)::setsockopt(socket, IPPROTO_TCP, TCP_KEEPCNT, &probes, sizeof probes);
+        (void)::setsockopt(socket, IPPROTO_TCP, TCP_KEEPCNT, &tcpProbes, sizeof tcpProbes);
     }
     return socket;
 }

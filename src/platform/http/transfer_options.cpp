@@ -1,5 +1,6 @@
 // The options of libcurl for an exchange.
 #include "platform/http/proxy.h"
+#include "platform/http/tcp_socket.h"
 #include "platform/http/transfer.h"
 
 #include <algorithm>
@@ -14,6 +15,7 @@ namespace {
 // Numeric, because the oldest libcurl headers we support lack these names.
 constexpr auto protocolsByName = static_cast<CURLoption>(CURLOPTTYPE_STRINGPOINT + 318);
 constexpr auto quickExit = static_cast<CURLoption>(CURLOPTTYPE_LONG + 322);
+constexpr auto keepaliveProbes = static_cast<CURLoption>(CURLOPTTYPE_LONG + 326);
 
 /// How long, in seconds, a connection may have been idle to be used once more. Common servers close
 /// theirs after 5 s or more, and a request that crosses that is lost. The pauses within a poll
@@ -87,6 +89,8 @@ bool Transfer::setHowItTravels() {
     // the end of an overdue exchange.
     (void)set(protocolsByName, "http,https");
     (void)set(quickExit, 1L);
+    // From 8.9 on it sets a number of its own; before, the one that the socket has stays.
+    (void)set(keepaliveProbes, long{tcpProbes});
     // The library leaves signal handlers alone, which belong to the whole process.
     return set(CURLOPT_NOSIGNAL, 1L) &&
            // The system probes a silent peer, which costs this process no wake-up. See
