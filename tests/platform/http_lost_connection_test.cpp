@@ -152,6 +152,11 @@ void expectSentAgain(ScriptedServer& server, bool isSecure) {
         const bool isFarewell = std::this_thread::get_id() == worker && isLeft.exchange(false);
         return isFarewell ? std::optional<ssize_t>(failWith(EPIPE)) : std::nullopt;
     };
+    // Not every version of the library says any.
+    systemCalls.network = [&](std::string_view name, int, int) -> std::optional<int> {
+        isLeft = isLeft && name != "connect";
+        return std::nullopt;
+    };
     const WithSystemCallHooks installed(systemCalls);
     const ManualServerStep manualStep;
     server.on("/p", {manualStep.step(), answer(200, "body")});
@@ -259,11 +264,15 @@ TEST_F(LostHttp2ConnectionTest, OnANewConnectionToo) {
 }
 
 TEST_F(LostHttp2ConnectionTest, ButNotAThirdTime) {
-    server.always("*", onFirst(sendAndStall(goAwayFrame(0, 0))));
+    std::atomic<int> requests = 0;  // newer versions of the library open a third connection in vain
+    server.always("*", onFirst([&](Connection& connection, const ReceivedRequest& request) {
+                      ++requests;
+                      return sendAndStall(goAwayFrame(0, 0))(connection, request);
+                  }));
     const auto result = ask();
     EXPECT_TRUE(result.error());
     EXPECT_FALSE(result.response());
-    EXPECT_EQ(server.connectionCount(), 2U);
+    EXPECT_EQ(requests, 2);
 }
 
 TEST_F(LostHttp2ConnectionTest, OnANewConnectionTheEndOfTheConnectionIsAnError) {

@@ -41,9 +41,16 @@ long statusOf(std::string_view line) {
     return status;
 }
 
+/// Newer versions of the library retry by themselves what a GOAWAY leaves out. To them CURLE_HTTP2
+/// is the end of a connection.
+bool leavesGoAwayToUs() {
+    constexpr unsigned int withRetry = 0x080e00;
+    return curl_version_info(CURLVERSION_NOW)->version_num < withRetry;
+}
+
 bool isLostConnection(CURLcode code) {
     constexpr std::array lost{CURLE_GOT_NOTHING, CURLE_SEND_ERROR, CURLE_RECV_ERROR,
-                              CURLE_PARTIAL_FILE};
+                              CURLE_PARTIAL_FILE, CURLE_HTTP2};
     return std::find(lost.begin(), lost.end(), code) != lost.end();
 }
 
@@ -94,7 +101,7 @@ bool Transfer::isToBeSentAgain(CURLcode code) const {
     if (timesSent_ != 1 || headerBytes_ != 0) {
         return false;
     }
-    return code == CURLE_HTTP2 ||
+    return (code == CURLE_HTTP2 && leavesGoAwayToUs()) ||
            (isLostConnection(code) && (wasKept_ || isCutOff_ || isPeerDead()));
 }
 
