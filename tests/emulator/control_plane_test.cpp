@@ -3,6 +3,7 @@
 #include "call.h"
 #include "emulator/bad_input.h"
 #include "sample_account.h"
+#include "support/sanitizers.h"
 
 #include <gtest/gtest.h>
 
@@ -336,6 +337,7 @@ TEST_F(AServer, SendsWhatIsNotHttp) {
 }
 
 TEST_F(AServer, SendsAHugePolicyThatIsJson) {
+    ORVANE_SKIP_UNDER_SANITIZERS("many megabytes take them minutes");
     plane_->setFaults({parseFault("huge")});
     const Answer answer = poll("0");
     EXPECT_EQ(answer.status, 200);
@@ -438,6 +440,7 @@ TEST_F(AServer, KeepsItsPolicyWhenANewOneIsUnusable) {
 }
 
 TEST_F(AServer, TakesALargePolicyAndRefusesATooLargeOne) {
+    ORVANE_SKIP_UNDER_SANITIZERS("many megabytes take them minutes");
     const auto policyOf = [](std::size_t size) {
         return R"({"etag":"large","filler":")" + std::string(size, 'x') + "\"}";
     };

@@ -1,6 +1,7 @@
 #include "emulator/devices.h"
 
 #include "emulator/record.h"
+#include "support/sanitizers.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -121,6 +122,8 @@ TEST(Devices, HaveATimelineOfTheirLastExchanges) {
 }
 
 TEST(Devices, OfWhichThereAreTooManyAreForgottenTheOldestFirst) {
+    ORVANE_SKIP_UNDER_SANITIZERS(
+        "so many devices take them minutes; others show them the same code");
     Devices devices;
     for (std::size_t i = 0; i <= Devices::maxDevices; ++i) {
         devices.ended(aPollOf(std::to_string(i)), false, noon);
