@@ -6,6 +6,7 @@
 #include <openssl/err.h>
 #include <openssl/pem.h>
 #include <openssl/x509.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <iomanip>
