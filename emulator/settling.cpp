@@ -29,8 +29,11 @@ Decision ControlPlane::Server::settle(MHD_Connection* connection, Pending& pendi
         return ended(pending, Drop{});
     }
     Decision decision = decisionFor(pending);
-    if (std::holds_alternative<Silence>(decision) && !stopping_) {
-        return hold(connection, pending, HoldKind::silence, Clock::time_point::max());
+    if (std::holds_alternative<Silence>(decision)) {
+        if (!stopping_) {
+            return hold(connection, pending, HoldKind::silence, Clock::time_point::max());
+        }
+        decision = Drop{};
     }
     if (const auto* const wanted = std::get_if<Hold>(&decision)) {
         if (!pending.hold) {

@@ -411,6 +411,18 @@ TEST_F(AServer, LetsGoOfHeldPollsWhenItStops) {
     EXPECT_NE(answer.get().status, 200);
 }
 
+TEST_F(AServer, LetsGoOfWhatItNeverAnswersWhenItStops) {
+    Options options = optionsFor(*this);
+    std::promise<void> held;
+    options.onHeld = [&held](const Exchange&) { held.set_value(); };
+    plane_ = std::make_unique<ControlPlane>(std::move(options));
+    plane_->setFaults({parseFault("never-answer")});
+    auto answer = pollInBackground("300");
+    held.get_future().wait();
+    plane_.reset();
+    EXPECT_EQ(answer.get().status, 0);
+}
+
 TEST_F(AServer, ReportsEachExchangeToItsWatcher) {
     plane_->setPolicy(firstText);
     poll("300", "\"a/0\"");
