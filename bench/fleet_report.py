@@ -114,7 +114,7 @@ def million():
             "not in 40 min" if end is None else f"{end - told.get('outage', 0):,} s",
         ])
         if name in DRAWN:
-            curves[name] = [(second / 60, polls) for second, polls in enumerate(course.polls)]
+            curves[name] = [(second / 60, course.polls[second]) for second in range(0, WATCHED, 4)]
     heads = ["", "Most polls per second", "after 20 min", "Handshakes", "Refused", "Gave up connecting",
              "99 % held again after"]
     return table(heads, rows), curves
@@ -139,10 +139,10 @@ def sizes(results):
 
 
 def replaced(text, marker, block):
-    pattern = rf"(<!-- {marker} -->\n).*?(\n<!-- end -->)"
+    pattern = rf"(<!-- {marker} -->\n).*?(<!-- end -->)"
     if not re.search(pattern, text, flags=re.S):
         raise RuntimeError(f"{DOCUMENT} has no place for {marker}")
-    return re.sub(pattern, lambda match: match[1] + block + match[2], text, flags=re.S)
+    return re.sub(pattern, lambda match: f"{match[1]}{block}\n{match[2]}", text, flags=re.S)
 
 
 def write(results, length):
