@@ -54,6 +54,17 @@ CURLcode curl_easy_setopt(CURL* easy, CURLoption option, ...) {
     return realCall<CURLcode(CURL*, CURLoption, ...)>("curl_easy_setopt")(easy, option, value);
 }
 
+curl_version_info_data* curl_version_info(CURLversion wanted) {
+    auto* const real = realCall<decltype(curl_version_info)>("curl_version_info")(wanted);
+    if (libraryHooks == nullptr || libraryHooks->version == 0) {
+        return real;
+    }
+    static curl_version_info_data pretended;
+    pretended = *real;
+    pretended.version_num = libraryHooks->version;
+    return &pretended;
+}
+
 CURLM* curl_multi_init() {
     return isRefused("curl_multi_init") ? nullptr
                                         : realCall<decltype(curl_multi_init)>("curl_multi_init")();

@@ -14,6 +14,8 @@ struct HttpLibraryHooks {
     std::function<bool(std::string_view name)> refuseCall = [](std::string_view) { return false; };
     /// Called before the session waits for something to do.
     std::function<void(CURLM* multi)> wait = [](CURLM*) {};
+    /// The version that the library says it has, as curl_version_info(3) has it; 0 for its own.
+    unsigned int version = 0;
 };
 
 /// Puts hooks in place for its lifetime, one at a time. Outlives the sessions that are to see them.

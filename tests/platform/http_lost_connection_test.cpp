@@ -1,9 +1,11 @@
 // Connections that end while a request is on them, lead nowhere, or have been idle.
 #include "platform/http/http_session.h"
 #include "platform/http_exchange.h"
+#include "platform/http_library_calls.h"
 #include "platform/machine/paths.h"
 #include "platform/system_calls.h"
 #include "support/h2_frames.h"
+#include "support/http_library.h"
 #include "support/scripted_server.h"
 #include "support/test_ca.h"
 #include "support/virtual_clock.h"
@@ -263,16 +265,33 @@ TEST_F(LostHttp2ConnectionTest, OnANewConnectionToo) {
     EXPECT_EQ(server.connectionCount(), 2U);
 }
 
+/// Leaves out every request, and counts them.
+Step leaveOut(std::atomic<int>& requests) {
+    return onFirst([&requests](Connection& connection, const ReceivedRequest& request) {
+        ++requests;
+        return sendAndStall(goAwayFrame(0, 0))(connection, request);
+    });
+}
+
 TEST_F(LostHttp2ConnectionTest, ButNotAThirdTime) {
     std::atomic<int> requests = 0;  // newer versions of the library open a third connection in vain
-    server.always("*", onFirst([&](Connection& connection, const ReceivedRequest& request) {
-                      ++requests;
-                      return sendAndStall(goAwayFrame(0, 0))(connection, request);
-                  }));
+    server.always("*", leaveOut(requests));
     const auto result = ask();
     EXPECT_TRUE(result.error());
     EXPECT_FALSE(result.response());
     EXPECT_EQ(requests, 2);
+}
+
+TEST_F(LostHttp2ConnectionTest, NewerVersionsOfTheLibraryRetryByThemselves) {
+    const int retries = http_library::retriesAfterGoAway() ? 1 : 0;
+    HttpLibraryHooks hooks;
+    hooks.version = http_library::versionThatRetriesAfterGoAway;
+    const WithHttpLibraryHooks installed(std::move(hooks));
+    HttpSession fresh{limits};
+    std::atomic<int> requests = 0;
+    server.always("*", leaveOut(requests));
+    EXPECT_TRUE(fetch(fresh, server.url() + "/p").error());
+    EXPECT_EQ(requests, 1 + retries);
 }
 
 TEST_F(LostHttp2ConnectionTest, OnANewConnectionTheEndOfTheConnectionIsAnError) {

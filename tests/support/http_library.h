@@ -17,6 +17,12 @@ inline bool tellsACutFromAnEnd() {
     return isAtLeast(8, 14, 1);
 }
 
+/// What a GOAWAY leaves out is sent again by the library.
+inline constexpr unsigned int versionThatRetriesAfterGoAway = 0x080e00;
+inline bool retriesAfterGoAway() {
+    return curl_version_info(CURLVERSION_NOW)->version_num >= versionThatRetriesAfterGoAway;
+}
+
 /// Two lengths that contradict each other are an error in the header. Before that, the last counts.
 inline bool refusesTwoLengths() {
     return isAtLeast(8, 17, 0);
