@@ -112,6 +112,7 @@ def measure_cut(count):
 
 def measure(count):
     h.make_certificates()
+    load = os.getloadavg()[0]
     results = {"machine": h.machine(), "date": f"{datetime.datetime.now(datetime.timezone.utc):%F}", "devices": count}
     results["change"] = {"http": measure_change(count, False), "https": measure_change(count, True)}
     results["holds"] = measure_holds(count)
@@ -125,7 +126,8 @@ def measure(count):
     results["courses"][CUT] = {"told": {"cut": True, "jitter": True}, "polls": measure_cut(count)}
     for course in results["courses"].values():
         course["told"].update({"hold": HOLD, "seconds": WATCHED})
-    results["load"] = os.getloadavg()[0]
+    # What was left over at the end says nothing of the start.
+    results["remark"] = f"Load average before: {load:.1f}."
     return results
 
 

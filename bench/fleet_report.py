@@ -133,8 +133,8 @@ def sizes(results):
             f"{2 * devices / 60:,.0f}",
             f"{devices * change['bytes'] / results['devices'] / 1e6:,.0f} MB",
         ])
-    heads = ["Devices", "Connections", "Polls per second", "which are", "A change, released over 60 s: requests per second",
-             "which are in all"]
+    heads = ["Devices", "Connections", "Polls per second", "their bytes", "A change, released over 60 s: requests per second",
+             "bytes of all of them"]
     return table(heads, rows)
 
 
@@ -148,7 +148,7 @@ def replaced(text, marker, block):
 def write(results, length):
     compared, measured_curves = comparison(results, length)
     means, million_curves = million()
-    run = f"{results['devices']:,} daemons on {results['date']}, {results['machine']}, load {results['load']:.1f}."
+    run = f"{results['devices']:,} daemons on {results['date']}, {results['machine']}. {results.get('remark', '')}".rstrip()
     text = DOCUMENT.read_text(encoding="utf-8")
     for marker, block in (("fleet-run", run), ("fleet-change", changes(results)), ("fleet-costs", costs(results)),
                           ("fleet-sizes", sizes(results)), ("fleet-comparison", compared), ("fleet-million", means)):
