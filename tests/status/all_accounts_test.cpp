@@ -41,6 +41,24 @@ TEST(CanHaveDaemonTest, OnlyOrdinaryAccountsWithAHomeCan) {
     EXPECT_FALSE(canHaveDaemon({"frank", firstOrdinaryUser, 100, ""}));
 }
 
+TEST(ReportsOfAllTest, EachAccountThatCanHaveADaemonReportsWithItsOwnRights) {
+    const std::vector<Account> accounts{{"root", 0, 0, "/"},
+                                        {"alice", firstOrdinaryUser, 100, "/"}};
+    const auto reports = reportsOfAll(accounts, [] {
+        AccountReport report = reportOf("itself", Level::healthy);
+        report.text = "seen by " + std::to_string(ownUser());
+        return report;
+    });
+    ASSERT_EQ(reports.size(), 1U);
+    EXPECT_EQ(reports.front().account, "alice");
+    if (ownUser() == 0) {
+        EXPECT_EQ(reports.front().verdict.level, Level::healthy);
+        EXPECT_EQ(reports.front().text, "seen by " + std::to_string(firstOrdinaryUser));
+    } else {  // only root can be somebody else
+        EXPECT_EQ(reports.front().verdict.problem, "no-answer");
+    }
+}
+
 TEST(OverallTest, TheWorstAccountCounts) {
     const Verdict verdict =
         overall({reportOf("a", Level::healthy), reportOf("b", Level::unknown),

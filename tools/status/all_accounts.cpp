@@ -58,10 +58,11 @@ bool canHaveDaemon(const Account& account) {
            std::filesystem::is_directory(account.home, error);
 }
 
-std::vector<AccountReport> reportsOfAll(const std::function<AccountReport()>& report) {
+std::vector<AccountReport> reportsOfAll(const std::vector<Account>& accounts,
+                                        const std::function<AccountReport()>& report) {
     constexpr std::chrono::seconds timeLimit(10);
     std::vector<AccountReport> reports;
-    for (const Account& account : allAccounts()) {
+    for (const Account& account : accounts) {
         if (canHaveDaemon(account)) {
             const auto result = resultAs(
                 account, [&] { return packed(report()); }, timeLimit);

@@ -25,9 +25,10 @@ AccountReport unpacked(const std::string& account, const std::string& text);
 /// Whether `account` can have a daemon: it is not a system account, and has a home directory.
 bool canHaveDaemon(const Account& account);
 
-/// Has each account that can have a daemon report about itself, by `report` in a process with its
-/// rights: nothing that an account puts into its files is read with root's.
-std::vector<AccountReport> reportsOfAll(const std::function<AccountReport()>& report);
+/// Has each of `accounts` that can have a daemon report about itself, by `report` in a process with
+/// its rights: nothing that an account puts into its files is read with root's.
+std::vector<AccountReport> reportsOfAll(const std::vector<Account>& accounts,
+                                        const std::function<AccountReport()>& report);
 
 /// The verdict on a machine: its worst account's. Accounts that are not logged in do not count
 /// unless there are no others.

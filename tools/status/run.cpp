@@ -49,7 +49,7 @@ int run(const std::vector<std::string_view>& words, std::uint32_t user) {
         print(stderr, "orvane-policy-status: --all needs root\n");
         return static_cast<int>(Level::unknown);
     }
-    const auto reports = reportsOfAll([&] { return reportOwn(*arguments, style); });
+    const auto reports = reportsOfAll(allAccounts(), [&] { return reportOwn(*arguments, style); });
     print(stdout, outputForAll(reports, *arguments, style));
     return static_cast<int>(overall(reports).level);
 }
