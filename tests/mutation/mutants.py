@@ -27,6 +27,9 @@ KEYWORDS = set("return if for while switch case default do else using namespace 
                "friend explicit virtual typedef inline extern try catch static_assert".split())
 # "Type name", as opposed to "name = " and "name(".
 DECLARATION = re.compile(r"[\w:]+(<[^;=]*>)?[\s*&]+(?!and\b|or\b)[A-Za-z_][\w:]*\s*[^\w\s]")
+# What begins a line whose "{" opens a branch or a loop.
+BRANCH = re.compile(r"\s*(\} )?(if|else|for|while)\b")
+ONE_LINE_BODY = re.compile(r"\{ ([^{}]*;) \}")
 
 
 def tokens_of(text):
@@ -47,17 +50,38 @@ def partner(tokens, index):
     return len(tokens) - 1
 
 
-def end_of_statement(tokens, index):
-    """The index of the ";" of the statement that starts at `index`, or None if it has a body."""
-    is_return = tokens[index].text == "return"
-    while index < len(tokens):
-        text = tokens[index].text
-        if text == ";":
-            return index
-        if text == "}" or (text == "{" and not is_return):
-            return None
-        index = (partner(tokens, index) if text in OPENING else index) + 1
-    return None
+def indent_of(line):
+    return len(line) - len(line.lstrip())
+
+
+def length_of_statement(lines):
+    """Of the one that the first line begins with, in clang-format's layout; 0 if it begins with anything else."""
+    text = ""
+    for line in lines:
+        text += line
+        tokens = tokens_of(text)
+        depth = sum((token.text in OPENING) - (token.text in OPENING.values()) for token in tokens)
+        if depth < 0 or not tokens or (depth == 0 and tokens[-1].text in "{}:"):
+            return 0
+        if depth == 0 and tokens[-1].text == ";":
+            return tokens[-1].end
+    return 0
+
+
+def is_simple(statement):
+    """Whether it is a call or an assignment."""
+    tokens = tokens_of(statement)[:-1]
+    if not tokens or tokens[0].text in KEYWORDS or tokens[0].text == "[" or tokens[-1].text in ("delete", "default"):
+        return False
+    if DECLARATION.match(statement):
+        return False
+    return tokens[-1].text == ")" or any(token.text in ("=", "+=", "-=", "++", "--") for token in tokens)
+
+
+def is_in_branch(lines):
+    """Whether the last line is directly in a branch or a loop."""
+    outer = next((line for line in reversed(lines) if line.strip() and indent_of(line) < indent_of(lines[-1])), "")
+    return bool(BRANCH.match(outer))
 
 
 class Finder:
@@ -121,69 +145,33 @@ class Finder:
             self.add("condition", begin, end, "true")
 
     def statements(self):
-        tokens, index, previous, openings = self.tokens, 0, None, []
-        while index < len(tokens):
-            text = tokens[index].text
-            last = end_of_statement(tokens, index)
-            if text == "}" and openings:
-                openings.pop()
-            if last is None or text in ("}", "{", ";", ":"):
-                # Step over whatever this is to the next place where a statement can begin.
-                while tokens[index].text not in ("{", "}", ";"):
-                    index = index if tokens[index].text == "{" else index + 1
-                    if tokens[index].text in ("(", "["):
-                        index = partner(tokens, index) + 1
-                if tokens[index].text == "{":
-                    openings.append(index)
-                elif tokens[index].text == "}" and text != "}" and openings:
-                    openings.pop()
-                index, previous = index + 1, None
-                continue
-            if text in ("if", "for", "while", "switch"):
-                index, previous = partner(tokens, index + 1) + 1, None
-            elif text in ("case", "default"):
-                while tokens[index].text != ":":
-                    index += 1
-                index, previous = index + 1, None
-            else:
-                self.statement(index, last, previous, openings)
-                previous = (index, last) if self.is_simple(index, last) else None
-                index = last + 1
+        lines, begin, last_sign, previous = self.text.splitlines(keepends=True), 0, ";", None
+        for number, line in enumerate(lines):
+            tokens = tokens_of(line)
+            if tokens and last_sign in "{};:":
+                first = begin + tokens[0].begin
+                last = first + length_of_statement([line[tokens[0].begin:], *lines[number + 1:]])
+                body = ONE_LINE_BODY.search(line)
+                if last == first and body:
+                    first, last = begin + body.start(1), begin + body.end(1)
+                self.statement(first, last, lines[:number + 1], previous)
+                previous = (first, last) if is_simple(self.text[first:last]) else None
+            last_sign = tokens[-1].text if tokens else last_sign
+            begin += len(line)
 
-    def is_simple(self, first, last):
-        """Whether it is a call or an assignment."""
-        start, rest = self.tokens[first], self.tokens[first:last]
-        if start.text in KEYWORDS or start.text == "[" or rest[-1].text in ("delete", "default"):
-            return False
-        if DECLARATION.match(self.text, start.begin):
-            return False
-        return rest[-1].text == ")" or any(t.text in ("=", "+=", "-=", "++", "--") for t in rest)
-
-    def statement(self, first, last, previous, openings):
-        begin, end = self.tokens[first].begin, self.tokens[last].end
-        word = self.tokens[first].text
-        if self.is_simple(first, last):
-            self.add("dropped statement", begin, end, ";")
-            if previous:
-                start = self.tokens[previous[0]].begin
-                earlier = self.text[start:self.tokens[previous[1]].end]
-                self.add("swapped order", start, end, f"{self.text[begin:end]} {earlier}")
-        elif word in ("break", "continue"):
-            self.add("dropped statement", begin, end, ";")
-        elif word == "return" and last > first + 1:
-            if openings and self.opens_branch(openings[-1]):
-                self.add("return", begin, end, ";")
-            elif "return std::nullopt;" != self.text[begin:end]:
-                self.add("return", begin, end, "return {};")
-
-    def opens_branch(self, opening):
-        before = self.tokens[opening - 1].text
-        if before == "else":
-            return True
-        for i in range(opening - 1, -1, -1):
-            if self.tokens[i].text == "(" and partner(self.tokens, i) == opening - 1:
-                return self.tokens[i - 1].text in ("if", "for", "while")
-        return False
+    def statement(self, first, last, lines, previous):
+        text = self.text[first:last]
+        if is_simple(text):
+            self.add("dropped statement", first, last, ";")
+            if previous and previous[1] < first:
+                self.add("swapped order", previous[0], last, f"{text} {self.text[slice(*previous)]}")
+        elif text in ("break;", "continue;"):
+            self.add("dropped statement", first, last, ";")
+        elif text.startswith("return "):
+            if is_in_branch(lines):
+                self.add("return", first, last, ";")
+            elif text != "return std::nullopt;":
+                self.add("return", first, last, "return {};")
 
 
 def mutants_of(file, text):
@@ -193,7 +181,7 @@ def mutants_of(file, text):
 def sample(mutants, count, seed):
     """`count` of them, spread over all files by their number there and over the rules within each.
 
-    The choice hangs on the seed and the sources alone, and the same lines stay chosen when others change.
+    The choice depends on the seed and the sources alone, and the same lines stay chosen when others change.
     """
     def rank(mutant):
         key = f"{seed} {mutant.file} {mutant.rule} {mutant.before} {mutant.after}"
