@@ -25,7 +25,7 @@ DAEMON = BUILD / "OrvanePolicyDaemon"
 LIMIT = BUILD / "bench/bench-limit"
 EASY_LOOP = BUILD / "bench/bench-easy-loop"
 PYTHON = "/usr/bin/python3"
-TURNS = {"daemon": [DAEMON], "python": [PYTHON, PEERS / "loop.py"], "shell": [PEERS / "loop.sh"], "limit": [LIMIT]}
+LOOPS = {"daemon": [DAEMON], "python": [PYTHON, PEERS / "loop.py"], "shell": [PEERS / "loop.sh"], "limit": [LIMIT]}
 ACTIVITY_LOG = ORVANE / "logs/policy-daemon.activity.jsonl"
 
 KIB = 1024
@@ -71,7 +71,7 @@ SMALL = {"hosts": 40, "size": 4000}  # a policy of 4 KB
 
 def fresh_home(url, stored=None):
     """An account without a history, enrolled at `url`. With `stored`, a policy file, as after its
-    last turn."""
+    last cycle."""
     shutil.rmtree(ORVANE, ignore_errors=True)
     ORVANE.mkdir()
     SETUP.mkdir(parents=True, exist_ok=True)

@@ -9,8 +9,8 @@ import time
 import harness as h
 import report
 
-GROUPS = ("idle", "fleet", "start", "turns", "latency", "large", "growth", "size", "status")
-SHORT = ("idle", "turns")
+GROUPS = ("idle", "fleet", "start", "cycles", "latency", "large", "growth", "size", "status")
+SHORT = ("idle", "cycles")
 RESULTS = h.REPOSITORY / "bench/results.json"
 
 

@@ -1,22 +1,22 @@
-"""How a turn's cost grows with what is stored, and with the daemon's age."""
+"""How a cycle's cost grows with what is stored, and with the daemon's age."""
 
 import os
 import statistics
 import time
 
 import harness as h
-import measure_turns
+import measure_cycles
 
 AGE = 1_000_000
 PATIENCE = 600  # seconds; a slow machine gets less far
 
 
-def cost(policy, log_size=0, turns=10):
-    """Processor milliseconds of a 304 turn with this policy stored."""
+def cost(policy, log_size=0, cycles=10):
+    """Processor milliseconds of a 304 cycle with this policy stored."""
     file = h.SCRATCH / "grown.json"
     file.write_text(policy)
     with h.Server([file]) as server:
-        h.fresh_home(f"{server.plain}/same/{turns}", file)
+        h.fresh_home(f"{server.plain}/same/{cycles}", file)
         if log_size:
             h.ACTIVITY_LOG.parent.mkdir()
             with open(h.ACTIVITY_LOG, "wb") as log:
@@ -24,41 +24,41 @@ def cost(policy, log_size=0, turns=10):
         process = h.start([h.DAEMON])
         server.wait_for("poll")
         before = h.cpu_of(process.pid)
-        server.collect_until("poll", turns + 1)
+        server.collect_until("poll", cycles + 1)
         spent = h.cpu_of(process.pid) - before
         h.end(process)
     file.unlink()
-    return spent / turns * 1000
+    return spent / cycles * 1000
 
 
 def instructions(policy):
-    """Of a 304 turn with this policy stored."""
+    """Of a 304 cycle with this policy stored."""
     file = h.SCRATCH / "grown.json"
     file.write_text(policy)
-    found = sum(measure_turns.instructions([h.DAEMON], stored=file, turns=1))
+    found = sum(measure_cycles.instructions([h.DAEMON], stored=file, cycles=1))
     file.unlink()
     return found
 
 
 def growth_row(what, by, larger, smaller):
     """Ten times as much is to cost ten times as much."""
-    return h.row(f"{what} of a turn against {by}", "linear", larger <= 15 * smaller, "×", daemon=larger / smaller)
+    return h.row(f"{what} of a cycle against {by}", "linear", larger <= 15 * smaller, "×", daemon=larger / smaller)
 
 
-def turns_for(size):
+def cycles_for(size):
     return max(2, min(500, 40_000_000 // size))
 
 
 def by_size():
     return [
-        [size, cost(h.policy_text(1, 10, size), turns=turns_for(size))]
+        [size, cost(h.policy_text(1, 10, size), cycles=cycles_for(size))]
         for size in (10**3, 10**4, 10**5, 10**6, 10**7, 10**8)
     ]
 
 
 def by_hosts():
     return [
-        [hosts, cost(h.policy_text(1, hosts), turns=turns_for(50 * hosts))]
+        [hosts, cost(h.policy_text(1, hosts), cycles=cycles_for(50 * hosts))]
         for hosts in (10, 100, 10**3, 10**4, 10**5, 10**6)
     ]
 
@@ -69,25 +69,25 @@ def by_log():
     costs = {size: [] for size in (10**3, 10**5, 10**7, 10**9, 10**10)}
     for _ in range(7):
         for size, found in costs.items():
-            found.append(cost(policy, size, turns=500))
+            found.append(cost(policy, size, cycles=500))
     return [[size, statistics.median(found)] for size, found in costs.items()]
 
 
 def by_age():
-    """Cost of a turn and private memory, at twenty points of one daemon's life."""
+    """Cost of a cycle and private memory, at twenty points of one daemon's life."""
     policies = h.write_policies(**h.SMALL)
     points = []
     with h.Server(policies) as server:
         h.fresh_home(f"{server.plain}/same/{AGE}", policies[0])
         process = h.start([h.DAEMON])
         server.wait_for("poll")
-        turn, cpu = 1, h.cpu_of(process.pid)
+        cycle, cpu = 1, h.cpu_of(process.pid)
         end = time.monotonic() + PATIENCE
-        while turn <= AGE and time.monotonic() < end:
+        while cycle <= AGE and time.monotonic() < end:
             later, _ = server.wait_for("poll")
             now = h.cpu_of(process.pid)
-            points.append([later, (now - cpu) / (later - turn) * 1000, h.memory_of(process.pid)["own"]])
-            turn, cpu = later, now
+            points.append([later, (now - cpu) / (later - cycle) * 1000, h.memory_of(process.pid)["own"]])
+            cycle, cpu = later, now
         h.end(process)
     return [point for point in points if point[0] <= AGE]
 
@@ -114,14 +114,14 @@ def measure(short):
                 daemon=log_costs[-1] / log_costs[0],
             ),
             h.row(
-                f"processor time against age, the last of {age[-1][0]:,} turns against the first",
+                f"processor time against age, the last of {age[-1][0]:,} cycles against the first",
                 "none",
                 age_costs[-1] <= 1.15 * age_costs[0],
                 "×",
                 daemon=age_costs[-1] / age_costs[0],
             ),
             h.row(
-                f"private memory, after {age[-1][0]:,} turns less after {age[0][0]:,}",
+                f"private memory, after {age[-1][0]:,} cycles less after {age[0][0]:,}",
                 "none",
                 memory[-1] - memory[0] <= 0.1,
                 "MiB",

@@ -21,7 +21,7 @@ def wakeups(seconds):
         for name in HOLDERS:
             for kind, url in (("plain", server.plain), ("https", server.tls)):
                 curl = ["curl", "-s", f"{url}/hold/api/orvane/v1/connect/guard-config/?wait=300"]
-                waiting[name, kind] = start_waiting(server, h.TURNS.get(name, curl), f"{url}/hold")
+                waiting[name, kind] = start_waiting(server, h.LOOPS.get(name, curl), f"{url}/hold")
         waiting["daemon", "60 s sleep"] = start_waiting(server, [h.DAEMON], f"{server.plain}/fail")
         for process in waiting.values():
             h.settle(process.pid)
@@ -60,12 +60,12 @@ def memory_of_one(kind):
     return memory
 
 
-def cpu_of_a_turn(turns=2000):
+def cpu_of_a_cycle(cycles=2000):
     with h.Server(h.write_policies(**h.SMALL)) as server:
-        process = start_waiting(server, [h.DAEMON], f"{server.plain}/same/{turns}")
-        server.collect_until("poll", turns + 1)
+        process = start_waiting(server, [h.DAEMON], f"{server.plain}/same/{cycles}")
+        server.collect_until("poll", cycles + 1)
         h.settle(process.pid)
-        cpu = h.cpu_of(process.pid) / turns
+        cpu = h.cpu_of(process.pid) / cycles
         h.end(process)
     return cpu
 
@@ -95,6 +95,6 @@ def measure(short):
         what = f"the same with the file pages that it alone maps, one daemon beside one curl, {kind}"
         rows.append(h.row(what, "", None, "MiB", daemon=alone["own"] + alone["clean"]))
     if not short:
-        a_day = waiting["daemon", "plain"]["cpu"] * 86400 + 290 * cpu_of_a_turn()
+        a_day = waiting["daemon", "plain"]["cpu"] * 86400 + 290 * cpu_of_a_cycle()
         rows.append(h.row("processor time per day, 290 held polls", "≤ 0.5 s", a_day <= 0.5, "s", daemon=a_day))
     return {"rows": rows}

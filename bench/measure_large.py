@@ -39,7 +39,7 @@ def measure(short):
     for _ in range(3):
         found, after, peak = handle([h.DAEMON], policies, 4)
         cpu["daemon"].append(found)
-        cpu["python"].append(handle(h.TURNS["python"], policies, 1)[0])
+        cpu["python"].append(handle(h.LOOPS["python"], policies, 1)[0])
         cpu["limit"].append(handle([h.LIMIT], policies, 4)[0])
         cpu["jq"].append(h.cpu_of_finished(["jq", "-r", ".etag", policies[0]]))
     values = {name: h.spread(found) for name, found in cpu.items()}
@@ -48,7 +48,7 @@ def measure(short):
         file.unlink()
     return {
         "rows": [
-            h.row(f"policy of {body:.0f} MiB: processor time of the turn", "≤ jq reading it once", met, "s", **values),
+            h.row(f"policy of {body:.0f} MiB: processor time of the cycle", "≤ jq reading it once", met, "s", **values),
             h.row(
                 "peak memory while handling it",
                 f"≤ 3 × body + 4 = {3 * body + 4:.0f} MiB",

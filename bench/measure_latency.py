@@ -43,7 +43,7 @@ def measure_here(names):
     found = {name: [] for name in names}
     for _ in range(REPEATS):
         for name in names:
-            found[name] += delays(h.TURNS[name])
+            found[name] += delays(h.LOOPS[name])
     return {name: h.spread(values) for name, values in found.items()}
 
 

@@ -20,7 +20,7 @@ def measure(short):
     rows = []
     policies = h.write_policies(**h.SMALL)
     for kind, limit in (("plain", 1.1), ("https", 0.5)):
-        commands = {"daemon": [h.DAEMON], "python": h.TURNS["python"], "limit": [h.LIMIT]}
+        commands = {"daemon": [h.DAEMON], "python": h.LOOPS["python"], "limit": [h.LIMIT]}
         times = {name: [] for name in ("daemon", "curl", "python", "limit")}
         with h.Server(policies) as server:
             url = f"{server.tls if kind == 'https' else server.plain}/hold"

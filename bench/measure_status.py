@@ -46,7 +46,7 @@ def measure(short):
     h.fresh_home("http://127.0.0.1:9")
     logs = {"day": (288, 0), "flood": (8000, 0), "large": (288, 10**9), "larger": (288, 10**10)}
     times = {name: [] for name in [*logs, "true"]}
-    for _ in range(RUNS):  # in turns: what else the machine does must not look like growth
+    for _ in range(RUNS):  # interleaved: what else the machine does must not look like growth
         for name, (lines, hole) in logs.items():
             write_log(lines, hole)
             times[name].append(milliseconds([STATUS]))

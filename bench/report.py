@@ -50,11 +50,11 @@ def table(rows):
 
 
 AXES = {
-    "policy-size": ("bytes of stored policy", "ms of processor time per turn", True),
-    "hosts": ("hosts in the stored policy", "ms of processor time per turn", True),
-    "log-length": ("bytes of activity log", "ms of processor time per turn", True),
-    "age": ("turns since the start", "ms of processor time per turn", False),
-    "age-memory": ("turns since the start", "MiB of private memory", False),
+    "policy-size": ("bytes of stored policy", "ms of processor time per cycle", True),
+    "hosts": ("hosts in the stored policy", "ms of processor time per cycle", True),
+    "log-length": ("bytes of activity log", "ms of processor time per cycle", True),
+    "age": ("cycles since the start", "ms of processor time per cycle", False),
+    "age-memory": ("cycles since the start", "MiB of private memory", False),
 }
 
 

@@ -1,4 +1,4 @@
-// The physical limit: the daemon's turn with raw sockets and the same work on files, flushes and
+// The physical limit: the daemon's cycle with raw sockets and the same work on files, flushes and
 // all, but without a look at the JSON. It believes what it gets; where something is missing, it
 // ends.
 //
@@ -188,7 +188,7 @@ static int get(const char* base, const char* host, const char* path, const char*
     return status;
 }
 
-// ---- The turn
+// ---- The cycle
 
 // The text between `before` and `after`.
 static struct bytes between(struct bytes text, const char* before, const char* after) {
@@ -233,7 +233,7 @@ static void store(struct bytes body, const char* base, const char* host) {
     free(effective.data);
 }
 
-static void turn(void) {
+static void cycle(void) {
     char host[256];
     char port[16];
     char base[256] = "";
@@ -264,6 +264,6 @@ static void turn(void) {
 int main(void) {
     (void)snprintf(orvane, sizeof orvane, "%s/.orvane", getenv("HOME"));
     for (;;) {
-        turn();
+        cycle();
     }
 }

@@ -1,4 +1,4 @@
-"""The daemon's turn as a loop in Python, with the standard library alone and without any flush: what
+"""The daemon's cycle as a loop in Python, with the standard library alone and without any flush: what
 one might write instead, and what the daemon is measured against."""
 
 import datetime
@@ -106,7 +106,7 @@ def derive():
         os.chmod(SETUP / "capture-policy.json", 0o644)
 
 
-def turn():
+def cycle():
     profile = read_object(SETUP / "enroll-config.json")
     headers = {"X-Orv-Key": profile["api_key"]}
     conditional = {**headers, "Accept": "application/json"}
@@ -121,4 +121,4 @@ def turn():
 
 
 while True:
-    turn()
+    cycle()

@@ -1,5 +1,5 @@
 #!/bin/bash
-# The daemon's turn as a shell loop of curl, jq and mv: what one might write instead, and what the
+# The daemon's cycle as a shell loop of curl, jq and mv: what one might write instead, and what the
 # daemon is measured against.
 orvane=~/.orvane
 setup=/private/tmp/dev.orvane.setup

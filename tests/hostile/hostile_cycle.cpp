@@ -275,7 +275,7 @@ void HostileCycleTest::scriptFaultyCycle(Endpoint endpoint, const ServerFault& f
         inject(endpoint, fault);
         return;
     }
-    // Without a profile the next turn is no poll but a sleep, in which the server turns good.
+    // Without a profile the next cycle is a sleep, not a poll; meanwhile the server recovers.
     const auto action = [=, this, &fault] {
         withdrawProfile();
         inject(endpoint, fault);

@@ -1,5 +1,5 @@
-"""What a turn costs with a policy of 4 KB: instructions and system calls, which do not depend on
-what else the machine does, and turns per second."""
+"""What a cycle costs with a policy of 4 KB: instructions and system calls, which do not depend on
+what else the machine does, and cycles per second."""
 
 import signal
 import statistics
@@ -9,11 +9,11 @@ import harness as h
 COUNTS = h.SCRATCH / "callgrind"
 
 
-def exact_costs(command, mode, url_of, parse, stored=None, turns=50):
-    """What a turn adds to a count: that of 2N turns less that of N, divided by N. `stored` is the policy,
+def exact_costs(command, mode, url_of, parse, stored=None, cycles=50):
+    """What a cycle adds to a count: that of 2N cycles less that of N, divided by N. `stored` is the policy,
     when it is not the usual one."""
     counts = []
-    for times in (turns, 2 * turns):
+    for times in (cycles, 2 * cycles):
         policies = [stored] if stored else h.write_policies(**h.SMALL)
         with h.Server(policies) as server:
             url = f"{server.plain}/{mode}/{times}"
@@ -25,7 +25,7 @@ def exact_costs(command, mode, url_of, parse, stored=None, turns=50):
             h.settle(process.pid)
             h.end(process, signal.SIGTERM)
             counts.append(parse())
-    return [(more - less) / turns for less, more in zip(*counts)]
+    return [(more - less) / cycles for less, more in zip(*counts)]
 
 
 def instructions_so_far():
@@ -72,14 +72,14 @@ def system_calls(command, mode="same"):
     return exact_costs(command, mode, under_strace, system_calls_so_far)[0]
 
 
-def turns_per_second(command, turns):
+def cycles_per_second(command, cycles):
     policies = h.write_policies(**h.SMALL)
     with h.Server(policies) as server:
-        h.fresh_home(f"{server.plain}/same/{turns}", policies[0])
+        h.fresh_home(f"{server.plain}/same/{cycles}", policies[0])
         process = h.start(command)
-        polls = [numbers for word, numbers in server.collect_until("poll", turns + 1) if word == "poll"]
+        polls = [numbers for word, numbers in server.collect_until("poll", cycles + 1) if word == "poll"]
         h.end(process)
-    return turns / ((polls[-1][1] - polls[0][1]) / 1e9)
+    return cycles / ((polls[-1][1] - polls[0][1]) / 1e9)
 
 
 def exact_rows(short):
@@ -89,7 +89,7 @@ def exact_rows(short):
     room = 1.3 if short else 1
     rows = [
         h.row(
-            "HTTP part of a 304 turn, instructions",
+            "HTTP part of a 304 cycle, instructions",
             f"≤ {1.05 * room:.3g} × a bare easy loop",
             worker <= 1.05 * bare * room,
             "k",
@@ -97,25 +97,25 @@ def exact_rows(short):
             easy_loop=bare / 1e3,
         ),
         h.row(
-            "304 turn, instructions",
+            "304 cycle, instructions",
             "≤ 500 k, stretch 300 k",
             main + worker <= 500e3,
             "k",
             daemon=(main + worker) / 1e3,
         ),
-        h.row("200 turn, instructions", "", changed <= 700e3 if short else None, "k", daemon=changed / 1e3),
-        h.row("304 turn, system calls", "", None, "", daemon=system_calls([h.DAEMON])),
-        h.row("200 turn, system calls", "", None, "", daemon=system_calls([h.DAEMON], "change")),
+        h.row("200 cycle, instructions", "", changed <= 700e3 if short else None, "k", daemon=changed / 1e3),
+        h.row("304 cycle, system calls", "", None, "", daemon=system_calls([h.DAEMON])),
+        h.row("200 cycle, system calls", "", None, "", daemon=system_calls([h.DAEMON], "change")),
     ]
     if short:
         for calls, limit in zip(rows[3:], (75, 230)):
             calls["met"] = calls["values"]["daemon"] <= limit
     else:
         for name in ("python", "limit"):
-            rows[1]["values"][name] = sum(instructions(h.TURNS[name])) / 1e3
-            rows[2]["values"][name] = sum(instructions(h.TURNS[name], "change")) / 1e3
-            rows[3]["values"][name] = system_calls(h.TURNS[name])
-            rows[4]["values"][name] = system_calls(h.TURNS[name], "change")
+            rows[1]["values"][name] = sum(instructions(h.LOOPS[name])) / 1e3
+            rows[2]["values"][name] = sum(instructions(h.LOOPS[name], "change")) / 1e3
+            rows[3]["values"][name] = system_calls(h.LOOPS[name])
+            rows[4]["values"][name] = system_calls(h.LOOPS[name], "change")
     return rows
 
 
@@ -125,8 +125,8 @@ def measure(short):
         speeds = {"daemon": [], "python": [], "limit": [], "shell": []}
         for _ in range(7):
             for name, found in speeds.items():
-                found.append(turns_per_second(h.TURNS[name], 20 if name == "shell" else 2000))
+                found.append(cycles_per_second(h.LOOPS[name], 20 if name == "shell" else 2000))
         values = {name: h.spread(found) for name, found in speeds.items()}
         ratio = statistics.median(a / b for a, b in zip(speeds["daemon"], speeds["python"]))
-        rows.append(h.row("turns per second, 304 at once", "≥ 1.8 × Python", ratio >= 1.8, "/s", **values))
+        rows.append(h.row("cycles per second, 304 at once", "≥ 1.8 × Python", ratio >= 1.8, "/s", **values))
     return {"rows": rows}
