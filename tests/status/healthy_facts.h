@@ -11,17 +11,47 @@ inline status::Facts healthyFacts() {
     status::Facts facts;
     facts.account = "alice";
     facts.now = hours(500'000);
-    facts.service = {status::ServiceState::running, 4711, 0, hours(76)};
-    facts.source = status::Source{"managed", "https://control.example", true, false};
-    facts.policy = {true, true, 342, facts.now - hours(3), "demo-9", "demo-9"};
+    facts.service = {.state = status::ServiceState::running,
+                     .pid = 4711,
+                     .restarts = 0,
+                     .runningFor = hours(76)};
+    facts.source = status::Source{.name = "managed", .apiUrl = "https://control.example"};
+    facts.policy = {.isThere = true,
+                    .isUsable = true,
+                    .bytes = 342,
+                    .storedAt = facts.now - hours(3),
+                    .ownTag = "demo-9",
+                    .tag = "demo-9"};
     status::History& history = facts.history;
-    history.lastPoll = status::Exchange{facts.now - seconds(41), true, 304, 300'123, 0, "", ""};
+    history.lastPoll = status::Exchange{.endedAt = facts.now - seconds(41),
+                                        .isPoll = true,
+                                        .status = 304,
+                                        .milliseconds = 300'123,
+                                        .bytes = 0,
+                                        .url = "",
+                                        .error = ""};
     history.lastGoodPoll = history.lastPoll->endedAt;
-    history.lastUpdate = status::Exchange{facts.now - hours(3), true, 200, 5000, 342, "", ""};
-    history.lastEffective = status::Exchange{facts.now - hours(3), false, 200, 50, 20, "", ""};
-    history.day = {288, 0};
-    history.hours.fill({12, 0});
-    facts.capture = {status::CaptureState::inStep, true, 4, true, {}};
+    history.lastUpdate = status::Exchange{.endedAt = facts.now - hours(3),
+                                          .isPoll = true,
+                                          .status = 200,
+                                          .milliseconds = 5000,
+                                          .bytes = 342,
+                                          .url = "",
+                                          .error = ""};
+    history.lastEffective = status::Exchange{.endedAt = facts.now - hours(3),
+                                             .isPoll = false,
+                                             .status = 200,
+                                             .milliseconds = 50,
+                                             .bytes = 20,
+                                             .url = "",
+                                             .error = ""};
+    history.day = {.polls = 288, .failed = 0};
+    history.hours.fill({.polls = 12, .failed = 0});
+    facts.capture = {.state = status::CaptureState::inStep,
+                     .enabled = true,
+                     .hosts = 4,
+                     .isReadableByOthers = true,
+                     .owner = {}};
     facts.effectiveStoredAt = facts.now - hours(3);
     facts.freeBytes = 1'000'000'000;
     return facts;

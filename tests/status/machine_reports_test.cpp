@@ -143,8 +143,12 @@ TEST_F(PrometheusReportTest, WhatIsNotKnownIsLeftOut) {
 }
 
 TEST_F(PrometheusReportTest, WhatIsNotSoIsZero) {
-    facts.service = {ServiceState::stopped, {}, {}, {}};
-    facts.capture = {CaptureState::different, false, 0, true, {}};
+    facts.service = {.state = ServiceState::stopped};
+    facts.capture = {.state = CaptureState::different,
+                     .enabled = false,
+                     .hosts = 0,
+                     .isReadableByOthers = true,
+                     .owner = {}};
     const std::string text = samples();
     EXPECT_THAT(text, HasSubstr("service_running{account=\"alice\"} 0\n"));
     EXPECT_THAT(text, HasSubstr("capture_in_step{account=\"alice\"} 0\n"));

@@ -26,8 +26,13 @@ class SourceTest : public ::testing::Test {
             R"({"device_token": "t", "tenant_slug": "a", "api_url": "https://device"})");
     }
     static std::optional<Exchange> pollOf(const std::string& base, const std::string& query) {
-        return Exchange{{}, true, 304, 0, 0, base + "/api/orvane/v1/connect/guard-config/" + query,
-                        ""};
+        return Exchange{.endedAt = {},
+                        .isPoll = true,
+                        .status = 304,
+                        .milliseconds = 0,
+                        .bytes = 0,
+                        .url = base + "/api/orvane/v1/connect/guard-config/" + query,
+                        .error = ""};
     }
 
     test::StatusFiles files;

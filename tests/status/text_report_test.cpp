@@ -99,15 +99,16 @@ TEST_F(TextReportTest, EachStateOfTheServiceHasItsWords) {
         {ServiceState::systemAccount, "none for this account"},
         {ServiceState::unknown, "unknown (no service manager to ask)"}};
     for (const auto& [state, words] : cases) {
-        facts.service = {state, {}, {}, {}};
+        facts.service = {.state = state};
         EXPECT_EQ(rowOf("orvane-policy-daemon"), words);
     }
-    facts.service = {ServiceState::restarting, {}, 1, {}};
+    facts.service = {.state = ServiceState::restarting, .restarts = 1};
     EXPECT_EQ(rowOf("orvane-policy-daemon"), "about to be started again (1 restart)");
 }
 
 TEST_F(TextReportTest, ASourceThatIsInferredSaysSo) {
-    facts.source = Source{"device", "https://control.example", true, true};
+    facts.source = Source{
+        .name = "device", .apiUrl = "https://control.example", .isUrl = true, .isInferred = true};
     EXPECT_EQ(rowOf("profile"), "[device] https://control.example (inferred)");
 }
 
@@ -149,7 +150,11 @@ TEST_F(TextReportTest, ThePictureFitsOnATerminalWithItsColorsToo) {
 }
 
 TEST_F(TextReportTest, EachStateOfTheCapturePolicyHasItsWords) {
-    facts.capture = {CaptureState::different, false, 1, true, {}};
+    facts.capture = {.state = CaptureState::different,
+                     .enabled = false,
+                     .hosts = 1,
+                     .isReadableByOthers = true,
+                     .owner = {}};
     EXPECT_EQ(rowOf("capture policy"), "off, 1 host, not in step with the policy");
     facts.capture.state = CaptureState::missing;
     EXPECT_EQ(rowOf("capture policy"), "off, 1 host, missing");

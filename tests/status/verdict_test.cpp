@@ -58,7 +58,7 @@ TEST_P(VerdictTest, EachProblemHasItsWords) {
 }
 
 void setState(Facts& facts, ServiceState state) {
-    facts.service = {state, {}, {}, {}};
+    facts.service = {.state = state};
 }
 
 const std::vector<Case> services{

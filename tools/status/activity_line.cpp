@@ -61,13 +61,13 @@ std::optional<Exchange> parseActivityLine(std::string_view line) {
     if (!isPoll && url->find(api::effectiveConfig) == std::string::npos) {
         return std::nullopt;
     }
-    return Exchange{*endedAt,
-                    isPoll,
-                    *status,
-                    members->integer("ms").value_or(0),
-                    members->integer("bytes").value_or(0),
-                    std::move(*url),
-                    members->string("error").value_or("")};
+    return Exchange{.endedAt = *endedAt,
+                    .isPoll = isPoll,
+                    .status = *status,
+                    .milliseconds = members->integer("ms").value_or(0),
+                    .bytes = members->integer("bytes").value_or(0),
+                    .url = std::move(*url),
+                    .error = members->string("error").value_or("")};
 }
 
 }  // namespace orvane::status

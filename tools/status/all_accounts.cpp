@@ -14,8 +14,10 @@ namespace {
 constexpr std::string_view notLoggedIn = "not-logged-in";
 
 Verdict noAnswer() {
-    return {Level::unknown, "no-answer", "it could not be looked at within 10 seconds",
-            "look at its home directory, and at processes of it that are stopped"};
+    return {.level = Level::unknown,
+            .problem = "no-answer",
+            .reason = "it could not be looked at within 10 seconds",
+            .advice = "look at its home directory, and at processes of it that are stopped"};
 }
 
 /// Takes the first line off the front of `text`.
@@ -77,8 +79,10 @@ Verdict overall(const std::vector<AccountReport>& reports) {
         reports.begin(), reports.end(),
         [](const AccountReport& report) { return report.verdict.problem != notLoggedIn; });
     if (!isAnyLoggedIn) {
-        return {Level::unknown, "nobody", "no account is logged in, so no daemon runs now",
-                "nothing needs to be done"};
+        return {.level = Level::unknown,
+                .problem = "nobody",
+                .reason = "no account is logged in, so no daemon runs now",
+                .advice = "nothing needs to be done"};
     }
     Verdict worst;
     for (const AccountReport& report : reports) {

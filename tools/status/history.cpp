@@ -89,11 +89,12 @@ LoggedHistory readHistory(const std::filesystem::path& directory,
         if (!wantsMore || !files::exists(log)) {
             continue;
         }
-        isReadable = lines.read(log, [&](std::string_view line) {
+        const bool isRead = lines.read(log, [&](std::string_view line) {
             const auto exchange = parseActivityLine(line);
             wantsMore = !exchange || reader.add(*exchange);
             return wantsMore;
-        }) && isReadable;
+        });
+        isReadable = isReadable && isRead;
     }
     return {.history = reader.result(!lines.isExhausted()), .isReadable = isReadable};
 }

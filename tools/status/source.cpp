@@ -48,16 +48,18 @@ std::optional<Profile> inferredDevice(const std::optional<Exchange>& lastPoll,
 std::optional<Source> currentSource(const std::optional<Exchange>& lastPoll) {
     const auto withoutDevice = OrvaneConfig::currentProfile([] { return std::nullopt; });
     bool isInferred = false;
-    const auto profile = OrvaneConfig::currentProfile([&]() {
-        auto device = inferredDevice(lastPoll, withoutDevice);
-        isInferred = device || DeviceIdentity::storedEnrollment();
-        return device;
-    });
+    const auto device = [&] {
+        isInferred = DeviceIdentity::storedEnrollment().has_value();
+        return inferredDevice(lastPoll, withoutDevice);
+    };
+    const auto profile = OrvaneConfig::currentProfile(device);
     if (!profile) {
         return std::nullopt;
     }
-    return Source{profile->name, withoutUserInfo(profile->apiUrl), pollUrl(*profile).has_value(),
-                  isInferred};
+    return Source{.name = profile->name,
+                  .apiUrl = withoutUserInfo(profile->apiUrl),
+                  .isUrl = pollUrl(*profile).has_value(),
+                  .isInferred = isInferred};
 }
 
 }  // namespace orvane::status

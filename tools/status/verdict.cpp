@@ -2,11 +2,13 @@
 
 #include "control_plane/poll_request.h"
 #include "status/service.h"
+#include "status/service_verdict.h"
 #include "status/words.h"
 
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <utility>
 
 namespace orvane::status {
 
@@ -20,14 +22,10 @@ std::string ago(Time time, Time now) {
     return inWords(now - time, Units::abbreviated) + " ago";
 }
 
-std::string with(std::string_view beginning, std::string_view command) {
-    return std::string(beginning) + std::string(command);
-}
-
 /// What brings policy, ETag and everything derived from them in step again.
 std::string fetchAgain() {
-    return with("fetch the policy again: rm -f ~/.orvane/policy-etag.json; ",
-                serviceCommands.restart);
+    return std::string("fetch the policy again: rm -f ~/.orvane/policy-etag.json; ")
+        .append(serviceCommands.restart);
 }
 
 bool isDiskFull(const Facts& facts) {
@@ -63,59 +61,35 @@ std::string adviceFor(const Exchange& poll) {
 }
 
 Verdict diskFull(Level level) {
-    return {level, "disk-full", "the disk with ~/.orvane is full, so nothing can be stored",
-            "make room; then fetch the policy again if it is missing"};
+    return {.level = level,
+            .problem = "disk-full",
+            .reason = "the disk with ~/.orvane is full, so nothing can be stored",
+            .advice = "make room; then fetch the policy again if it is missing"};
 }
 
 Verdict updateLost(const Facts& facts, Level level) {
-    return {level, "policy-not-stored",
-            "the answer of " + localTime(facts.history.lastUpdate->endedAt) + " was not stored",
-            with("look for the reason (no policy in it, no rights): ", serviceCommands.log)};
-}
-
-// ---- The service --------------------------------------------------------------------------------
-
-Judgment judgeService(const Facts& facts) {
-    switch (facts.service.state) {
-        case ServiceState::stopped:
-            return Verdict{Level::notWorking, "not-running", "the service is not running",
-                           with("start it: ", serviceCommands.start)};
-        case ServiceState::restarting:
-            return Verdict{Level::notWorking, "restarting",
-                           "the service has ended and is about to be started again",
-                           with("look for the reason: ", serviceCommands.log)};
-        case ServiceState::masked:
-            return Verdict{
-                Level::notWorking, "masked", "the service is masked for this account",
-                "unmask it: systemctl --user unmask orvane-policy-daemon; then start it"};
-        case ServiceState::notInstalled:
-            return Verdict{Level::notWorking, "not-installed", "the service is not installed",
-                           "install the package"};
-        case ServiceState::notLoggedIn:
-            return Verdict{Level::unknown, "not-logged-in",
-                           "the account is not logged in, so it has no daemon now",
-                           "nothing needs to be done"};
-        case ServiceState::systemAccount:
-            return Verdict{Level::unknown, "system-account",
-                           "root and accounts of the system have no daemon",
-                           "as root, --all shows the other accounts"};
-        case ServiceState::running:
-        case ServiceState::unknown:
-            break;
-    }
-    return std::nullopt;
+    return {.level = level,
+            .problem = "policy-not-stored",
+            .reason =
+                "the answer of " + localTime(facts.history.lastUpdate->endedAt) + " was not stored",
+            .advice = std::string("look for the reason (no policy in it, no rights): ")
+                          .append(serviceCommands.log)};
 }
 
 // ---- The polls ----------------------------------------------------------------------------------
 
 Judgment judgeSource(const Facts& facts) {
     if (!facts.source) {
-        return Verdict{Level::notWorking, "no-profile", "no source of credentials is complete",
-                       "enroll, or find the mistake in the source that is meant"};
+        return Verdict{.level = Level::notWorking,
+                       .problem = "no-profile",
+                       .reason = "no source of credentials is complete",
+                       .advice = "enroll, or find the mistake in the source that is meant"};
     }
     if (!facts.source->isUrl) {
-        return Verdict{Level::notWorking, "bad-url", "api_url is not a URL",
-                       "correct it: https:// and a host, no spaces"};
+        return Verdict{.level = Level::notWorking,
+                       .problem = "bad-url",
+                       .reason = "api_url is not a URL",
+                       .advice = "correct it: https:// and a host, no spaces"};
     }
     return std::nullopt;
 }
@@ -123,13 +97,17 @@ Judgment judgeSource(const Facts& facts) {
 Judgment judgeLog(const Facts& facts) {
     constexpr std::chrono::seconds clockDrift(60);
     if (!facts.isLogReadable) {
-        return Verdict{Level::unknown, "log-unreadable", "the activity log cannot be read",
-                       "look at the rights of ~/.orvane/logs and what is in it"};
+        return Verdict{.level = Level::unknown,
+                       .problem = "log-unreadable",
+                       .reason = "the activity log cannot be read",
+                       .advice = "look at the rights of ~/.orvane/logs and what is in it"};
     }
     const auto& last = facts.history.lastPoll;
     if (last && last->endedAt - facts.now > clockDrift) {
-        return Verdict{Level::unknown, "clock", "the last poll is dated in the future",
-                       "look at the clock; the next poll shows more"};
+        return Verdict{.level = Level::unknown,
+                       .problem = "clock",
+                       .reason = "the last poll is dated in the future",
+                       .advice = "look at the clock; the next poll shows more"};
     }
     return std::nullopt;
 }
@@ -139,6 +117,15 @@ bool hasPolled(const Facts& facts) {
     const auto& last = facts.history.lastPoll;
     return last &&
            (!facts.service.runningFor || last->endedAt >= facts.now - *facts.service.runningFor);
+}
+
+Verdict noPollSince(Time last, Time now) {
+    std::string reason = "the last poll ended " + ago(last, now);
+    std::string advice = "after a sleep of the machine, wait eight minutes; else look at the log: ";
+    return {.level = Level::notWorking,
+            .problem = "no-poll",
+            .reason = std::move(reason),
+            .advice = std::move(advice.append(serviceCommands.log))};
 }
 
 Judgment judgePolls(const Facts& facts) {
@@ -151,28 +138,30 @@ Judgment judgePolls(const Facts& facts) {
         return diskFull(Level::notWorking);
     }
     if (!hasPolled(facts) && facts.service.runningFor.value_or(goodPollLimit) < goodPollLimit) {
-        return Verdict{Level::unknown, "first-poll",
-                       "started " + inWords(*facts.service.runningFor, Units::abbreviated) +
-                           " ago; its first poll has not ended",
-                       "ask again in a few minutes"};
+        return Verdict{.level = Level::unknown,
+                       .problem = "first-poll",
+                       .reason = "started " +
+                                 inWords(*facts.service.runningFor, Units::abbreviated) +
+                                 " ago; its first poll has not ended",
+                       .advice = "ask again in a few minutes"};
     }
     if (!history.lastPoll) {
-        return Verdict{Level::notWorking, "never-polled", "no poll is on record",
-                       with("look for the reason: ", serviceCommands.log)};
+        return Verdict{.level = Level::notWorking,
+                       .problem = "never-polled",
+                       .reason = "no poll is on record",
+                       .advice = std::string("look for the reason: ").append(serviceCommands.log)};
     }
     const bool hasRecentPoll = history.lastPoll->endedAt >= limit;
     if (hasRecentPoll && history.lastPoll->status == 200) {
         return updateLost(facts, Level::notWorking);
     }
     if (hasRecentPoll) {
-        return Verdict{Level::notWorking, "no-good-poll",
-                       "polls fail: " + whyPollFailed(*history.lastPoll),
-                       adviceFor(*history.lastPoll)};
+        return Verdict{.level = Level::notWorking,
+                       .problem = "no-good-poll",
+                       .reason = "polls fail: " + whyPollFailed(*history.lastPoll),
+                       .advice = adviceFor(*history.lastPoll)};
     }
-    return Verdict{Level::notWorking, "no-poll",
-                   "the last poll ended " + ago(history.lastPoll->endedAt, facts.now),
-                   with("after a sleep of the machine, wait eight minutes; else look at the log: ",
-                        serviceCommands.log)};
+    return noPollSince(history.lastPoll->endedAt, facts.now);
 }
 
 Judgment judgeLastPoll(const Facts& facts) {
@@ -182,8 +171,10 @@ Judgment judgeLastPoll(const Facts& facts) {
     if (!isFailure || !hasPolled(facts)) {
         return std::nullopt;
     }
-    return Verdict{Level::degraded, "poll-failed", "the last poll failed: " + whyPollFailed(last),
-                   adviceFor(last)};
+    return Verdict{.level = Level::degraded,
+                   .problem = "poll-failed",
+                   .reason = "the last poll failed: " + whyPollFailed(last),
+                   .advice = adviceFor(last)};
 }
 
 // ---- The files ----------------------------------------------------------------------------------
@@ -198,15 +189,22 @@ Judgment judgePolicy(const Facts& facts) {
         return updateLost(facts, Level::degraded);
     }
     if (!policy.isThere) {
-        return Verdict{Level::degraded, "no-policy", "no policy is stored", fetchAgain()};
+        return Verdict{.level = Level::degraded,
+                       .problem = "no-policy",
+                       .reason = "no policy is stored",
+                       .advice = fetchAgain()};
     }
     if (!policy.isUsable) {
-        return Verdict{Level::degraded, "policy-unusable", "policy.json is not a JSON object",
-                       fetchAgain()};
+        return Verdict{.level = Level::degraded,
+                       .problem = "policy-unusable",
+                       .reason = "policy.json is not a JSON object",
+                       .advice = fetchAgain()};
     }
     if (policy.ownTag && policy.ownTag != policy.tag) {
-        return Verdict{Level::degraded, "tag-differs",
-                       "the stored policy and its ETag are not of the same version", fetchAgain()};
+        return Verdict{.level = Level::degraded,
+                       .problem = "tag-differs",
+                       .reason = "the stored policy and its ETag are not of the same version",
+                       .advice = fetchAgain()};
     }
     return std::nullopt;
 }
@@ -219,10 +217,11 @@ Judgment judgeEffective(const Facts& facts) {
         (last->status == ok && wasStored(last->endedAt, facts.effectiveStoredAt, facts.now))) {
         return std::nullopt;
     }
-    return Verdict{Level::degraded, "effective-stale",
-                   "the effective configuration of " + localTime(last->endedAt) +
-                       " was not stored (HTTP " + std::to_string(last->status) + ")",
-                   fetchAgain()};
+    return Verdict{.level = Level::degraded,
+                   .problem = "effective-stale",
+                   .reason = "the effective configuration of " + localTime(last->endedAt) +
+                             " was not stored (HTTP " + std::to_string(last->status) + ")",
+                   .advice = fetchAgain()};
 }
 
 Judgment judgeCapture(const Facts& facts) {
@@ -234,22 +233,29 @@ Judgment judgeCapture(const Facts& facts) {
     if (isStale && facts.now - facts.policy.storedAt >= deriving) {
         if (capture.owner) {
             return Verdict{
-                Level::degraded, "capture-not-ours",
-                "capture-policy.json is not in step and belongs to " +
-                    printable(*capture.owner, longestText),
-                "have the accounts share it: \"Several accounts on one machine\" in fleet.md"};
+                .level = Level::degraded,
+                .problem = "capture-not-ours",
+                .reason = "capture-policy.json is not in step and belongs to " +
+                          printable(*capture.owner, longestText),
+                .advice =
+                    "have the accounts share it: \"Several accounts on one machine\" in fleet.md"};
         }
-        return Verdict{Level::degraded, "capture-stale",
-                       capture.state == CaptureState::missing
-                           ? "capture-policy.json is missing"
-                           : "capture-policy.json is not in step with the policy",
-                       "when a poll ends, it is written again; to have that now, " + fetchAgain()};
+        return Verdict{
+            .level = Level::degraded,
+            .problem = "capture-stale",
+            .reason = capture.state == CaptureState::missing
+                          ? "capture-policy.json is missing"
+                          : "capture-policy.json is not in step with the policy",
+            .advice = "when a poll ends, it is written again; to have that now, " + fetchAgain()};
     }
     if (!capture.isReadableByOthers) {
         return Verdict{
-            Level::degraded, "capture-unreadable", "other accounts cannot read capture-policy.json",
-            "chmod 644 /private/tmp/dev.orvane.setup/capture-policy.json, and look at the "
-            "directory's mode"};
+            .level = Level::degraded,
+            .problem = "capture-unreadable",
+            .reason = "other accounts cannot read capture-policy.json",
+            .advice =
+                "chmod 644 /private/tmp/dev.orvane.setup/capture-policy.json, and look at the "
+                "directory's mode"};
     }
     return std::nullopt;
 }
