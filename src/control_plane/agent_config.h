@@ -28,7 +28,7 @@ struct AgentConfig {
     std::string agentSlug;
     std::string agentType;
 
-    bool operator==(const AgentConfig&) const = default;
+    bool operator==(const AgentConfig&) const = default;  // artificial branch: defaulted
 };
 
 /// The request for `process`; absent if the enrollment's `apiUrl` is not a URL.

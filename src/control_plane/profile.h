@@ -15,7 +15,7 @@ struct Profile {
     std::optional<std::string> agentSlug;
     std::optional<std::string> tenant;  ///< not used
 
-    bool operator==(const Profile&) const = default;
+    bool operator==(const Profile&) const = default;  // artificial branch: defaulted
 };
 
 }  // namespace orvane

@@ -21,7 +21,7 @@ struct CapturePolicy {
     StringList interceptHosts;
     bool suppressEch = false;
 
-    bool operator==(const CapturePolicy&) const = default;
+    bool operator==(const CapturePolicy&) const = default;  // artificial branch: defaulted
 };
 
 /// The capture policy in the text of a guard policy: the object "capture" in the object

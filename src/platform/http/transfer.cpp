@@ -186,7 +186,7 @@ std::size_t Transfer::takeBody(char* data, std::size_t size, std::size_t count, 
     try {
         const bool taken = static_cast<Transfer*>(self)->append({data, size * count});
         return taken ? size * count : 0;
-    } catch (const std::bad_alloc&) {
+    } catch (const std::bad_alloc&) {  // artificial branch: any other exception
         return 0;  // ends the exchange with an error; nothing may be thrown through the library
     }
 }

@@ -63,8 +63,8 @@ bool HttpSession::Worker::startThread() {
         if (multi_ != nullptr) {
             thread_ = std::thread([this] { run(); });
         }
-    } catch (const std::system_error&) {
-        return false;  // no thread available right now
+    } catch (const std::system_error&) {  // artificial branch: any other exception
+        return false;                     // no thread available right now
     }
     return thread_.joinable();
 }
