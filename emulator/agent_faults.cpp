@@ -41,7 +41,7 @@ Decision redirect(const Request& request, const Account& account) {
                  .headers = {{"Location", account.apiUrl + "/moved" + request.path}}};
 }
 
-/// The tag is accepted when it comes back: what a device does with it is what is to be seen.
+/// The ETag is accepted when it comes back: what a device does with it is what is to be seen.
 Decision longEtag(const Request& request, const Account& account,
                   const std::optional<Policy>& policy) {
     if (!policy) {

@@ -29,8 +29,8 @@ constexpr std::array<FaultDescription, 17> descriptions{{
     {FaultKind::htmlPortal, "html-portal", "the sign-in page of a captive portal, with status 200"},
     {FaultKind::redirect, "redirect", "302 to another path"},
     {FaultKind::instant304, "instant-304", "304 at once; agents poll again at full speed"},
-    {FaultKind::noEtag, "no-etag", "the policy without a tag; agents poll again at full speed"},
-    {FaultKind::longEtag, "long-etag", "a tag of 9,000 characters"},
+    {FaultKind::noEtag, "no-etag", "the policy without an ETag; agents poll again at full speed"},
+    {FaultKind::longEtag, "long-etag", "an ETag of 9,000 characters"},
     {FaultKind::huge, "huge", "a policy of 101 MiB, more than agents take"},
     {FaultKind::outage, "outage", "every connection is lost, for 60 s or the time given"},
 }};

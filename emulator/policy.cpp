@@ -57,7 +57,7 @@ std::string guardConfigOf(const json& policy) {
     return found == policy.end() ? "{}" : found->dump();
 }
 
-/// The text of `policy`, which has no tag, with one as its first member.
+/// The text of `policy`, which has no ETag, with one as its first member.
 std::string tagged(const json& policy, const std::string& tag) {
     const std::string rest = policy.dump();
     return R"({"etag":)" + json(tag).dump() + (policy.empty() ? "" : ",") + rest.substr(1);

@@ -16,14 +16,14 @@ struct Policy {
 /// not a JSON object or is nested absurdly deep.
 ///
 /// A policy whose member "etag" is a non-empty string is handed out exactly as given. Any other
-/// gets a tag derived from its content as its first member: without one, agents could not ask
+/// gets an ETag derived from its content as its first member: without one, agents could not ask
 /// conditionally and every one of them would fetch it again at once.
 Policy readPolicy(std::string_view text);
 
-/// The same policy with another tag.
+/// The same policy with another ETag.
 Policy withTag(const Policy& policy, const std::string& tag);
 
-/// The policy's text without a tag.
+/// The policy's text without an ETag.
 std::string textWithoutTag(const Policy& policy);
 
 }  // namespace orvane::emulator

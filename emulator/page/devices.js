@@ -7,7 +7,7 @@ const [timeline, timelineHeading, exchanges] = elements("timeline", "timeline-he
 const [faultDevice, closeTimeline] = elements("fault-device", "close-timeline");
 
 const devices = new Map(); // by name: { data, row, and the cells that change }
-let liveTag = null;
+let liveEtag = null;
 let chosen = null;
 
 function title(name) {
@@ -33,7 +33,7 @@ function makeRow(name) {
     progress,
     heldText,
     outcome: cell(row, "Last answer"),
-    tag: cell(row, "Tag", "tag"),
+    etag: cell(row, "ETag", "etag"),
     enrolled: cell(row, "Enrolled by"),
     seen: cell(row, "Last seen"),
   };
@@ -58,16 +58,16 @@ function isGood(exchange) {
   return !exchange.hung_up && !exchange.fault && (exchange.status === 200 || exchange.status === 304);
 }
 
-function unquoted(tag) {
-  return tag.startsWith('"') && tag.endsWith('"') && tag.length > 1 ? tag.slice(1, -1) : tag;
+function unquoted(etag) {
+  return etag.startsWith('"') && etag.endsWith('"') && etag.length > 1 ? etag.slice(1, -1) : etag;
 }
 
-function showTag(device) {
-  const tag = unquoted(device.data.tag);
-  const isLive = tag !== "" && tag === liveTag;
-  device.tag.textContent = tag === "" ? "none" : `${isLive ? "live" : "other"}: ${tag}`;
-  device.tag.title = tag;
-  device.tag.classList.toggle("good", isLive);
+function showEtag(device) {
+  const etag = unquoted(device.data.tag);
+  const isLive = etag !== "" && etag === liveEtag;
+  device.etag.textContent = etag === "" ? "none" : `${isLive ? "live" : "other"}: ${etag}`;
+  device.etag.title = etag;
+  device.etag.classList.toggle("good", isLive);
 }
 
 function showHold(device, now) {
@@ -91,7 +91,7 @@ function showRow(device) {
   device.outcome.className = !last ? "" : isGood(last) ? "good" : "bad";
   device.enrolled.textContent = identity ? "device identity" : "key";
   device.seen.textContent = new Date(seen).toLocaleTimeString();
-  showTag(device);
+  showEtag(device);
   showHold(device, Date.now());
 }
 
@@ -129,10 +129,10 @@ export function clearDevices() {
   applyFilter();
 }
 
-export function setLiveTag(tag) {
-  liveTag = tag;
+export function setLiveEtag(etag) {
+  liveEtag = etag;
   for (const device of devices.values()) {
-    showTag(device);
+    showEtag(device);
   }
 }
 

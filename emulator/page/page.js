@@ -1,5 +1,5 @@
 // The page of the local control plane. What devices and policies say is only ever set as text, never as HTML.
-import { clearDevices, showDevices, setLiveTag } from "./devices.js";
+import { clearDevices, showDevices, setLiveEtag } from "./devices.js";
 import { elements } from "./elements.js";
 import { showPolicy } from "./policy.js";
 import { loadFaultKinds, showFaults } from "./faults.js";
@@ -17,7 +17,7 @@ function listen() {
   });
   events.addEventListener("policy", (event) => {
     const policy = JSON.parse(event.data);
-    setLiveTag(policy ? policy.tag : null);
+    setLiveEtag(policy ? policy.tag : null);
     showPolicy(policy);
   });
   events.addEventListener("faults", (event) => showFaults(JSON.parse(event.data)));

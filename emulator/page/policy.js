@@ -2,8 +2,8 @@
 import { differences } from "./diff.js";
 import { elements, made } from "./elements.js";
 
-const [editor, check, diff, capture, liveTag] = elements("editor", "check", "diff", "capture", "live-tag");
-const [publish, nextTag, revert] = elements("publish", "next-tag", "revert");
+const [editor, check, diff, capture, liveEtag] = elements("editor", "check", "diff", "capture", "live-etag");
+const [publish, nextEtag, revert] = elements("publish", "next-etag", "revert");
 
 const around = 2; // lines of context in the difference
 let live = "";
@@ -47,8 +47,8 @@ async function showPreview() {
   publish.disabled = !answer.ok;
   if (!answer.ok) {
     say(preview.error, false);
-  } else if (preview.tag === liveTag.textContent && editor.value !== live) {
-    say("Valid JSON, but with the tag that is live: agents that have it would not be sent this policy.", false);
+  } else if (preview.tag === liveEtag.textContent && editor.value !== live) {
+    say("Valid JSON, but with the live ETag: agents that have it would not be sent this policy.", false);
   } else {
     say("Valid JSON.", true);
   }
@@ -71,7 +71,7 @@ function look() {
 export function showPolicy(policy) {
   const isUntouched = editor.value === live;
   live = policy ? policy.text : "";
-  liveTag.textContent = policy ? policy.tag : "none";
+  liveEtag.textContent = policy ? policy.tag : "none";
   if (isUntouched) {
     editor.value = live;
   }
@@ -88,21 +88,21 @@ publish.addEventListener("click", async () => {
   }
 });
 
-// The text with another tag, otherwise as it is: JavaScript would round large numbers.
-function withTag(text, tag) {
+// The text with another ETag, otherwise as it is: JavaScript would round large numbers.
+function withEtag(text, etag) {
   const policy = objectIn(text);
   const before = typeof policy.etag === "string" ? JSON.stringify(policy.etag) : "";
   const replaced = text.replace(new RegExp(`("etag"\\s*:\\s*)${before.replace(/[.*+?^${}()|[\]\\]/g, "\\$&")}`),
-    (_, name) => name + JSON.stringify(tag));
-  if (before !== "" && JSON.parse(replaced).etag === tag) {
+    (_, name) => name + JSON.stringify(etag));
+  if (before !== "" && JSON.parse(replaced).etag === etag) {
     return replaced;
   }
-  return JSON.stringify({ ...policy, etag: tag }, null, 2) + "\n";
+  return JSON.stringify({ ...policy, etag }, null, 2) + "\n";
 }
 
-nextTag.addEventListener("click", () => {
+nextEtag.addEventListener("click", () => {
   try {
-    editor.value = withTag(editor.value, `page-${new Date().toISOString().replace(/[^0-9TZ]/g, "")}`);
+    editor.value = withEtag(editor.value, `page-${new Date().toISOString().replace(/[^0-9TZ]/g, "")}`);
   } catch {
     // look() says what is wrong.
   }

@@ -145,8 +145,8 @@ class PublishTest(PageTest):
         text = self.element("editor").get_property("value")
         self.assertEqual(text, self.policy.read_text())
         self.set_editor(text.replace("chat.example.com", "new.example.com"))
-        self.wait_until(lambda: "with the tag that is live" in self.text("check"), "the warning")
-        self.element("next-tag").click()
+        self.wait_until(lambda: "with the live ETag" in self.text("check"), "the warning")
+        self.element("next-etag").click()
         self.wait_until(lambda: self.text("check") == "Valid JSON.", "the check")
         self.assertIn('+       "hosts": ["api.example.com", "new.example.com"]', self.text("diff"))
         self.assertIn('-       "hosts": ["api.example.com", "chat.example.com"]', self.text("diff"))
@@ -154,7 +154,7 @@ class PublishTest(PageTest):
         self.element("publish").click()
         self.wait_until(lambda: "new.example.com" in self.capture_file.read_text(), "the capture file")
         self.assertEqual(json.loads(self.capture_file.read_text()), json.loads(self.text("capture")))
-        tag = self.text("live-tag")
+        tag = self.text("live-etag")
         self.assertTrue(tag.startswith("page-"), tag)
         self.wait_until(lambda: self.row_says(f"live: {tag}", "of 300 s"), "the next hold")
         self.assertEqual(self.text("diff"), "Nothing.")
@@ -167,7 +167,7 @@ class PublishTest(PageTest):
     def take_pictures(self):
         # A fleet beside the daemon.
         for number, (city, wait) in enumerate((("oslo", 120), ("lima", 300), ("pune", 0), ("kyiv", 60))):
-            self.poll(f"laptop-{city}-{number}", wait, '"demo-0"' if wait == 60 else f'"{self.text("live-tag")}"')
+            self.poll(f"laptop-{city}-{number}", wait, '"demo-0"' if wait == 60 else f'"{self.text("live-etag")}"')
         self.wait_until(lambda: len(self.rows()) == 5, "the fleet")
         for scheme in ("light", "dark"):
             self.browser.execute_cdp_cmd("Emulation.setEmulatedMedia", {
@@ -189,13 +189,13 @@ class PublishTest(PageTest):
     def test_what_is_being_edited_stays_when_another_policy_goes_live(self):
         self.set_editor('{"etag": "mine"}')
         self.put_policy('{"etag": "theirs"}')
-        self.wait_until(lambda: self.text("live-tag") == "theirs", "the policy")
+        self.wait_until(lambda: self.text("live-etag") == "theirs", "the policy")
         self.assertEqual(self.element("editor").get_property("value"), '{"etag": "mine"}')
         self.assertIn('"theirs"', self.text("diff"))
 
     def test_a_large_number_survives_a_new_tag(self):
         self.set_editor('{"n": 12345678901234567890, "etag": "a.*b"}')
-        self.element("next-tag").click()
+        self.element("next-etag").click()
         self.assertRegex(self.element("editor").get_property("value"), r'^\{"n": 12345678901234567890, "etag": "page-.*"\}$')
 
 
@@ -245,7 +245,7 @@ class SafetyTest(PageTest):
         name = INJECTION.replace("<", "%3C").replace(">", "%3E").replace(" ", "%20")
         self.poll(name, 300, INJECTION)
         self.put_policy(json.dumps({"etag": INJECTION, "guard_config": {"capture": {"hosts": [INJECTION]}}}))
-        self.wait_until(lambda: self.text("live-tag") == INJECTION, "the policy")
+        self.wait_until(lambda: self.text("live-etag") == INJECTION, "the policy")
         self.wait_until(lambda: any(INJECTION in row for row in self.rows()), "the device")
         self.browser.find_element(By.CSS_SELECTOR, "#rows button").click()
         self.wait_until(lambda: self.text("exchanges") != "", "the timeline")
@@ -274,7 +274,7 @@ class SafetyTest(PageTest):
                                                    .catch(() => null).then(arguments[3]);""",
                                               f"http://127.0.0.1:{self.port}/policy", method, mode)
         self.browser.get(f"http://127.0.0.1:{self.port}/")
-        self.wait_until(lambda: self.text("live-tag") == "demo-1", "the policy as it was")
+        self.wait_until(lambda: self.text("live-etag") == "demo-1", "the policy as it was")
 
     def test_it_says_when_the_connection_is_lost(self):
         control_plane = self.start("orvane-control-plane", "--port-file", self.root / "port-3")
@@ -327,7 +327,7 @@ class AccessTest(PageTest):
                 return at.id || at.name || at.dataset.fault || at.className || at.textContent"""))
             if reached[-1] == "outage":
                 break
-        wanted = ["skip", "filter", "scroll", "one", "editor", "publish", "next-tag", "diff", "capture",
+        wanted = ["skip", "filter", "scroll", "one", "editor", "publish", "next-etag", "diff", "capture",
                   "device", "percent", "seconds", "unauthorized", "outage"]
         self.assertEqual([name for name in reached if name in wanted], wanted)
 
