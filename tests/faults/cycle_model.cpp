@@ -2,9 +2,12 @@
 
 #include "support/policy_versions.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <set>
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
@@ -31,47 +34,65 @@ enum class CycleModel::Purpose {
     tagReading,
 };
 
-/// The effect of its failure.
-enum class CycleModel::Effect {
-    fine,
-    lost,      ///< as if it had never been tried, and not logged
-    kept,      ///< the file is as it was, and an error line says so
-    inTheWay,  ///< the same, because the old file could not be removed
-    gone,      ///< an error line, and no file but the .tmp next to it
-    unended,   ///< a record without its line feed
-    replaced,  ///< a record that is now the only one
+struct CycleModel::Affected {
+    std::set<Purpose> purposes;
+    CallKind kind;
+    Lasting lasting;
+    int error;
+
+    [[nodiscard]] bool has(Purpose purpose) const { return purposes.contains(purpose); }
+    /// Whether what is written to the log is lost as well.
+    [[nodiscard]] bool isMute() const {
+        return kind == CallKind::write && lasting == Lasting::fromThenOn;
+    }
+    /// Why a file could not be written. One that could not be removed is in the way.
+    [[nodiscard]] std::string reason() const {
+        return std::generic_category().message(kind == CallKind::unlink ? EEXIST : error);
+    }
+};
+
+/// A line that has to be in the log, or may be missing.
+struct CycleModel::LogLine {
+    std::string text;
+    bool mayBeMissing;
 };
 
 namespace {
 
-constexpr std::string_view orvane = "home/.orvane";
-
-/// Of a path that is neither one of these nor the name of a known file, nothing is stated.
+/// Nothing is known about a path that is not one of these, of a file named here, or of one that is
+/// to take a file's place.
 constexpr std::array<std::string_view, 6> directories{
-    "home", orvane, "home/.orvane/logs", "private", "private/tmp", "private/tmp/dev.orvane.setup"};
+    "home",    "home/.orvane", "home/.orvane/logs",
+    "private", "private/tmp",  "private/tmp/dev.orvane.setup"};
+constexpr std::array<std::string_view, 2> uuidSources{"usr/sbin/ioreg", "etc/machine-id"};
 
-bool isDirectory(std::string_view path) {
-    return std::find(directories.begin(), directories.end(), path) != directories.end();
+template <typename Paths>
+bool isAmong(const Paths& paths, std::string_view path) {
+    return std::find(paths.begin(), paths.end(), path) != paths.end();
 }
 
-/// The file that `path`, or a file that is to take its place, is about.
+/// Whether `path` is `target` or is to take its place.
+bool isFor(const std::string& target, const std::string& path) {
+    const std::string next = target + ".tmp";
+    return path == target || path == next || path == scratchOf(target) || path == scratchOf(next);
+}
+
 std::optional<File> fileOf(const std::string& path) {
-    const std::string name = fs::path(path).filename();
-    const std::string plain = name.starts_with(".") ? name.substr(1) : name;
-    for (const File file : allFiles) {
-        if (plain.starts_with(fs::path(pathOf(file)).filename().string())) {
-            return file;
-        }
-    }
-    return std::nullopt;
+    const auto found = std::find_if(allFiles.begin(), allFiles.end(),
+                                    [&](File file) { return isFor(pathOf(file), path); });
+    return found == allFiles.end() ? std::nullopt : std::optional(*found);
 }
 
-bool isScratch(const std::string& path) {
-    return path.ends_with(".tmp") && fs::path(path).filename().string().starts_with(".");
+[[noreturn]] void nothingIsKnownAbout(const Call& call) {
+    throw std::runtime_error("nothing is known about " + describe(call));
 }
 
-[[noreturn]] void nothingIsSaidAbout(const Call& call) {
-    throw std::runtime_error("nothing is said about " + describe(call));
+}  // namespace
+
+std::string scratchOf(const std::string& target) {
+    const fs::path path = target;
+    return path.parent_path() /
+           ("." + path.filename().string() + "." + std::to_string(::geteuid()) + ".TOKEN.tmp");
 }
 
 std::string updatedLine() {
@@ -84,7 +105,19 @@ std::string effectiveLine() {
            std::to_string(policyVersion(offered).effective.size()) + " bytes)";
 }
 
-}  // namespace
+std::string captureLine() {
+    return "default capture-policy applied from guard cascade: enabled=true hosts=1 "
+           "suppress_ech=false";
+}
+
+std::string noProfileLine() {
+    return "default No usable profile — sleeping 30s and retrying";
+}
+
+std::string failureLine(File file) {
+    return file == File::capture ? "error capture-policy write failed: "
+                                 : "error atomic write to /" + pathOf(file) + " failed: ";
+}
 
 std::size_t CycleModel::logLinesBefore(std::size_t index) const {
     return static_cast<std::size_t>(
@@ -92,288 +125,208 @@ std::size_t CycleModel::logLinesBefore(std::size_t index) const {
                       [](const Call& call) { return call.path == "stderr"; }));
 }
 
-/// Whether the call before is of `kind` on the same file.
-bool CycleModel::follows(std::size_t index, CallKind kind) const {
-    return index > 0 && calls_[index - 1].kind == kind &&
-           calls_[index - 1].path == calls_[index].path;
-}
-
 CycleModel::Purpose CycleModel::purposeOf(std::size_t index) const {
     const Call& call = calls_.at(index);
     const std::size_t lines = logLinesBefore(index);
+    if (call.kind == CallKind::other) {
+        nothingIsKnownAbout(call);
+    }
     if (call.path == "stderr") {
         return lines == 0   ? Purpose::updatedLine
                : lines == 1 ? Purpose::effectiveLine
                             : Purpose::captureLine;
     }
-    if (call.kind == CallKind::process || call.path == "pipe" || call.path.ends_with("/ioreg") ||
-        call.path.ends_with("/machine-id")) {
+    if (call.kind == CallKind::process || call.path == "pipe" || isAmong(uuidSources, call.path)) {
         return Purpose::uuid;
     }
-    if (call.path.starts_with("home/.orvane/logs")) {
+    if (isFor(activityLogFile, call.path)) {
         return lines == 0 ? Purpose::pollRecord : Purpose::effectiveRecord;
     }
-    if (call.path.ends_with("enroll-config.json")) {
+    if (call.path == enrollmentFile) {
         return Purpose::profile;
     }
     if (call.path == "/proc/self/fd") {
         return Purpose::captureReading;
     }
-    if (isDirectory(call.path)) {
+    if (isAmong(directories, call.path)) {
         // It is created before the file in it, and flushed after it.
         const bool comesBefore =
             call.kind == CallKind::stat || call.kind == CallKind::makeDirectory;
         return purposeOf(comesBefore ? index + 1 : index - 1);
     }
     const auto file = fileOf(call.path);
+    if (!file) {
+        nothingIsKnownAbout(call);
+    }
     const bool isReading =
-        file && call.path == pathOf(*file) && (call.byDescriptor || call.kind == CallKind::open);
-    if (file == File::policy) {
-        return isReading ? Purpose::policyReading : Purpose::policy;
+        call.path == pathOf(*file) && (call.byDescriptor || call.kind == CallKind::open);
+    if (!isReading) {
+        return writingOf(*file);
     }
-    if (file == File::tag) {
-        return isReading ? Purpose::tagReading : Purpose::tag;
-    }
-    if (file == File::effective && !isReading) {
-        return Purpose::effective;
-    }
-    if (file == File::capture) {
-        return isReading ? Purpose::captureReading : Purpose::capture;
-    }
-    nothingIsSaidAbout(call);
-}
-
-/// Steps: scratch file, ".tmp"; remove the old one; put ".tmp" in its place. The directory is
-/// flushed where that is possible.
-CycleModel::Effect CycleModel::effectOfFile(std::size_t index, Lasting lasting) const {
-    const Call& call = calls_.at(index);
-    const bool onDirectory = isDirectory(call.path);
-    switch (call.kind) {
-        case CallKind::stat:
-            // A directory whose status is unknown is created; only if its status stays unknown does
-            // it count as missing.
-            return onDirectory && lasting == Lasting::fromThenOn ? Effect::kept : Effect::fine;
-        case CallKind::open:
-        case CallKind::sync:  // of a directory, it is no failure of the write
-        case CallKind::close:
-            return onDirectory ? Effect::fine : Effect::kept;
-        case CallKind::write:
-        case CallKind::changeMode:
-            return Effect::kept;
-        case CallKind::rename:
-            return isScratch(call.path) ? Effect::kept : Effect::gone;
-        case CallKind::unlink:
-            return call.failed ? Effect::fine : Effect::inTheWay;
-        default:
-            nothingIsSaidAbout(call);
-    }
-}
-
-CycleModel::Effect CycleModel::effectOfCapture(std::size_t index) const {
-    const Call& call = calls_.at(index);
-    const bool onDirectory = isDirectory(call.path);
-    switch (call.kind) {
-        case CallKind::stat:
-        case CallKind::makeDirectory:
-            return Effect::fine;
-        case CallKind::open:
-        case CallKind::sync:  // of a directory, it is no failure of the write
-        case CallKind::close:
-            return onDirectory ? Effect::fine : Effect::kept;
-        case CallKind::changeMode:
-            return Effect::fine;  // it is set twice, in different ways
-        case CallKind::write:
-        case CallKind::rename:
-            return Effect::kept;
-        default:
-            nothingIsSaidAbout(call);
-    }
-}
-
-/// A record is appended to the file; a file that cannot be opened is replaced by a new one.
-CycleModel::Effects CycleModel::effectsOfRecord(std::size_t index, Purpose purpose,
-                                                Lasting lasting) const {
-    const Call& call = calls_.at(index);
-    const bool onDirectory = isDirectory(call.path);
-    const bool isFirstFile =
-        initial_ == InitialState::firstPolicy && purpose == Purpose::pollRecord;
-    Effects effects{{purpose, Effect::lost}};
-    if (isFirstFile && lasting == Lasting::fromThenOn) {
-        effects[Purpose::effectiveRecord] = Effect::lost;  // it does not find the file either
-    }
-    switch (call.kind) {
-        case CallKind::stat:
-        case CallKind::makeDirectory:
-            if (!onDirectory || purpose == Purpose::effectiveRecord || !isFirstFile) {
-                return {};
-            }
-            if (lasting == Lasting::fromThenOn && call.path == orvane &&
-                call.kind == CallKind::makeDirectory) {
-                effects.insert({{Purpose::policy, Effect::kept},
-                                {Purpose::tag, Effect::kept},
-                                {Purpose::effective, Effect::kept}});
-            }
-            return effects;
-        case CallKind::open:
-            if (onDirectory || (call.failed && !isScratch(call.path))) {
-                return {};
-            }
-            if (!isScratch(call.path) && lasting == Lasting::once) {
-                effects[purpose] = Effect::replaced;
-            }
-            return effects;
-        case CallKind::write:
-            if (follows(index, CallKind::write)) {
-                effects[purpose] = Effect::unended;
-            }
-            return effects;
-        case CallKind::sync:
-            return onDirectory ? Effects() : effects;
-        case CallKind::close:
-            return isScratch(call.path) ? effects : Effects();
-        case CallKind::rename:
-            return effects;
-        default:
-            nothingIsSaidAbout(call);
-    }
-}
-
-/// The tool's output is read until its end, which it has reached when there was any. Without
-/// close_range(2) the C library closes descriptors one by one.
-CycleModel::Effect CycleModel::effectOfUuid(std::size_t index) const {
-    const Call& call = calls_.at(index);
-    const bool isEnd = call.kind == CallKind::read && follows(index, CallKind::read);
-    const bool isHarmless =
-        isEnd || call.kind == CallKind::close || call.name == "wait4" || call.name == "close_range";
-    return isHarmless ? Effect::fine : Effect::lost;
-}
-
-CycleModel::Effects CycleModel::effectsOf(std::size_t index, Lasting lasting) const {
-    const Call& call = calls_.at(index);
-    const Purpose purpose = purposeOf(index);
-    switch (purpose) {
-        case Purpose::policy:
-        case Purpose::tag:
-        case Purpose::effective:
-            return {{purpose, effectOfFile(index, lasting)}};
-        case Purpose::capture:
-            return {{purpose, effectOfCapture(index)}};
-        case Purpose::pollRecord:
-        case Purpose::effectiveRecord:
-            return effectsOfRecord(index, purpose, lasting);
-        case Purpose::uuid:
-            return {{purpose, effectOfUuid(index)}};
-        case Purpose::captureReading:
-            return {};  // what cannot be compared is written again
-        case Purpose::updatedLine:
-        case Purpose::effectiveLine:
-        case Purpose::captureLine:
-            return {{purpose, Effect::lost}};
-        case Purpose::policyReading:
-        case Purpose::profile:
-        case Purpose::tagReading:
+    switch (*file) {
+        case File::policy:
+            return Purpose::policyReading;
+        case File::tag:
+            return Purpose::tagReading;
+        case File::capture:
+            return Purpose::captureReading;
+        case File::effective:
             break;
     }
-    return {{purpose, call.kind == CallKind::close ? Effect::fine : Effect::lost}};
+    nothingIsKnownAbout(call);
+}
+
+CycleModel::Purpose CycleModel::writingOf(File file) {
+    switch (file) {
+        case File::policy:
+            return Purpose::policy;
+        case File::tag:
+            return Purpose::tag;
+        case File::effective:
+            return Purpose::effective;
+        case File::capture:
+            break;
+    }
+    return Purpose::capture;
+}
+
+CycleModel::Affected CycleModel::affectedBy(const Fault& fault) const {
+    const Call& call = calls_.at(fault.index);
+    Affected affected{{purposeOf(fault.index)}, call.kind, fault.lasting, fault.error};
+    if (fault.lasting == Lasting::once) {
+        return affected;
+    }
+    for (std::size_t i = fault.index + 1; i < calls_.size(); ++i) {
+        const bool isSameCall = calls_[i].name == call.name && calls_[i].inChild == call.inChild;
+        const bool isInMissingDirectory =
+            call.kind == CallKind::makeDirectory && calls_[i].path.starts_with(call.path + "/");
+        if (isSameCall || isInMissingDirectory) {
+            affected.purposes.insert(purposeOf(i));
+        }
+    }
+    if (affected.has(Purpose::pollRecord)) {
+        // What prevented the file of records still does.
+        affected.purposes.insert(Purpose::effectiveRecord);
+    }
+    return affected;
+}
+
+/// Old, new, or waiting to be moved into place. What cannot be affected is new, and without a new
+/// policy no new capture policy can be derived.
+bool CycleModel::mayHave(File file, const Outcome& outcome, const Affected& affected) const {
+    const int version = outcome.versions.at(file);
+    const bool isOld = version == known() || (version == absent && file != File::capture);
+    if (file == File::capture && outcome.versions.at(File::policy) != offered) {
+        return version == known();
+    }
+    const bool mayBeOld = affected.has(writingOf(file)) ||
+                          (file == File::capture && affected.has(Purpose::policyReading));
+    return version == offered || (isOld && mayBeOld);
+}
+
+/// The log of a cycle that left the files like this.
+std::vector<CycleModel::LogLine> CycleModel::expectedLog(const Outcome& outcome,
+                                                         const Affected& affected) {
+    std::vector<LogLine> lines;
+    const auto expectFailure = [&](File file, bool mayBeMissing) {
+        if (outcome.versions.at(file) != offered) {
+            lines.push_back({failureLine(file) + affected.reason(), mayBeMissing});
+        }
+    };
+    expectFailure(File::policy, affected.isMute());
+    expectFailure(File::tag, affected.isMute());
+    lines.push_back({updatedLine(), affected.has(Purpose::updatedLine)});
+    expectFailure(File::effective, affected.isMute());
+    lines.push_back({effectiveLine(), affected.has(Purpose::effectiveLine)});
+    if (outcome.versions.at(File::policy) == offered) {
+        expectFailure(File::capture, affected.isMute() || affected.has(Purpose::policyReading));
+    }
+    if (outcome.versions.at(File::capture) == offered) {
+        lines.push_back({captureLine(), affected.has(Purpose::captureLine)});
+    }
+    if (affected.has(Purpose::profile)) {
+        lines.push_back({noProfileLine(), true});
+    }
+    return lines;
+}
+
+/// A record may be lost, cut short by a failed write, or be alone in a new file when the old one
+/// could not be opened.
+std::set<std::string> CycleModel::possibleActivity(const Affected& affected) const {
+    std::set<std::string> possible{initial_ == InitialState::nextPolicy ? "old$" : ""};
+    for (const auto& [purpose, name] :
+         {std::pair(Purpose::pollRecord, std::string("poll")),
+          std::pair(Purpose::effectiveRecord, std::string("effective"))}) {
+        std::set<std::string> next;
+        for (const std::string& earlier : possible) {
+            next.insert(earlier + name + "$");
+            if (affected.has(purpose)) {
+                next.insert(earlier);
+                next.insert(affected.kind == CallKind::write ? earlier + name : earlier);
+                next.insert(affected.kind == CallKind::open ? name + "$" : earlier);
+            }
+        }
+        possible = next;
+    }
+    return possible;
+}
+
+/// The next poll is sent with the stored ETag, unless that could not be read.
+bool CycleModel::mayBeSent(const Outcome& outcome, const Affected& affected) const {
+    const int version = outcome.versions.at(File::tag);
+    const auto stored =
+        version == absent ? std::nullopt : std::optional(policyVersion(version).etag);
+    return outcome.tag == stored || (affected.has(Purpose::tagReading) && !outcome.tag);
+}
+
+std::vector<std::string> CycleModel::brokenPromises(const Fault& fault,
+                                                    const Outcome& outcome) const {
+    const Affected affected = affectedBy(fault);
+    if (fault.error == EINTR) {
+        return outcome == goodOutcome()
+                   ? std::vector<std::string>{}
+                   : std::vector<std::string>{"an interrupted call is retried"};
+    }
+    std::vector<std::string> broken;
+    for (const File file : allFiles) {
+        if (!mayHave(file, outcome, affected)) {
+            broken.push_back(pathOf(file) + " is old or new, and what did not fail is new");
+        }
+    }
+    auto line = outcome.log.begin();
+    for (const LogLine& expected : expectedLog(outcome, affected)) {
+        if (line != outcome.log.end() && *line == expected.text) {
+            ++line;
+        } else if (!expected.mayBeMissing) {
+            broken.push_back("it is logged: " + expected.text);
+        }
+    }
+    if (line != outcome.log.end()) {
+        broken.push_back("nothing else is logged, not: " + *line);
+    }
+    if (!possibleActivity(affected).contains(outcome.activity)) {
+        broken.emplace_back("each exchange that could be recorded is");
+    }
+    if (!mayBeSent(outcome, affected)) {
+        broken.emplace_back("the next poll is sent with the stored ETag");
+    }
+    const bool hasTool = initial_ == InitialState::firstPolicy;
+    if (outcome.knowsUuid != hasTool && !affected.has(Purpose::uuid)) {
+        broken.emplace_back("the hardware UUID is sent");
+    }
+    return broken;
 }
 
 Outcome CycleModel::goodOutcome() const {
-    return outcomeOf({}, 0);
-}
-
-Outcome CycleModel::outcomeWith(const Fault& fault) const {
-    Effects effects = effectsOf(fault.index, fault.lasting);
-    if (fault.error == EINTR) {
-        return goodOutcome();
-    }
-    if (fault.lasting == Lasting::once) {
-        return outcomeOf(effects, fault.error);
-    }
-    const Call& call = calls_.at(fault.index);
-    for (std::size_t i = fault.index; i < calls_.size(); ++i) {
-        if (calls_[i].name == call.name && calls_[i].inChild == call.inChild) {
-            for (const auto& [purpose, effect] : effectsOf(i, fault.lasting)) {
-                if (!effects.contains(purpose) || effects.at(purpose) == Effect::fine) {
-                    effects[purpose] = effect;
-                }
-            }
-        }
-    }
-    Outcome outcome = outcomeOf(effects, fault.error);
-    if (call.kind == CallKind::write) {
-        // Log lines are written too.
-        outcome.log.resize(std::min(outcome.log.size(), logLinesBefore(fault.index)));
-    }
-    return outcome;
-}
-
-Outcome CycleModel::outcomeOf(const Effects& effects, int error) const {
-    const auto effectOf = [&](Purpose purpose) {
-        const auto found = effects.find(purpose);
-        return found == effects.end() ? Effect::fine : found->second;
-    };
-    const auto reason = [&](Effect effect) {
-        return std::generic_category().message(effect == Effect::inTheWay ? EEXIST : error);
-    };
     Outcome outcome;
-    const auto settle = [&](File file, Purpose purpose, const std::string& complaint) {
-        const Effect effect = effectOf(purpose);
-        const bool isKept =
-            effect == Effect::kept || effect == Effect::inTheWay || effect == Effect::lost;
-        outcome.versions[file] = isKept ? known() : effect == Effect::gone ? absent : offered;
-        if (effect != Effect::fine && effect != Effect::lost) {
-            outcome.log.push_back("error " + complaint + " failed: " + reason(effect));
-        }
-    };
-    const auto settleFile = [&](File file, Purpose purpose) {
-        settle(file, purpose, "atomic write to /" + pathOf(file));
-    };
-    const auto expect = [&](Purpose purpose, const std::string& line) {
-        if (effectOf(purpose) == Effect::fine) {
-            outcome.log.push_back(line);
-        }
-    };
-    const auto record = [&](Purpose purpose, const std::string& name) {
-        const Effect effect = effectOf(purpose);
-        if (effect == Effect::replaced) {
-            outcome.activity.clear();
-        }
-        if (effect != Effect::lost) {
-            outcome.activity += name + (effect == Effect::unended ? "" : "$");
-        }
-    };
-
-    outcome.activity = initial_ == InitialState::nextPolicy ? "old$" : "";
-    record(Purpose::pollRecord, "poll");
-    settleFile(File::policy, Purpose::policy);
-    settleFile(File::tag, Purpose::tag);
-    expect(Purpose::updatedLine, updatedLine());
-    record(Purpose::effectiveRecord, "effective");
-    settleFile(File::effective, Purpose::effective);
-    expect(Purpose::effectiveLine, effectiveLine());
-    if (outcome.versions[File::policy] == offered &&
-        effectOf(Purpose::policyReading) == Effect::fine) {
-        settle(File::capture, Purpose::capture, "capture-policy write");
-        if (effectOf(Purpose::capture) == Effect::fine) {
-            expect(Purpose::captureLine,
-                   "default capture-policy applied from guard cascade: enabled=true hosts=1 "
-                   "suppress_ech=false");
-        }
-    } else {
-        outcome.versions[File::capture] = known();  // nothing new can be derived
+    for (const File file : allFiles) {
+        outcome.versions[file] = offered;
     }
-    if (effectOf(Purpose::profile) != Effect::fine) {
-        outcome.log.push_back("default No usable profile — sleeping 30s and retrying");
-    }
-    const int tag = outcome.versions[File::tag];
-    // The search for a profile ends when the fault does, and with it what spoils the next read.
-    const bool isRead =
-        effectOf(Purpose::tagReading) == Effect::fine || effectOf(Purpose::profile) != Effect::fine;
-    if (tag != absent && isRead) {
-        outcome.tag = policyVersion(tag).etag;
-    }
-    outcome.knowsUuid =
-        initial_ == InitialState::firstPolicy && effectOf(Purpose::uuid) == Effect::fine;
+    outcome.log = {updatedLine(), effectiveLine(), captureLine()};
+    outcome.activity =
+        initial_ == InitialState::nextPolicy ? "old$poll$effective$" : "poll$effective$";
+    outcome.tag = policyVersion(offered).etag;
+    outcome.knowsUuid = initial_ == InitialState::firstPolicy;
     return outcome;
 }
 

@@ -1,6 +1,6 @@
-// The expected result of one poll cycle in which a system call fails, from what the daemon
-// promises, not from how it is written: which files stay, which line is logged, what the next poll
-// sends.
+// What has to hold after one poll cycle in which a system call fails, from what the daemon
+// promises, not from how it is written: which files may be old, which lines are logged, what the
+// next poll sends.
 #pragma once
 
 #include "faults/device.h"
@@ -8,6 +8,7 @@
 
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -33,7 +34,22 @@ struct Outcome {
     friend bool operator==(const Outcome&, const Outcome&) = default;
 };
 
-/// The calls of a successful poll cycle, and their purposes.
+inline constexpr const char* activityLogFile = "home/.orvane/logs/policy-daemon.activity.jsonl";
+inline constexpr const char* enrollmentFile = "private/tmp/dev.orvane.setup/enroll-config.json";
+
+/// The scratch file that is to become `target`, as in Call::path.
+std::string scratchOf(const std::string& target);
+
+/// The lines that a good cycle logs.
+std::string updatedLine();
+std::string effectiveLine();
+std::string captureLine();
+/// Logged when there is no enrollment.
+std::string noProfileLine();
+/// What is logged when `file` could not be written, but for the reason.
+std::string failureLine(File file);
+
+/// The calls of a successful poll cycle, and what they are for.
 class CycleModel {
   public:
     CycleModel(InitialState initial, std::vector<Call> calls)
@@ -44,8 +60,11 @@ class CycleModel {
 
     /// The outcome of a successful cycle.
     [[nodiscard]] Outcome goodOutcome() const;
-    /// The outcome with `fault`; throws if nothing is stated about that call.
-    [[nodiscard]] Outcome outcomeWith(const Fault& fault) const;
+    /// The promises that `outcome`, that of a cycle with `fault`, breaks. A fault may change only
+    /// what the failing calls are for, files are old, new or about to be moved into place, and the
+    /// log says which of them are not new. Throws if it is not known what a call is for.
+    [[nodiscard]] std::vector<std::string> brokenPromises(const Fault& fault,
+                                                          const Outcome& outcome) const;
     /// The files when the process is stopped just before the call at `index`.
     [[nodiscard]] std::map<File, int> versionsBefore(std::size_t index) const;
 
@@ -55,19 +74,19 @@ class CycleModel {
 
   private:
     enum class Purpose;
-    enum class Effect;
-    using Effects = std::map<Purpose, Effect>;
+    /// The purposes of all calls that a fault makes fail.
+    struct Affected;
+    struct LogLine;
 
     [[nodiscard]] Purpose purposeOf(std::size_t index) const;
-    [[nodiscard]] Effects effectsOf(std::size_t index, Lasting lasting) const;
-    [[nodiscard]] Effect effectOfFile(std::size_t index, Lasting lasting) const;
-    [[nodiscard]] Effect effectOfCapture(std::size_t index) const;
-    [[nodiscard]] Effects effectsOfRecord(std::size_t index, Purpose purpose,
-                                          Lasting lasting) const;
-    [[nodiscard]] Effect effectOfUuid(std::size_t index) const;
-    [[nodiscard]] Outcome outcomeOf(const Effects& effects, int error) const;
+    [[nodiscard]] Affected affectedBy(const Fault& fault) const;
+    [[nodiscard]] static Purpose writingOf(File file);
+    [[nodiscard]] bool mayHave(File file, const Outcome& outcome, const Affected& affected) const;
+    [[nodiscard]] static std::vector<LogLine> expectedLog(const Outcome& outcome,
+                                                          const Affected& affected);
+    [[nodiscard]] std::set<std::string> possibleActivity(const Affected& affected) const;
+    [[nodiscard]] bool mayBeSent(const Outcome& outcome, const Affected& affected) const;
     [[nodiscard]] std::size_t logLinesBefore(std::size_t index) const;
-    [[nodiscard]] bool follows(std::size_t index, CallKind kind) const;
     [[nodiscard]] int known() const {
         return initial_ == InitialState::nextPolicy ? before : absent;
     }
