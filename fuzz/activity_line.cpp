@@ -1,7 +1,7 @@
 // A line of the activity log: four numbers of eight bytes each (status, milliseconds, bytes, the
 // time in nanoseconds), then method, URL, summary and error, a NUL between them. The log grows by
 // just one line, byte for byte the one that is written down here a second time; read by another
-// JSON library it gives back every text, but for the bytes that are not UTF-8.
+// JSON library it gives back every string, except for bytes that are not UTF-8.
 #include "activity/activity_log.h"
 #include "fuzz.h"
 #include "json_model.h"

@@ -62,7 +62,7 @@ void checkWritten(const Files& files, const std::optional<CapturePolicy>& wanted
     check(test::modeOf(files.capture) == 0644);
 }
 
-/// What has to happen, as far as the model knows both texts.
+/// What has to happen, as far as the model knows both documents.
 void checkDecision(bool wrote, const JsonModel& policy, const std::optional<JsonModel>& existing) {
     if (policy.knowsMembers() && (!existing || existing->knowsMembers())) {
         const auto wanted = captureIn(policy);

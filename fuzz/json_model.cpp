@@ -49,7 +49,7 @@ bool mayHoldHugeExponent(std::string_view text) {
 }
 
 std::shared_ptr<json_t> parsed(std::string_view text, std::size_t flags, json_error_t& error) {
-    // Without the daemon's own range of integers, and with U+0000 in texts.
+    // Without the daemon's own range of integers, and with U+0000 in strings.
     flags |= JSON_DECODE_INT_AS_REAL | JSON_ALLOW_NUL;
     return {json_loadb(text.data(), text.size(), flags, &error),
             [](json_t* top) { json_decref(top); }};

@@ -1,4 +1,4 @@
-// JSON a second time, by another library: what the daemon has to find in a text.
+// JSON a second time, by another library: what the daemon has to find in a document.
 #pragma once
 
 #include "platform/text/string_list.h"

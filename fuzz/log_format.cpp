@@ -1,6 +1,6 @@
-// Log messages: a format and texts for it, a NUL between them. A format's conversions are those of
-// a plain list of spellings; a message is what a second rendering makes of it; no text brings a
-// control character or a malformed sequence into it.
+// Log messages: a format and strings for it, a NUL between them. A format's conversions are those
+// of a plain list of spellings; a message is what a second rendering makes of it; no string brings
+// a control character or a malformed sequence into it.
 #include "platform/log/log_format.h"
 
 #include "fuzz.h"

@@ -13,7 +13,7 @@
 namespace orvane::test {
 namespace {
 
-/// Whether the text, handed over in pieces of `size` bytes, is as expected.
+/// Whether the document, passed in pieces of `size` bytes, is as expected.
 bool isSame(std::string_view text, const std::vector<json::ExpectedMember>& expected,
             std::size_t size) {
     json::Comparison comparison(expected);
@@ -105,7 +105,7 @@ TEST(JsonComparisonTest, ABooleanMayCountAsFalseWhenThereIsNone) {
               {{R"({"a":true})", true}, {"{}", false}, {R"({"a":1})", false}});
 }
 
-TEST(JsonComparisonTest, AnUnusableTextNeverMatches) {
+TEST(JsonComparisonTest, AnInvalidDocumentNeverMatches) {
     const std::string deepest = std::string(json::depthLimit - 1, '[');
     const std::string closing(json::depthLimit - 1, ']');
     expectAll({}, {{"{}", true},
@@ -134,8 +134,8 @@ TEST(JsonComparisonTest, AByteOrderMarkIsSkipped) {
     EXPECT_FALSE(isSame("\xEF\xBB\xBF\xEF\xBB\xBF{}", {}, 1000));
 }
 
-/// More than any file that is held in memory may have, in as much memory as a short text takes.
-TEST(JsonComparisonTest, ATextMayHaveAnyLength) {
+/// More than any file that is held in memory may have, in as much memory as a short one takes.
+TEST(JsonComparisonTest, ADocumentMayHaveAnyLength) {
     ORVANE_SKIP_UNDER_SANITIZERS("1.6 GiB take minutes");
     constexpr std::size_t pieces = 1600;
     const std::string piece(std::size_t{1} << 20U, ' ');

@@ -23,13 +23,13 @@ bool isReadable(const std::string& text) {
     return json::readObject(text, {"a"}).has_value();
 }
 
-/// The text at "a"; absent as well when `text` cannot be read.
+/// The string at "a"; also absent if `text` cannot be read.
 std::optional<std::string> stringAtA(const std::string& text) {
     const auto members = json::readObject(text, {"a"});
     return members ? members->string("a") : std::nullopt;
 }
 
-/// The list of texts at `path` as one that the matchers know.
+/// The list of strings at `path` as one that the matchers know.
 std::optional<std::vector<std::string>> stringsAt(json::PickedMembers members,
                                                   std::string_view path) {
     const auto list = members.takeStrings(path);
@@ -123,7 +123,7 @@ TEST(JsonReadingTest, WhatIsNotStrictlyJsonIsRefused) {
         "{}]",
         "{},",
         "{}\0"s,
-        // Raw control characters in a text
+        // Raw control characters in a string
         "{\"a\":\"\x01\"}",
         "{\"a\":\"\x1F\"}",
         "{\"a\":\"\n\"}",
@@ -244,7 +244,7 @@ TEST(JsonReadingTest, MalformedNumbersAreRefused) {
     }
 }
 
-TEST(JsonReadingTest, ANumberBeyondADoubleRefusesTheWholeText) {
+TEST(JsonReadingTest, ANumberBeyondADoubleMakesTheDocumentInvalid) {
     for (const std::string& number :
          {"1e999"s, "-1e999"s, "1e309"s, "1.8e308"s, "123123e100000"s, "1e99999999999999999999"s,
           std::string(400, '9'), std::string(400, '9') + ".5"}) {

@@ -21,7 +21,7 @@ std::string rendered(std::string_view format, std::initializer_list<LogArgument>
     return renderMessage(format, all);
 }
 
-/// How a text argument is shown.
+/// How a string argument is shown.
 std::string shown(std::string_view text) {
     return rendered("%{public}s", {text});
 }
@@ -171,7 +171,7 @@ TEST(RenderMessageTest, TheFormatItselfIsShownAsWritten) {
     EXPECT_EQ(rendered("a \u2014 b"), "a \u2014 b");
 }
 
-// --- Making texts safe to show
+// --- Making strings safe to show
 
 TEST(PrintableTest, ControlCharactersAreEscaped) {
     for (int byte = 0; byte < 0x80; ++byte) {

@@ -41,7 +41,7 @@ class DaemonProcess {
 
     [[nodiscard]] std::vector<LoggedMessage> messages() const;
     [[nodiscard]] std::vector<std::string> logLines() const;
-    /// Blocks until a logged text contains `part`, at most 60 s.
+    /// Blocks until a logged message contains `part`, at most 60 s.
     [[nodiscard]] bool waitForLog(const std::string& part) const;
 
     // What the system knows of it:

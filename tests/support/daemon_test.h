@@ -48,7 +48,7 @@ class DaemonTest : public ::testing::Test {
     /// The activity log's lines, parsed.
     [[nodiscard]] static std::vector<nlohmann::json> activity();
 
-    /// The texts logged at `level` so far.
+    /// The messages logged at `level` so far.
     [[nodiscard]] std::vector<std::string> logged(const std::string& level) const;
     /// All messages logged so far, each after its level and a space.
     [[nodiscard]] std::vector<std::string> logLines() const;

@@ -7,7 +7,7 @@
 namespace orvane::test {
 
 /// Runs `body` in a forked child and returns what it returned; throws when the child ended in any
-/// other way, with its error in the text. REQUIRES: no other threads.
+/// other way, with its error in the message. REQUIRES: no other threads.
 std::string inChild(const std::function<std::string()>& body);
 
 /// As `inChild`, as a user without privileges: the test's own, or "nobody" when that is root.
