@@ -1,5 +1,6 @@
 // What each fault makes of a poll.
 #include "emulator/agent_requests.h"
+#include "emulator/front/front.h"
 
 #include <array>
 #include <string_view>
@@ -31,7 +32,6 @@ Decision truncated(const std::optional<Policy>& policy) {
     return Reply{200, text.substr(0, text.size() / 2)};
 }
 
-/// Over TLS, they are not TLS either.
 Decision garbage() {
     return Drop{"\x16\x03 this is not HTTP \xff\xfe\r\n\r\n"};
 }
@@ -94,6 +94,8 @@ Decision decideWithFault(const Fault& fault, const Request& request, const Accou
             return longEtag(request, account, policy);
         case FaultKind::huge:
             return huge();
+        case FaultKind::goAway:
+            return Drop{request.isHttp2 ? std::string(front::goAway) : ""};
         case FaultKind::outage:
             break;
     }

@@ -30,8 +30,10 @@ struct Options {
     std::uint16_t port = 0;             ///< TCP port; 0 for any free one.
     Account account;                    ///< An empty `apiUrl` means the server's own address.
     Behavior behavior;
-    std::string certificatePem;  ///< With a certificate and its key the server speaks HTTPS only;
-    std::string privateKeyPem;   ///< with both empty, HTTP only.
+    /// With a certificate and its key the server speaks HTTPS only, HTTP/2 with those who offer it;
+    /// with both empty, HTTP/1.1 in the clear only.
+    std::string certificatePem;
+    std::string privateKeyPem;
 
     /// Called when a request of an agent begins to be held, and when one has its answer, which is
     /// just before that answer is sent, or ends without one; also for requests of people that
@@ -45,12 +47,13 @@ struct Options {
 /// until the policy changes, and shows people at `/` what happens.
 ///
 /// It answers from construction to destruction, on a thread of its own; a second thread ends the
-/// polls whose time is up and notices agents that hang up. All operations may be called from any
+/// polls whose time is up and notices agents that hang up, and with HTTPS a third one speaks TLS
+/// and HTTP/2. All operations may be called from any
 /// thread.
 class ControlPlane {
   public:
     /// Starts to listen. Throws BadInput when that is not possible (the port is taken, the
-    /// certificate does not fit the key, HTTPS is not supported). SIGPIPE is ignored from then on.
+    /// certificate does not fit the key). SIGPIPE is ignored from then on.
     explicit ControlPlane(Options options);
 
     /// Lets go of held polls and stops.

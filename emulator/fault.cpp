@@ -15,7 +15,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::array<FaultDescription, 17> descriptions{{
+constexpr std::array<FaultDescription, 18> descriptions{{
     {FaultKind::unauthorized, "unauthorized", "401: the key is rejected"},
     {FaultKind::forbidden, "forbidden", "403: the key may not do this"},
     {FaultKind::notFound, "not-found", "404: no such address"},
@@ -32,6 +32,7 @@ constexpr std::array<FaultDescription, 17> descriptions{{
     {FaultKind::noEtag, "no-etag", "the policy without an ETag; agents poll again at full speed"},
     {FaultKind::longEtag, "long-etag", "an ETag of 9,000 characters"},
     {FaultKind::huge, "huge", "a policy of 101 MiB, more than agents take"},
+    {FaultKind::goAway, "goaway", "the connection is ended with GOAWAY, as by a gateway that restarts"},
     {FaultKind::outage, "outage", "every connection is lost, for 60 s or the time given"},
 }};
 

@@ -28,6 +28,7 @@ enum class FaultKind : std::uint8_t {
     noEtag,
     longEtag,
     huge,
+    goAway,
     outage
 };
 

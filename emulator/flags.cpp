@@ -165,6 +165,7 @@ Serves a guard policy to agents and holds their polls until it changes.
                     unauthorized forbidden not-found too-large-header slow huge
                     server-error never-answer drop-mid-body truncate garbage
                     html-portal redirect instant-304 no-etag long-etag outage
+                    goaway
   --fail-every N --with STATUS   refuse every Nth poll (with 503)
   --seed N          for what is random, to repeat it; --help; --version
   --record FILE     append each exchange as a line of JSON, without credentials

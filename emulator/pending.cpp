@@ -1,5 +1,7 @@
 #include "emulator/pending.h"
 
+#include "emulator/front/front.h"
+
 #include <cstddef>
 #include <map>
 
@@ -35,6 +37,7 @@ void readHeaders(MHD_Connection* connection, const char* method, const char* pat
     request.ifNoneMatch = headerOf(connection, "If-None-Match");
     request.host = headerOf(connection, "Host");
     request.origin = headerOf(connection, "Origin");
+    request.isHttp2 = headerOf(connection, "Via") == front::via;
     pending.exchange.method = request.method;
     pending.exchange.userAgent = headerOf(connection, "User-Agent");
     pending.exchange.ifNoneMatch = request.ifNoneMatch;

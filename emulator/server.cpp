@@ -7,9 +7,12 @@
 #include "emulator/page_requests.h"
 #include "emulator/sending.h"
 
+#include <fcntl.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <memory>
 #include <utility>
@@ -45,6 +48,13 @@ ControlPlane::Server::Server(Options options) : options_(std::move(options)) {
         options_.account.apiUrl = baseUrl();
     }
     daemon_ = start(listener);
+    if (isHttps()) {
+        front_ = std::make_unique<front::Front>(
+            front::Options{.listener = listener,
+                           .certificatePem = options_.certificatePem,
+                           .privateKeyPem = options_.privateKeyPem,
+                           .connect = [this] { return connect(); }});
+    }
     timeKeeper_ = std::thread([this] { keepTime(); });
 }
 
@@ -59,27 +69,42 @@ ControlPlane::Server::~Server() {
     MHD_stop_daemon(daemon_);
 }
 
-/// The library closes `listener` when it stops.
+/// The library listens by itself, and closes `listener` when it stops, unless the front does.
 MHD_Daemon* ControlPlane::Server::start(int listener) {
-    std::vector<MHD_OptionItem> tls{{MHD_OPTION_END, 0, nullptr}};
+    std::array<MHD_OptionItem, 2> listening{
+        {{MHD_OPTION_LISTEN_SOCKET, listener, nullptr}, {MHD_OPTION_END, 0, nullptr}}};
     unsigned flags = MHD_USE_AUTO_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME;
     if (isHttps()) {
-        flags |= MHD_USE_TLS;
-        tls = {{MHD_OPTION_HTTPS_MEM_CERT, 0, options_.certificatePem.data()},
-               {MHD_OPTION_HTTPS_MEM_KEY, 0, options_.privateKeyPem.data()},
-               {MHD_OPTION_END, 0, nullptr}};
+        flags |= MHD_USE_NO_LISTEN_SOCKET;
+        listening[0] = listening[1];
     }
-    MHD_Daemon* const daemon =
-        MHD_start_daemon(flags, 0, nullptr, nullptr, onRequest, this, MHD_OPTION_LISTEN_SOCKET,
-                         listener, MHD_OPTION_CONNECTION_LIMIT, maxConnections,
-                         MHD_OPTION_URI_LOG_CALLBACK, onTarget, this, MHD_OPTION_NOTIFY_COMPLETED,
-                         onCompleted, this, MHD_OPTION_ARRAY, tls.data(), MHD_OPTION_END);
+    MHD_Daemon* const daemon = MHD_start_daemon(
+        flags, 0, nullptr, nullptr, onRequest, this, MHD_OPTION_CONNECTION_LIMIT, maxConnections,
+        MHD_OPTION_URI_LOG_CALLBACK, onTarget, this, MHD_OPTION_NOTIFY_COMPLETED, onCompleted, this,
+        MHD_OPTION_ARRAY, listening.data(), MHD_OPTION_END);
     if (daemon == nullptr) {
         ::close(listener);
-        throw BadInput(isHttps() ? "the HTTP library does not take the certificate"
-                                 : "the HTTP library does not start");
+        throw BadInput("the HTTP library does not start");
     }
     return daemon;
+}
+
+/// A connection from the front, whose end is returned. -1 when there can be none.
+int ControlPlane::Server::connect() {
+    sockaddr address{};
+    address.sa_family = AF_UNIX;
+    std::array<int, 2> ends{};
+    const std::scoped_lock lock(mutex_);
+    if (stopping_ || ::socketpair(AF_UNIX, SOCK_STREAM, 0, ends.data()) != 0) {
+        return -1;
+    }
+    // The library closes its end, whatever happens.
+    (void)::fcntl(ends[1], F_SETFD, FD_CLOEXEC);
+    if (MHD_add_connection(daemon_, ends[1], &address, sizeof address) != MHD_YES) {
+        ::close(ends[0]);
+        return -1;
+    }
+    return ends[0];
 }
 
 std::string ControlPlane::Server::baseUrl() const {

@@ -4,12 +4,14 @@
 #include "emulator/control_plane.h"
 #include "emulator/devices.h"
 #include "emulator/event_stream.h"
+#include "emulator/front/front.h"
 #include "emulator/hang_ups.h"
 #include "emulator/holds.h"
 #include "emulator/pending.h"
 
 #include <microhttpd.h>
 
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -43,6 +45,7 @@ class ControlPlane::Server : private EventSource {
 
     bool isHttps() const { return !options_.certificatePem.empty(); }
     MHD_Daemon* start(int listener);
+    int connect();
     MHD_Result answer(MHD_Connection* connection, Pending& pending);
 
     // These expect the mutex to be held.
@@ -81,6 +84,7 @@ class ControlPlane::Server : private EventSource {
     Clock::time_point streamsToldAt_;
     unsigned polls_ = 0;
     MHD_Daemon* daemon_ = nullptr;
+    std::unique_ptr<front::Front> front_;  // With HTTPS only.
     std::thread timeKeeper_;
 };
 

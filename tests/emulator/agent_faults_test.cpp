@@ -1,4 +1,5 @@
 #include "emulator/agent_requests.h"
+#include "emulator/front/front.h"
 #include "sample_account.h"
 
 #include <gtest/gtest.h>
@@ -46,6 +47,13 @@ TEST(AFault, MayBeSilenceOrALostConnection) {
     const std::string garbage = std::get<Drop>(struckBy(FaultKind::garbage)).bytes;
     EXPECT_GT(garbage.size(), 4U);
     EXPECT_FALSE(garbage.starts_with("HTTP"));
+}
+
+TEST(AFault, MayBeAGatewayThatShutsDown) {
+    Request request = aPollToStrike();
+    EXPECT_EQ(std::get<Drop>(struckBy(FaultKind::goAway, request)).bytes, "");
+    request.isHttp2 = true;
+    EXPECT_EQ(std::get<Drop>(struckBy(FaultKind::goAway, request)).bytes, front::goAway);
 }
 
 TEST(AFault, MayDropTheConnectionInTheMiddleOfThePolicy) {

@@ -14,6 +14,7 @@ namespace orvane::emulator {
 struct Answer {
     CURLcode result = CURLE_OK;
     long status = 0;
+    long version = 0;  ///< a CURL_HTTP_VERSION_...
     std::string body;
     std::string headers;
 };
@@ -50,6 +51,14 @@ class Call {
         curl_easy_setopt(curl_.get(), CURLOPT_CAINFO, certificate.c_str());
         return *this;
     }
+    Call& offerOnly(long version) {
+        curl_easy_setopt(curl_.get(), CURLOPT_HTTP_VERSION, version);
+        return *this;
+    }
+    Call& withoutBody() {
+        curl_easy_setopt(curl_.get(), CURLOPT_NOBODY, 1L);
+        return *this;
+    }
     Call& giveUpAfter(std::chrono::milliseconds time) {
         curl_easy_setopt(curl_.get(), CURLOPT_TIMEOUT_MS, static_cast<long>(time.count()));
         return *this;
@@ -64,6 +73,7 @@ class Call {
         curl_easy_setopt(curl_.get(), CURLOPT_HEADERDATA, &answer.headers);
         answer.result = curl_easy_perform(curl_.get());
         curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &answer.status);
+        curl_easy_getinfo(curl_.get(), CURLINFO_HTTP_VERSION, &answer.version);
         return answer;
     }
 

@@ -224,6 +224,7 @@ const std::vector<FaultCase>& faultCases() {
         {FaultKind::noEtag, "without the member \"etag\""},
         {FaultKind::longEtag, "an \"etag\" of 9000 bytes", 1s},
         {FaultKind::huge, "larger than 104857600 bytes"},
+        {FaultKind::goAway, "The network connection was lost"},
         {FaultKind::outage, "The network connection was lost"}};
     return cases;
 }
@@ -272,12 +273,16 @@ TEST(NoControlPlane, IsOneFinding) {
 
 using ACheckOverHttps = ScratchDirectory;
 
-TEST_F(ACheckOverHttps, TrustsTheAuthorityThatItIsGiven) {
-    const TlsFiles files = makeTlsFiles(path_, "127.0.0.1");
+Options httpsOptions(const TlsFiles& files) {
     Options options = optionsOfAGoodOne();
     options.certificatePem = *readFile(files.certificate);
     options.privateKeyPem = *readFile(files.privateKey);
-    ControlPlane plane(options);
+    return options;
+}
+
+TEST_F(ACheckOverHttps, TrustsTheAuthorityThatItIsGiven) {
+    const TlsFiles files = makeTlsFiles(path_, "127.0.0.1");
+    ControlPlane plane(httpsOptions(files));
     plane.setPolicy(firstText);
     EXPECT_THAT(textsIn(checked(aSubject(plane.baseUrl(), ample))),
                 ElementsAre(HasSubstr("--ca FILE")));
@@ -289,6 +294,21 @@ TEST_F(ACheckOverHttps, TrustsTheAuthorityThatItIsGiven) {
     }
     EXPECT_FALSE(std::filesystem::exists(place));
     EXPECT_EQ(TrustedAuthority::directory(), "");
+}
+
+/// What exactly is wrong differs between the versions of libcurl.
+TEST_F(ACheckOverHttps, NamesTheFaultsBelowHttp2) {
+    const TlsFiles files = makeTlsFiles(path_, "127.0.0.1");
+    ControlPlane plane(httpsOptions(files));
+    plane.setPolicy(firstText);
+    const TrustedAuthority authority(files.authority);
+    for (const FaultKind kind : {FaultKind::goAway, FaultKind::outage, FaultKind::garbage}) {
+        plane.setFaults({{.kind = kind}});
+        EXPECT_THAT(textsIn(checked(aSubject(plane.baseUrl(), ample))),
+                    ElementsAre(AllOf(HasSubstr("A poll without an ETag: \""),
+                                      HasSubstr("polls again after 60 s"))))
+            << nameOf(kind);
+    }
 }
 
 TEST_F(ACheckOverHttps, TakesFilesWithSeveralAuthorities) {

@@ -92,7 +92,7 @@ TEST(Fault, EachKindHasANameOfItsOwn) {
         EXPECT_NE(faultKindsText().find(each.name), std::string::npos);
         names.emplace(each.name);
     }
-    EXPECT_EQ(names.size(), 17U);
+    EXPECT_EQ(names.size(), 18U);
 }
 
 TEST(Fault, StrikesTheDeviceThatItIsForAndNobodyElse) {
