@@ -13,6 +13,7 @@ struct Exchange {
     std::string device;       ///< See deviceOf; empty for requests of people.
     std::string userAgent;    ///< As sent.
     std::string ifNoneMatch;  ///< As sent, with its quotes; empty when absent.
+    bool isHttp2 = false;
     bool isPoll = false;
     std::chrono::seconds wait{0};       ///< How long a poll wants to be held.
     unsigned status = 0;                ///< 0 while the request is held, and without an answer.

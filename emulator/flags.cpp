@@ -155,8 +155,8 @@ Serves a guard policy to agents and holds their polls until it changes.
   --policy FILE     the policy to serve; reread when the file changes
   --port N          the port (any free one); --port-file FILE is given it
   --listen ADDRESS  where to listen, for other machines to connect (127.0.0.1)
-  --tls DIRECTORY   speak HTTPS with a certificate that is made in DIRECTORY,
-                    or with --cert FILE --private-key FILE
+  --tls DIRECTORY   speak HTTPS (HTTP/2 or 1.1) with a certificate that is made
+                    in DIRECTORY, or with --cert FILE --private-key FILE
   --key KEY         what agents send as X-Orv-Key (local-key)
   --device TOKEN --tenant SLUG   the device identity that is known, and what it
                     is given: --agent-slug SLUG --agent-type TYPE --api-url URL
@@ -164,8 +164,8 @@ Serves a guard policy to agents and holds their polls until it changes.
   --fault NAME[,device=SLUG][,percent=N][,seconds=N][,delay=N]   (repeatable)
                     unauthorized forbidden not-found too-large-header slow huge
                     server-error never-answer drop-mid-body truncate garbage
-                    html-portal redirect instant-304 no-etag long-etag outage
-                    goaway
+                    html-portal redirect instant-304 no-etag long-etag goaway
+                    outage
   --fail-every N --with STATUS   refuse every Nth poll (with 503)
   --seed N          for what is random, to repeat it; --help; --version
   --record FILE     append each exchange as a line of JSON, without credentials

@@ -30,8 +30,9 @@ using namespace orvane::emulator;
 
 constexpr std::chrono::milliseconds lookInterval{250};
 
-/// A descriptor for each held poll, and some more.
+/// A descriptor for each held poll, or three with HTTPS, and some more.
 constexpr rlim_t wantedDescriptors = 10'500;
+constexpr rlim_t wantedWithTls = 30'500;
 
 volatile std::sig_atomic_t stopAsked = 0;
 
@@ -105,13 +106,15 @@ void servePolicyOf(const WatchedFile& file, ControlPlane& controlPlane) {
 }
 
 /// The usual limit allows a thousand.
-void allowManyConnections() {
+void allowManyConnections(const Flags& flags) {
+    const bool isHttps = !flags.tlsDirectory.empty() || !flags.certificate.empty();
+    const rlim_t wanted = isHttps ? wantedWithTls : wantedDescriptors;
     rlimit limit{};
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wantedDescriptors) {
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= wanted) {
         return;
     }
-    limit.rlim_cur = std::min(limit.rlim_max, wantedDescriptors);
-    if (setrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur < wantedDescriptors) {
+    limit.rlim_cur = std::min(limit.rlim_max, wanted);
+    if (setrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur < wanted) {
         printLine("the limit of open files (ulimit -Hn) allows fewer than 10,000 held polls");
     }
 }
@@ -240,7 +243,7 @@ int main(int argc, char** argv) {
         }
         static_cast<void>(std::signal(SIGINT, askToStop));
         static_cast<void>(std::signal(SIGTERM, askToStop));
-        allowManyConnections();
+        allowManyConnections(flags);
         serve(flags);
     } catch (const BadInput& mistake) {
         complain(mistake.what());

@@ -39,6 +39,7 @@ void readHeaders(MHD_Connection* connection, const char* method, const char* pat
     request.origin = headerOf(connection, "Origin");
     request.isHttp2 = headerOf(connection, "Via") == front::via;
     pending.exchange.method = request.method;
+    pending.exchange.isHttp2 = request.isHttp2;
     pending.exchange.userAgent = headerOf(connection, "User-Agent");
     pending.exchange.ifNoneMatch = request.ifNoneMatch;
     pending.headersRead = true;

@@ -16,6 +16,7 @@ std::string recordLine(const Exchange& exchange, std::chrono::system_clock::time
                      {"target", exchange.target},
                      {"user_agent", exchange.userAgent},
                      {"if_none_match", exchange.ifNoneMatch},
+                     {"http2", exchange.isHttp2},
                      {"status", exchange.status},
                      {"bytes", exchange.bytes},
                      {"held_ms", exchange.held.count()},

@@ -228,6 +228,7 @@ class RecordTest(ProgramTest):
                          [("GET", 200, "laptop"), ("GET", 200, "laptop"), ("GET", 401, "laptop"), ("PUT", 204, "")])
         self.assertEqual(lines[0]["user_agent"], "Agent/1")
         self.assertEqual(lines[0]["bytes"], len(POLICY))
+        self.assertEqual({line["http2"] for line in lines}, {False})
 
     def test_the_record_ends_where_the_disk_is_full(self):
         self.start("--policy", self.policy, "--record", "/dev/full")

@@ -205,7 +205,8 @@ class FaultTest(PageTest):
         "unauthorized": "401", "forbidden": "403", "not-found": "404", "too-large-header": "431", "server-error": "500",
         "slow": "of 300 s", "never-answer": "of 300 s", "drop-mid-body": "200", "truncate": "200",
         "garbage": "no answer", "html-portal": "200", "redirect": "302", "instant-304": "304", "no-etag": "200",
-        "long-etag": "200", "huge": "200", "outage": "no answer",
+        "long-etag": "200", "huge": "200", "goaway": "no answer",
+        "outage": "no answer",
     }
 
     def test_each_fault_shows_in_the_row_of_the_device(self):
