@@ -38,7 +38,7 @@ struct Request {
     std::string origin;                        ///< Header Origin.
     std::string body;                          ///< Cut off where it became too long.
     bool bodyTooLong = false;
-    bool isHttp2 = false;                      ///< Between the agent and the front.
+    bool isHttp2 = false;  ///< Between the agent and the front.
 };
 
 /// The item `name` of the query; empty when there is none.

@@ -32,7 +32,8 @@ constexpr std::array<FaultDescription, 18> descriptions{{
     {FaultKind::noEtag, "no-etag", "the policy without an ETag; agents poll again at full speed"},
     {FaultKind::longEtag, "long-etag", "an ETag of 9,000 characters"},
     {FaultKind::huge, "huge", "a policy of 101 MiB, more than agents take"},
-    {FaultKind::goAway, "goaway", "the connection is ended with GOAWAY, as by a gateway that restarts"},
+    {FaultKind::goAway, "goaway",
+     "the connection is ended with GOAWAY, as by a gateway that restarts"},
     {FaultKind::outage, "outage", "every connection is lost, for 60 s or the time given"},
 }};
 

@@ -15,6 +15,7 @@
 #include <array>
 #include <csignal>
 #include <memory>
+#include <stdexcept>
 #include <utility>
 #include <variant>
 
@@ -49,11 +50,7 @@ ControlPlane::Server::Server(Options options) : options_(std::move(options)) {
     }
     daemon_ = start(listener);
     if (isHttps()) {
-        front_ = std::make_unique<front::Front>(
-            front::Options{.listener = listener,
-                           .certificatePem = options_.certificatePem,
-                           .privateKeyPem = options_.privateKeyPem,
-                           .connect = [this] { return connect(); }});
+        front_ = startFront(listener);
     }
     timeKeeper_ = std::thread([this] { keepTime(); });
 }
@@ -87,6 +84,20 @@ MHD_Daemon* ControlPlane::Server::start(int listener) {
         throw BadInput("the HTTP library does not start");
     }
     return daemon;
+}
+
+std::unique_ptr<front::Front> ControlPlane::Server::startFront(int listener) {
+    front::Options options{.listener = listener,
+                           .certificatePem = options_.certificatePem,
+                           .privateKeyPem = options_.privateKeyPem,
+                           .connect = [this] { return connect(); }};
+    try {
+        return std::make_unique<front::Front>(std::move(options));
+    } catch (const std::runtime_error& error) {
+        MHD_stop_daemon(daemon_);
+        ::close(listener);
+        throw BadInput(error.what());
+    }
 }
 
 /// A connection from the front, whose end is returned. -1 when there can be none.

@@ -45,6 +45,7 @@ class ControlPlane::Server : private EventSource {
 
     bool isHttps() const { return !options_.certificatePem.empty(); }
     MHD_Daemon* start(int listener);
+    std::unique_ptr<front::Front> startFront(int listener);
     int connect();
     MHD_Result answer(MHD_Connection* connection, Pending& pending);
 

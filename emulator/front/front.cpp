@@ -23,8 +23,7 @@ class Front::Loop {
     explicit Loop(Options options)
         : options_(std::move(options)),
           context_(contextFor(options_.certificatePem, options_.privateKeyPem)) {
-        (void)::fcntl(options_.listener, F_SETFL,
-                      ::fcntl(options_.listener, F_GETFL) | O_NONBLOCK);
+        (void)::fcntl(options_.listener, F_SETFL, ::fcntl(options_.listener, F_GETFL) | O_NONBLOCK);
         (void)readiness_.watch(options_.listener, listenerId);
         thread_ = std::thread([this] { run(); });
     }

@@ -46,7 +46,7 @@ class H2Connection : public Protocol {
     const Backend& backend_;
     std::unique_ptr<nghttp2_session, decltype(&nghttp2_session_del)> session_;
     std::map<std::int32_t, H2Stream> streams_;  // By their id.
-    std::optional<std::string> lastBytes_;  // What is sent before the connection is lost.
+    std::optional<std::string> lastBytes_;      // What is sent before the connection is lost.
     bool isBroken_ = false;
 };
 

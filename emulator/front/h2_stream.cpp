@@ -20,8 +20,8 @@ void H2Stream::send(const Backend& backend, bool isComplete) {
     if (backend_) {
         backend_->send(textOf(request) + body_);
     } else {
-        head_ = AnswerHead{
-            .status = unavailable, .headers = {{"content-length", "0"}}, .length = 0};
+        head_ =
+            AnswerHead{.status = unavailable, .headers = {{"content-length", "0"}}, .length = 0};
         status_ = unavailable;
         left_ = 0;
     }

@@ -12,8 +12,8 @@ namespace {
 /// Those that say something of one connection only.
 bool isOfTheConnection(std::string_view name) {
     constexpr std::array<std::string_view, 7> names{
-        "connection", "keep-alive", "proxy-connection", "te", "transfer-encoding", "upgrade",
-        "expect"};
+        "connection", "keep-alive", "proxy-connection", "te", "transfer-encoding",
+        "upgrade",    "expect"};
     return std::find(names.begin(), names.end(), name) != names.end();
 }
 

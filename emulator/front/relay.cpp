@@ -27,8 +27,7 @@ End Relay::end() const {
     if (!backend_) {
         return End::abrupt;
     }
-    const bool isDone =
-        backend_->hasEnded() && backend_->received().empty() && client_.isFlushed();
+    const bool isDone = backend_->hasEnded() && backend_->received().empty() && client_.isFlushed();
     return isDone ? End::orderly : End::none;
 }
 

@@ -92,8 +92,8 @@ Wire::Moved TlsWire::readSome(char* bytes, std::size_t most) {
 
 Wire::Moved TlsWire::writeSome(std::string_view bytes) {
     ERR_clear_error();
-    return movedBy(SSL_write(ssl_.get(), bytes.data(),
-                             static_cast<int>(std::min(bytes.size(), muchWaiting))));
+    return movedBy(
+        SSL_write(ssl_.get(), bytes.data(), static_cast<int>(std::min(bytes.size(), muchWaiting))));
 }
 
 Wire::Moved TlsWire::movedBy(int result) {

@@ -101,8 +101,13 @@ TEST_F(AControlPlaneOverHttp2, StreamsEvents) {
 TEST_F(AControlPlaneOverHttp2, KnowsItsOwnAddressAndOthers) {
     EXPECT_EQ(call("/faults").send().status, 200);
     EXPECT_EQ(call("/faults").header("Host: evil.example").send().status, 403);
-    EXPECT_EQ(call("/faults").method("PUT").header("Origin: https://evil.example").body("[]").send()
-                  .status, 403);
+    EXPECT_EQ(call("/faults")
+                  .method("PUT")
+                  .header("Origin: https://evil.example")
+                  .body("[]")
+                  .send()
+                  .status,
+              403);
 }
 
 TEST_F(AControlPlaneOverHttp2, NoticesAtOnceThatAnAgentHangsUp) {
@@ -127,8 +132,7 @@ TEST_F(AControlPlaneOverHttp2, HasTheSameFaultsBelowHttpInBothVersions) {
     plane.setPolicy(firstText);
     for (const Seen& seen :
          {Seen{FaultKind::goAway}, Seen{FaultKind::outage}, Seen{FaultKind::garbage},
-          Seen{FaultKind::truncate, false, 200},
-          Seen{FaultKind::neverAnswer, true, 0, 500ms}}) {
+          Seen{FaultKind::truncate, false, 200}, Seen{FaultKind::neverAnswer, true, 0, 500ms}}) {
         for (const long version : {CURL_HTTP_VERSION_2TLS, CURL_HTTP_VERSION_1_1}) {
             SCOPED_TRACE(std::string(nameOf(seen.kind)) + ' ' + std::to_string(version));
             plane.setFaults({{.kind = seen.kind}});
@@ -136,7 +140,8 @@ TEST_F(AControlPlaneOverHttp2, HasTheSameFaultsBelowHttpInBothVersions) {
             EXPECT_EQ(answer.result != CURLE_OK, seen.isError) << answer.result;
             EXPECT_EQ(answer.result == CURLE_OPERATION_TIMEDOUT, seen.patience < 1s);
             EXPECT_EQ(answer.status, seen.status);
-            EXPECT_EQ(answer.body, firstText.substr(0, seen.status == 0 ? 0 : firstText.size() / 2));
+            EXPECT_EQ(answer.body,
+                      firstText.substr(0, seen.status == 0 ? 0 : firstText.size() / 2));
         }
     }
     plane.setFaults({});

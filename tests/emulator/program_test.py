@@ -86,6 +86,13 @@ class InputTest(ProgramTest):
             with self.subTest(arguments=arguments):
                 self.assertEqual(self.refusal(*arguments), complaint)
 
+    def test_a_certificate_that_is_too_weak(self):
+        files = [self.directory / "weak.pem", self.directory / "weak.key"]
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "rsa:512", "-nodes", "-subj", "/CN=localhost",
+                        "-out", files[0], "-keyout", files[1]], check=True, capture_output=True)
+        self.assertEqual(self.refusal("--cert", files[0], "--private-key", files[1]),
+                         "the TLS library does not take the certificate")
+
     def test_a_port_that_is_taken(self):
         with socket.create_server(("127.0.0.1", 0)) as taken:
             port = taken.getsockname()[1]
