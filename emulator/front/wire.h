@@ -22,7 +22,7 @@ class Wire {
     /// True if anything has changed.
     bool move();
 
-    /// What has come. Whoever takes something removes it.
+    /// What has come. Who takes something removes it.
     std::string& received() { return received_; }
     /// Adds to what is to be sent.
     void send(std::string_view bytes) { toSend_ += bytes; }
