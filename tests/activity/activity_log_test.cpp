@@ -233,6 +233,15 @@ TEST_F(ActivityLogTest, TheManualAndTheFormatForLnavHaveTheMembersOfALine) {
     EXPECT_EQ(formatMembers(), members);
 }
 
+TEST_F(ActivityLogTest, TheManualsSampleHasTheMembersOfAPoll) {
+    const std::string page = readFile(ORVANE_SOURCE_DIRECTORY "/docs/files.md");
+    const std::size_t sample = page.find("{\"bytes\":");
+    ASSERT_NE(sample, std::string::npos);
+    record();
+    EXPECT_EQ(membersOf(page.substr(sample, page.find('\n', sample) - sample)),
+              membersOf(content()));
+}
+
 TEST_F(ActivityLogTest, NumbersAreWrittenInFull) {
     constexpr auto most = std::numeric_limits<std::int64_t>::max();
     constexpr auto least = std::numeric_limits<std::int64_t>::min();

@@ -1,5 +1,6 @@
-// Fixed paths. Declared once; defined in paths_machine.cpp for the daemon and in a fake under
-// tests/support that puts everything below one directory. The choice is made at link time.
+// Fixed paths. Declared once; defined in paths_machine.cpp for the daemon, in a fake under
+// tests/support that puts everything below one directory, and in emulator/check for the check of
+// control planes. The choice is made at link time.
 #pragma once
 
 #include <filesystem>
