@@ -148,7 +148,7 @@ TEST(Record, HasALineOfJsonForAnExchange) {
     const json line = json::parse(recordLine(exchange, noon + 1ms));
     EXPECT_EQ(line, json::parse(R"({"ts":"1970-01-01T12:00:00.001Z","device":"a","method":"GET",
         "target":"/api?wait=300","user_agent":"Agent/1","if_none_match":"\"tag\"","status":304,
-        "bytes":0,"held_ms":1500,"fault":"slow","hung_up":false})"));
+        "bytes":0,"held_ms":1500,"fault":"slow","hung_up":false,"http2":false})"));
 }
 
 }  // namespace
