@@ -1,7 +1,6 @@
 #include "emulator/front/h2_stream.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace orvane::front {
 
@@ -74,7 +73,7 @@ std::size_t H2Stream::takeBody(std::uint8_t* buffer, std::size_t most) {
         count = static_cast<std::size_t>(std::min<std::uint64_t>(count, *left_));
         *left_ -= count;
     }
-    std::memcpy(buffer, received.data(), count);
+    std::copy_n(received.begin(), count, buffer);
     received.erase(0, count);
     return count;
 }

@@ -57,7 +57,7 @@ std::string textOf(const RequestHead& request) {
     text += "Via: " + std::string(via) + "\r\n";
     for (const auto& [name, value] : request.headers) {
         if (!name.starts_with(':') && name != "host" && !isOfTheConnection(name)) {
-            text += name + ": " + value + "\r\n";
+            text.append(name).append(": ").append(value).append("\r\n");
         }
     }
     return text + "\r\n";

@@ -46,7 +46,7 @@ class Wire {
     int socket() const { return socket_; }
 
   private:
-    virtual Moved readSome(char* buffer, std::size_t most);
+    virtual Moved readSome(char* bytes, std::size_t most);
     virtual Moved writeSome(std::string_view bytes);
 
     int socket_;
@@ -67,7 +67,7 @@ class TlsWire : public Wire {
     void finish() override;
 
   private:
-    Moved readSome(char* buffer, std::size_t most) override;
+    Moved readSome(char* bytes, std::size_t most) override;
     Moved writeSome(std::string_view bytes) override;
     Moved movedBy(int result);
 

@@ -66,15 +66,20 @@ class Call {
 
     Answer send() {
         Answer answer;
+        answer.result = curl_easy_perform(handle(answer));
+        curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &answer.status);
+        curl_easy_getinfo(curl_.get(), CURLINFO_HTTP_VERSION, &answer.version);
+        return answer;
+    }
+
+    /// What libcurl sends the request with, whose answer goes to `answer`.
+    CURL* handle(Answer& answer) {
         curl_easy_setopt(curl_.get(), CURLOPT_HTTPHEADER, headers_.get());
         curl_easy_setopt(curl_.get(), CURLOPT_WRITEFUNCTION, collect);
         curl_easy_setopt(curl_.get(), CURLOPT_WRITEDATA, &answer.body);
         curl_easy_setopt(curl_.get(), CURLOPT_HEADERFUNCTION, collect);
         curl_easy_setopt(curl_.get(), CURLOPT_HEADERDATA, &answer.headers);
-        answer.result = curl_easy_perform(curl_.get());
-        curl_easy_getinfo(curl_.get(), CURLINFO_RESPONSE_CODE, &answer.status);
-        curl_easy_getinfo(curl_.get(), CURLINFO_HTTP_VERSION, &answer.version);
-        return answer;
+        return curl_.get();
     }
 
     /// Sends the request and ends it when `received`, which gets the body as it comes, has `text`.

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -117,6 +118,41 @@ TEST_F(AControlPlaneOverHttp2, NoticesAtOnceThatAnAgentHangsUp) {
         std::this_thread::sleep_for(1ms);
     }
     EXPECT_EQ(plane.heldPolls(), 0U);
+}
+
+TEST_F(AControlPlaneOverHttp2, LetsGoOfAPollThatIsResetAndKeepsTheOtherOfItsConnection) {
+    const std::unique_ptr<CURLM, decltype(&curl_multi_cleanup)> multi(curl_multi_init(),
+                                                                      curl_multi_cleanup);
+    int running = 0;
+    const auto transferUntil = [&](const auto& condition) {
+        const auto end = std::chrono::steady_clock::now() + 20s;
+        while (!condition() && std::chrono::steady_clock::now() < end) {
+            curl_multi_perform(multi.get(), &running);
+            curl_multi_poll(multi.get(), nullptr, 0, 1, nullptr);
+        }
+        EXPECT_TRUE(condition());
+    };
+    Call reset = poll();
+    Call kept = poll();
+    Answer none;
+    Answer answer;
+    curl_multi_add_handle(multi.get(), reset.handle(none));
+    transferUntil([&] { return plane.heldPolls() == 1; });
+    curl_multi_add_handle(multi.get(), kept.handle(answer));
+    transferUntil([&] { return plane.heldPolls() == 2; });
+    curl_multi_remove_handle(multi.get(), reset.handle(none));
+    Call other = call("/faults");  // together with which the library sends the reset
+    Answer faults;
+    curl_multi_add_handle(multi.get(), other.handle(faults));
+    transferUntil([&] { return plane.heldPolls() == 1; });
+    plane.setPolicy(firstText);
+    transferUntil([&] { return running == 0; });
+    EXPECT_EQ(answer.body, firstText);
+    long connections = -1;
+    curl_easy_getinfo(kept.handle(answer), CURLINFO_NUM_CONNECTS, &connections);
+    EXPECT_EQ(connections, 0);
+    curl_multi_remove_handle(multi.get(), other.handle(faults));
+    curl_multi_remove_handle(multi.get(), kept.handle(answer));
 }
 
 /// What a client sees of a fault, over whichever version of HTTP. Which error it is differs between
