@@ -133,7 +133,8 @@ Flags readFlags(std::span<const char* const> arguments) {
         if (reader == readers.end()) {
             throw BadInput("there is no option \"" + name + "\"; --help lists them");
         }
-        if (++i == arguments.size()) {
+        // An option in the place of its value was hardly meant as one.
+        if (++i == arguments.size() || std::string_view(arguments[i]).starts_with("--")) {
             throw BadInput(name + " needs a value; --help lists the options");
         }
         try {

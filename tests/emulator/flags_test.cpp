@@ -93,6 +93,8 @@ TEST(Flags, NoneIsNeeded) {
 
 TEST(Flags, WhatMakesNoSenseIsRefusedInALine) {
     EXPECT_EQ(complaintAboutFlags("--key"), "--key needs a value; --help lists the options");
+    EXPECT_EQ(complaintAboutFlags("--tls --port 1"),
+              "--tls needs a value; --help lists the options");
     EXPECT_EQ(complaintAboutFlags("--nonsense 1"),
               "there is no option \"--nonsense\"; --help lists them");
     EXPECT_EQ(complaintAboutFlags("stray"), "there is no option \"stray\"; --help lists them");
