@@ -30,7 +30,7 @@ std::optional<OrvaneConfig::Profile> configFileProfile(const std::vector<std::st
 }  // namespace
 
 const std::filesystem::path& OrvaneConfig::configPath() {
-    // artificial branch: another thread initializes it
+    // branch of a race: another thread initializes it
     static const std::filesystem::path path = paths::orvaneDirectory() / "config";
     return path;
 }

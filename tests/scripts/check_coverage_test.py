@@ -11,6 +11,7 @@ checker = importlib.util.module_from_spec(importlib.util.spec_from_loader("check
 LOADER.exec_module(checker)
 
 MARK = "// artificial branch: no other value"
+RACE = "// branch of a race: another thread initializes it"
 
 
 def condition(falls_through, jumps):
@@ -72,6 +73,12 @@ class CheckCoverageTest(unittest.TestCase):
     def test_a_mark_without_such_a_branch_is_one(self):
         self.assertEqual(self.gaps(switch(1, 2, 3), above=MARK), ["no artificial branch"])
         self.assertEqual(self.gaps([], above=MARK), ["no artificial branch"])
+
+    def test_a_branch_of_a_race_may_be_taken_or_not(self):
+        self.assertEqual(self.gaps(condition(5, 0), above=RACE), [])
+        self.assertEqual(self.gaps(condition(5, 1), above=RACE), [])
+        self.assertEqual(self.gaps(condition(5, 0)), ["1 of 2 branches not taken"])
+        self.assertEqual(self.gaps([], above=RACE), ["no branch"])
 
 
 if __name__ == "__main__":

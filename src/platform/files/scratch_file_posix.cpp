@@ -78,7 +78,7 @@ class ScratchFile {
     explicit ScratchFile(const fs::path& target) : target_(target) {
         // One name per process and target: no other process of this account uses it, and if nothing
         // can be removed there, one leftover stays, not one for each write.
-        // artificial branch: another thread initializes it
+        // branch of a race: another thread initializes it
         static const std::string processToken = randomToken();
         const fs::path usual = scratchPath(target, processToken);
         if (create(usual) || errno != EEXIST) {

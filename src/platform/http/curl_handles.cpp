@@ -12,7 +12,7 @@ constexpr auto quickExitOfAll = static_cast<CURLMoption>(CURLOPTTYPE_LONG + 21);
 }  // namespace
 
 void initializeLibraryOnce() {
-    // artificial branch: another thread initializes it
+    // branch of a race: another thread initializes it
     static const CURLcode done = curl_global_init(CURL_GLOBAL_DEFAULT);
     (void)done;
 }

@@ -78,7 +78,7 @@ HttpSession& HttpSession::shared() {
     static constexpr HttpLimits limits{.inactivity = std::chrono::seconds(60),
                                        .total = std::chrono::seconds(360)};
     static auto* const session =
-        // artificial branch: another thread initializes it
+        // branch of a race: another thread initializes it
         new HttpSession(limits);  // NOLINT(cppcoreguidelines-owning-memory)
     return *session;
 }
