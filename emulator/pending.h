@@ -24,7 +24,8 @@ struct Pending {
     Exchange exchange;
     bool headersRead = false;
     bool isHeld = false;       // Has been, at least once.
-    bool gone = false;         // The peer hung up.
+    bool gone = false;         // The peer hung up while it was held.
+    bool isOver = false;       // What became of it has been noted.
     std::uint64_t number = 0;  // Of a poll among its device's, once it is counted.
     bool isRefused = false;    // For its number among all polls.
     std::optional<std::chrono::milliseconds> hold;  // How long at most, once that is decided.

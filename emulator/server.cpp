@@ -70,7 +70,9 @@ ControlPlane::Server::~Server() {
 MHD_Daemon* ControlPlane::Server::start(int listener) {
     std::array<MHD_OptionItem, 2> listening{
         {{MHD_OPTION_LISTEN_SOCKET, listener, nullptr}, {MHD_OPTION_END, 0, nullptr}}};
-    unsigned flags = MHD_USE_AUTO_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME;
+    // Not with epoll: the library takes 128 events at a time, and if there are just as many, it looks
+    // at none of them before another one comes. Held requests cost poll() nothing.
+    unsigned flags = MHD_USE_POLL_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME;
     if (isHttps()) {
         flags |= MHD_USE_NO_LISTEN_SOCKET;
         listening[0] = listening[1];
@@ -156,13 +158,21 @@ MHD_Result ControlPlane::Server::onRequest(void* self, MHD_Connection* connectio
     return static_cast<Server*>(self)->answer(connection, pending);
 }
 
-void ControlPlane::Server::onCompleted(void*, MHD_Connection*, void** context,
-                                       MHD_RequestTerminationCode) {
-    const std::unique_ptr<Pending> ended(static_cast<Pending*>(std::exchange(*context, nullptr)));
+void ControlPlane::Server::onCompleted(void* self, MHD_Connection*, void** context,
+                                       MHD_RequestTerminationCode code) {
+    const std::unique_ptr<Pending> pending(static_cast<Pending*>(std::exchange(*context, nullptr)));
+    if (pending && pending->isHeld && !pending->isOver &&
+        code != MHD_REQUEST_TERMINATED_DAEMON_SHUTDOWN) {
+        static_cast<Server*>(self)->hungUp(*pending);
+    }
 }
 
-/// Runs again for the same request each time it is released from a hold.
+/// Runs again for the same request each time it is released from a hold, unless the library itself
+/// notices that the peer is gone.
 MHD_Result ControlPlane::Server::answer(MHD_Connection* connection, Pending& pending) {
+    if (pending.gone) {
+        return MHD_NO;
+    }
     const bool wasHeld = pending.isHeld;
     Decision decision = [&] {
         const std::scoped_lock lock(mutex_);
@@ -180,13 +190,19 @@ MHD_Result ControlPlane::Server::answer(MHD_Connection* connection, Pending& pen
     if (isFromAgent(pending.request) || changesSomething(pending.request)) {
         tell(options_.onExchange, pending.exchange);
     }
-    if (pending.gone) {
-        return MHD_NO;
-    }
     if (const auto* const drop = std::get_if<Drop>(&decision)) {
         return send(connection, *drop);
     }
     return send(connection, std::get<Reply>(std::move(decision)));
+}
+
+void ControlPlane::Server::hungUp(Pending& pending) {
+    {
+        const std::scoped_lock lock(mutex_);
+        pending.exchange.hungUp = true;
+        (void)ended(pending, Drop{});
+    }
+    tell(options_.onExchange, pending.exchange);
 }
 
 void ControlPlane::Server::replacePolicy(Policy policy) {

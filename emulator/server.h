@@ -48,6 +48,7 @@ class ControlPlane::Server : private EventSource {
     std::unique_ptr<front::Front> startFront(int listener);
     int connect();
     MHD_Result answer(MHD_Connection* connection, Pending& pending);
+    void hungUp(Pending& pending);
 
     // These expect the mutex to be held.
     Decision settle(MHD_Connection* connection, Pending& pending);

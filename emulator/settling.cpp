@@ -24,10 +24,6 @@ std::string event(const char* name, const std::string& data) {
 /// What to do now: Hold means that the request is held already. Looking at the policy and joining
 /// the held ones is one step, so that no change can slip in between.
 Decision ControlPlane::Server::settle(MHD_Connection* connection, Pending& pending) {
-    if (pending.gone) {
-        pending.exchange.hungUp = true;
-        return ended(pending, Drop{});
-    }
     Decision decision = decisionFor(pending);
     if (std::holds_alternative<Silence>(decision)) {
         if (!stopping_) {
@@ -132,6 +128,7 @@ std::chrono::milliseconds ControlPlane::Server::holdFor(const Pending& pending,
 
 /// Notes what became of the request.
 Decision ControlPlane::Server::ended(Pending& pending, Decision decision) {
+    pending.isOver = true;
     Exchange& exchange = pending.exchange;
     if (const auto* const reply = std::get_if<Reply>(&decision)) {
         exchange.status = reply->status;

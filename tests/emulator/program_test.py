@@ -279,12 +279,15 @@ class HeldPollsTest(ProgramTest):
             self.skipTest(f"only {hard} files can be open")
         resource.setrlimit(resource.RLIMIT_NOFILE, (hard, hard))
 
-    def poll(self, number):
+    def poll(self, number, etag="one"):
         connection = socket.create_connection(("127.0.0.1", self.port))
         self.addCleanup(connection.close)
-        connection.sendall(f"GET {POLL}device-{number} HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Orv-Key: local-key\r\n"
-                           'If-None-Match: "one"\r\n\r\n'.encode())
+        self.send_poll(connection, number, etag)
         return connection
+
+    def send_poll(self, connection, number, etag="one"):
+        connection.sendall(f"GET {POLL}device-{number} HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Orv-Key: local-key\r\n"
+                           f'If-None-Match: "{etag}"\r\n\r\n'.encode())
 
     def memory(self, process):
         status = pathlib.Path(f"/proc/{process.pid}/status").read_text()
@@ -312,6 +315,19 @@ class HeldPollsTest(ProgramTest):
         print(f"{held} MiB for {HELD_POLLS} held polls, {self.memory(process)} MiB at most; "
               f"all answered after {took:.1f} s")
         self.assertLess(self.memory(process), MOST_MEMORY)
+
+    def test_polls_that_come_all_at_once_are_held(self):
+        """Just as many as libmicrohttpd takes from epoll at a time: it would look at none before another one came."""
+        process = self.start("--policy", self.policy)
+        polls = [self.poll(number, "none") for number in range(128)]
+        for connection in polls:
+            self.assertIn(b" 200 OK\r\n", connection.recv(65536))
+        process.send_signal(signal.SIGSTOP)
+        os.waitpid(process.pid, os.WUNTRACED)
+        for number, connection in enumerate(polls):
+            self.send_poll(connection, number)
+        process.send_signal(signal.SIGCONT)
+        self.wait_until(lambda: self.printed().count("-> held\n") == len(polls))
 
     def test_the_end_of_agents_is_noticed_at_once(self):
         self.start("--policy", self.policy)
