@@ -70,8 +70,8 @@ ControlPlane::Server::~Server() {
 MHD_Daemon* ControlPlane::Server::start(int listener) {
     std::array<MHD_OptionItem, 2> listening{
         {{MHD_OPTION_LISTEN_SOCKET, listener, nullptr}, {MHD_OPTION_END, 0, nullptr}}};
-    // Not with epoll: the library takes 128 events at a time, and if there are just as many, it looks
-    // at none of them before another one comes. Held requests cost poll() nothing.
+    // Not with epoll: the library takes 128 events at a time, and if there are just as many, it
+    // looks at none of them before another one comes. Held requests cost poll() nothing.
     unsigned flags = MHD_USE_POLL_INTERNAL_THREAD | MHD_ALLOW_SUSPEND_RESUME;
     if (isHttps()) {
         flags |= MHD_USE_NO_LISTEN_SOCKET;
