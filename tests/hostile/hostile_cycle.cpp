@@ -87,10 +87,6 @@ ExpectedResult answered(int status, std::size_t bytes) {
     return {status, static_cast<std::int64_t>(bytes), std::nullopt};
 }
 
-std::ostream& operator<<(std::ostream& stream, const ServerFault& fault) {
-    return stream << fault.name;
-}
-
 std::ostream& operator<<(std::ostream& stream, Endpoint endpoint) {
     switch (endpoint) {
         case Endpoint::poll:
@@ -105,7 +101,7 @@ std::ostream& operator<<(std::ostream& stream, Endpoint endpoint) {
 
 std::string nameOf(const testing::TestParamInfo<HostileCase>& info) {
     std::ostringstream name;
-    name << std::get<ServerFault>(info.param) << std::get<Endpoint>(info.param);
+    name << std::get<const ServerFault*>(info.param)->name << std::get<Endpoint>(info.param);
     return name.str();
 }
 
@@ -218,7 +214,8 @@ FaultContext HostileCycleTest::contextAt(Endpoint endpoint) {
 }
 
 void HostileCycleTest::expectEndured(const HostileCase& hostileCase) {
-    const auto& [fault, endpoint] = hostileCase;
+    const ServerFault& fault = *std::get<const ServerFault*>(hostileCase);
+    const auto endpoint = std::get<Endpoint>(hostileCase);
     writeFile(runner.policyPath, storedPolicy);
     writeFile(runner.etagPath, etagFileOf("stored"));
     writeFile(runner.effectivePath, storedEffective);

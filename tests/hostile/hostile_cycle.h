@@ -62,27 +62,32 @@ struct ServerFault {
     std::function<void(const FaultContext&)> undo = nullptr;
 };
 
-std::ostream& operator<<(std::ostream& stream, const ServerFault& fault);
 std::ostream& operator<<(std::ostream& stream, Endpoint endpoint);
 
-/// A fault and the endpoint it is injected at.
-using HostileCase = std::tuple<ServerFault, Endpoint>;
+/// A fault and the endpoint it is injected at. A fault may hold megabytes, and every test is a
+/// process that lists all of them, so they are not copied.
+using HostileCase = std::tuple<const ServerFault*, Endpoint>;
 
 /// Names a parametrized test after its case.
 std::string nameOf(const testing::TestParamInfo<HostileCase>& info);
 
-/// Each of `faults` at each of `endpoints`. Under ThreadSanitizer at the first alone: what happens
-/// between threads is the same at all of them.
+/// Each of `faults`, which have to outlive the tests, at each of `endpoints`. Under ThreadSanitizer
+/// at the first alone: what happens between threads is the same at all of them.
 inline auto combine(const std::vector<ServerFault>& faults, std::vector<Endpoint> endpoints) {
     if constexpr (isThreadSanitized) {
         endpoints.resize(1);
     }
-    return testing::Combine(testing::ValuesIn(faults), testing::ValuesIn(endpoints));
+    std::vector<const ServerFault*> pointers;
+    for (const ServerFault& fault : faults) {
+        pointers.push_back(&fault);
+    }
+    return testing::Combine(testing::ValuesIn(pointers), testing::ValuesIn(endpoints));
 }
 
 inline auto onEveryEndpoint(const std::vector<ServerFault>& faults) {
     return combine(faults, {Endpoint::poll, Endpoint::effective, Endpoint::identity});
 }
+void onEveryEndpoint(std::vector<ServerFault>&& faults) = delete;
 
 using StepFor = std::function<Step(const FaultContext&)>;
 

@@ -179,9 +179,9 @@ class NightlyHostileHttp2Test : public HostileHttp2Test {};
 TEST_F(NightlyHostileHttp2Test, AnAbandonedIdentityLookupEndsTheFlood) {
     constexpr auto never = std::numeric_limits<std::size_t>::max();
     const std::string frames = repeated(frame(Type::unknown, 0, 0, "what?"), 1000);
-    expectEndured(
-        {onStream("Flood", failed(), [&](const FaultContext&) { return flood("", frames, never); }),
-         Endpoint::identity});
+    const ServerFault fault =
+        onStream("Flood", failed(), [&](const FaultContext&) { return flood("", frames, never); });
+    expectEndured({&fault, Endpoint::identity});
     // After 12 s the session gives up, if the flood lets it; its caller does after 15 s.
     EXPECT_GE(cycleTime, std::chrono::milliseconds(11900));
     EXPECT_LT(cycleTime, std::chrono::seconds(25));

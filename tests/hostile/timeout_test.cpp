@@ -151,8 +151,8 @@ TEST_P(HostileConnectTest, IsToleratedForHalfAMinuteAtMost) {
     EXPECT_LT(cycleTime, 60s);
 }
 
-INSTANTIATE_TEST_SUITE_P(, HostileConnectTest,
-                         onEveryEndpoint(std::vector<ServerFault>{dropsPackets()}), nameOf);
+const std::vector<ServerFault> droppers{dropsPackets()};
+INSTANTIATE_TEST_SUITE_P(, HostileConnectTest, onEveryEndpoint(droppers), nameOf);
 
 // --- One byte after another, endlessly
 
@@ -181,7 +181,8 @@ class NightlyHostileTrickleTest : public HostileCycleTest {};
 TEST_F(NightlyHostileTrickleTest, AnIdentityLookupTimesOutAfterFifteenSeconds) {
     const Step oneBytePerSecond =
         trickle("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n", ' ', 1s);
-    expectEndured({onRequest("Trickle", timedOut(200), oneBytePerSecond), Endpoint::identity});
+    const ServerFault fault = onRequest("Trickle", timedOut(200), oneBytePerSecond);
+    expectEndured({&fault, Endpoint::identity});
     EXPECT_GE(cycleTime, 14900ms);
     EXPECT_LT(cycleTime, 25s);
 }
