@@ -97,10 +97,10 @@ TEST_F(SourceTest, APollThatWentWhereTheConfigFileLeadsWasNoDevices) {
 
 TEST_F(SourceTest, WithoutAUsableConfigFileAPollWasTheDevices) {
     writeIdentity();
-    const auto poll = pollOf("https://assigned", "?wait=300&agent_slug=x");
-    EXPECT_EQ(currentSource(poll)->name, "device");
+    const auto line = pollOf("https://assigned", "?wait=300&agent_slug=x");
+    EXPECT_EQ(currentSource(line)->name, "device");
     writeConfig("https://a host");
-    EXPECT_EQ(currentSource(poll)->name, "device");
+    EXPECT_EQ(currentSource(line)->name, "device");
 }
 
 TEST_F(SourceTest, AnIdentityThatTheDaemonCannotUseDoesNotCount) {
