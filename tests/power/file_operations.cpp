@@ -7,7 +7,6 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -22,35 +21,47 @@ namespace {
 
 using Kind = FileOperation::Kind;
 
-/// Takes note of what succeeded.
+class Recorder;
+
+std::mutex
+    mutex;  // The session's thread opens and closes files, too, when a recording begins and ends.
+Recorder* recorder = nullptr;
+
+/// Takes note of what succeeds while it exists. `mutex` guards everything.
 class Recorder {
   public:
-    explicit Recorder(const std::filesystem::path& root) : root_(root.string() + "/") {}
+    explicit Recorder(const std::filesystem::path& root) : root_(root.string() + "/") {
+        const std::lock_guard lock(mutex);
+        recorder = this;
+    }
+    ~Recorder() {
+        const std::lock_guard lock(mutex);
+        recorder = nullptr;
+    }
+    Recorder(const Recorder&) = delete;
+    Recorder& operator=(const Recorder&) = delete;
 
     void opened(const std::string& path, int descriptor, bool creates) {
-        const std::lock_guard lock(mutex_);
         if (const auto name = below(path)) {
             handles_[descriptor] = ++lastHandle_;
             operations_.push_back({Kind::open, *name, "", lastHandle_, creates, modeOf(path)});
         }
     }
-    void closed(int descriptor) {
-        const std::lock_guard lock(mutex_);
-        handles_.erase(descriptor);
-    }
+    void closed(int descriptor) { handles_.erase(descriptor); }
     void used(Kind kind, int descriptor, std::string bytes, unsigned mode = 0) {
-        const std::lock_guard lock(mutex_);
         if (const auto handle = handles_.find(descriptor); handle != handles_.end()) {
             operations_.push_back({kind, "", std::move(bytes), handle->second, false, mode});
         }
     }
     void named(Kind kind, const std::string& path, const std::string& target = "") {
-        const std::lock_guard lock(mutex_);
         if (const auto name = below(path)) {
             operations_.push_back({kind, *name, below(target).value_or("")});
         }
     }
-    std::vector<FileOperation> take() { return std::move(operations_); }
+    std::vector<FileOperation> take() {
+        const std::lock_guard lock(mutex);
+        return std::move(operations_);
+    }
 
   private:
     [[nodiscard]] std::optional<std::string> below(const std::string& path) const {
@@ -58,19 +69,17 @@ class Recorder {
     }
 
     const std::string root_;
-    std::mutex mutex_;
     std::map<int, int> handles_;  ///< of the descriptors that are open
     int lastHandle_ = 0;
     std::vector<FileOperation> operations_;
 };
 
-std::atomic<Recorder*> recorder = nullptr;  // other threads look whether it is theirs
-
 /// Passes `result` on, after `note` if it means success.
 template <typename Result, typename Note>
 Result noted(Result result, const Note& note) {
-    if (Recorder* const current = recorder; current != nullptr && result >= 0) {
-        note(*current);
+    const std::lock_guard lock(mutex);
+    if (recorder != nullptr && result >= 0) {
+        note(*recorder);
     }
     return result;
 }
@@ -80,9 +89,7 @@ Result noted(Result result, const Note& note) {
 std::vector<FileOperation> recordFileOperations(const std::filesystem::path& root,
                                                 const std::function<void()>& body) {
     Recorder own(root);
-    recorder = &own;
     body();
-    recorder = nullptr;
     return own.take();
 }
 
@@ -122,9 +129,8 @@ int fsync(int descriptor) {
 }
 
 int close(int descriptor) {
-    if (auto* const current = orvane::test::recorder.load(); current != nullptr) {
-        current->closed(descriptor);
-    }
+    // Before it is closed, for then another thread may get the same descriptor.
+    (void)noted(0, [&](auto& notes) { notes.closed(descriptor); });
     return static_cast<int>(::syscall(SYS_close, descriptor));
 }
 

@@ -9,11 +9,14 @@
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <iostream>
 #include <iterator>
 #include <memory>
+#include <thread>
 
 namespace orvane::test {
 namespace {
@@ -305,6 +308,20 @@ const auto allStarts = ::testing::ValuesIn(starts());
 const auto nameOf = [](const auto& start) { return std::string(start.param.name); };
 INSTANTIATE_TEST_SUITE_P(From, EveryLossTest, allStarts, nameOf);
 INSTANTIATE_TEST_SUITE_P(From, NightlyEveryLossTest, allStarts, nameOf);
+
+TEST(FileOperationsTest, ARecordingEndsWhileAnotherThreadClosesFiles) {
+    std::atomic<bool> isOver = false;
+    std::thread other([&] {
+        while (!isOver) {
+            (void)::close(-1);
+        }
+    });
+    for (int i = 0; i < 100'000; ++i) {
+        EXPECT_TRUE(recordFileOperations("/", [] {}).empty());
+    }
+    isOver = true;
+    other.join();
+}
 
 TEST_F(PowerLossTest, TheFlushesThatKeepWhatIsPromisedAreMissedWhenTheyAreNotThere) {
     const auto faults = faultsWithoutEachFlush(starts().at(1));
