@@ -30,9 +30,9 @@ def main(arguments):
     if arguments == ["--list"]:
         print(*GROUPS)
         return 0
-    strangers = [name for name in arguments if name not in (*GROUPS, "--short")]
-    if strangers:
-        sys.exit(f"bench/run: there is no group {strangers[0]}; bench/run --list has their names")
+    unknown = [name for name in arguments if name not in (*GROUPS, "--short")]
+    if unknown:
+        sys.exit(f"bench/run: there is no group {unknown[0]}; bench/run --list has their names")
     h.make_certificates()
     os.sync()  # a program that was just built counts as written to
     if arguments == ["--short"]:

@@ -23,8 +23,8 @@ using Kind = FileOperation::Kind;
 
 class Recorder;
 
-std::mutex
-    mutex;  // The session's thread opens and closes files, too, when a recording begins and ends.
+/// The session's thread opens and closes files, too, also when a recording begins or ends.
+std::mutex mutex;
 Recorder* recorder = nullptr;
 
 /// Takes note of what succeeds while it exists. `mutex` guards everything.
