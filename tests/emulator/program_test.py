@@ -337,6 +337,16 @@ class HeldPollsTest(ProgramTest):
             connection.close()
         self.wait_until(lambda: self.printed().count("-> hung up") == len(polls))
 
+    def test_when_it_stops_itself_no_agent_has_hung_up(self):
+        for _ in range(5):  # The library's thread may be quick enough to answer them all.
+            process = self.start("--policy", self.policy)
+            polls = [self.poll(number) for number in range(300)]
+            self.wait_until(lambda: self.printed().count("-> held\n") == len(polls))
+            process.terminate()
+            process.wait()
+            self.assertNotIn("-> hung up", self.printed())
+            (self.directory / "port").unlink()
+
 
 if __name__ == "__main__":
     PROGRAM = os.path.abspath(sys.argv.pop(1))
