@@ -337,6 +337,14 @@ class HeldPollsTest(ProgramTest):
             connection.close()
         self.wait_until(lambda: self.printed().count("-> hung up") == len(polls))
 
+    def test_half_a_request_is_no_exchange(self):
+        self.start("--policy", self.policy)
+        with socket.create_connection(("127.0.0.1", self.port)) as connection:
+            connection.sendall(f"GET {POLL}half HTTP/1.1\r\nHost: ".encode())
+        for number in range(3):  # By the last one the end of the first is noticed.
+            self.assertIn(b" 200 OK\r\n", self.poll(number, "none").recv(65536))
+        self.assertNotIn("hung up", self.printed())
+
     def test_when_it_stops_itself_no_agent_has_hung_up(self):
         for _ in range(5):  # The library's thread may be quick enough to answer them all.
             process = self.start("--policy", self.policy)
