@@ -6,18 +6,16 @@ target_compile_options(orvane_settings INTERFACE
   -Wall -Wextra -Wpedantic -Wconversion -Wsign-conversion -Wshadow -Wold-style-cast
   -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align -Wcast-qual -Wformat=2 -Wundef
   -Wimplicit-fallthrough -Wextra-semi -Wzero-as-null-pointer-constant
-  -fstack-protector-strong)
+  -fstack-protector-strong
+  $<$<CXX_COMPILER_ID:Clang,AppleClang>:-Wreserved-identifier -Wreserved-macro-identifier>)
 
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 include(CheckPIESupported)
 check_pie_supported(LANGUAGES CXX)
 
-# The tests, and everything in presets that are built once and run once, are compiled several files at a
-# time, which takes less (CMAKE_UNITY_BUILD). Preset dev compiles each file of the daemon by itself, and so
-# finds what it forgot to include.
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # It takes every file for a header but the one that includes the others.
+  # Where several files are compiled at a time, it takes every file for a header but the one that includes the others.
   target_compile_options(orvane_settings INTERFACE
     $<$<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>:-Wno-subobject-linkage>)
 endif()

@@ -78,6 +78,9 @@ bool fails() {
 extern "C" {
 
 // The C library's own, under the names that it keeps for such cases.
+#if defined(__clang__)
+#pragma clang diagnostic ignored "-Wreserved-identifier"
+#endif
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);

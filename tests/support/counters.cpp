@@ -9,8 +9,8 @@
 #include <cstdlib>
 
 // libgcov's.
-extern "C" void __gcov_dump();   // NOLINT(bugprone-reserved-identifier,cert-dcl*)
-extern "C" void __gcov_reset();  // NOLINT(bugprone-reserved-identifier,cert-dcl*)
+extern "C" void __gcov_dump();
+extern "C" void __gcov_reset();
 
 namespace {
 
