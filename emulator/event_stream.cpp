@@ -5,7 +5,7 @@
 namespace orvane::emulator {
 namespace {
 
-constexpr std::size_t blockSize = std::size_t{16} * 1024;
+constexpr std::size_t eventBlockSize = std::size_t{16} * 1024;
 
 struct EventStream {
     EventSource& source;
@@ -40,7 +40,7 @@ void freeEvents(void* context) {
 
 MHD_Result sendEvents(MHD_Connection* connection, EventSource& source) {
     MHD_Response* const response = MHD_create_response_from_callback(
-        MHD_SIZE_UNKNOWN, blockSize, readEvents,
+        MHD_SIZE_UNKNOWN, eventBlockSize, readEvents,
         std::make_unique<EventStream>(EventStream{source, connection}).release(), freeEvents);
     if (response == nullptr) {
         return MHD_NO;

@@ -135,10 +135,10 @@ TEST(WholeMillisecondsDeathTest, WhatDoesNotFitEndsTheProcess) {
         -infinity,
         std::numeric_limits<double>::quiet_NaN(),
     };
-    for (const double seconds : table) {
-        EXPECT_EXIT((void)wholeMilliseconds(seconds), ::testing::KilledBySignal(SIGABRT),
+    for (const double elapsed : table) {
+        EXPECT_EXIT((void)wholeMilliseconds(elapsed), ::testing::KilledBySignal(SIGABRT),
                     "elapsed time does not fit in 64 bits")
-            << seconds;
+            << elapsed;
     }
 }
 

@@ -163,7 +163,7 @@ void loseUpdate(Facts& facts, seconds ended, seconds lastGood) {
     facts.history.lastUpdate = facts.history.lastPoll;
 }
 
-const std::vector<Case> files{
+const std::vector<Case> storedFiles{
     {"Rubbish", [](Facts& f) { loseUpdate(f, seconds(11), seconds(300)); }, Level::degraded,
      "policy-not-stored", "was not stored", "no policy in it"},
     {"RubbishForLong", [](Facts& f) { loseUpdate(f, seconds(11), seconds(700)); },
@@ -237,7 +237,7 @@ std::string nameOfCase(const ::testing::TestParamInfo<Case>& info) {
 }
 INSTANTIATE_TEST_SUITE_P(Services, VerdictTest, ::testing::ValuesIn(services), nameOfCase);
 INSTANTIATE_TEST_SUITE_P(Polls, VerdictTest, ::testing::ValuesIn(polls), nameOfCase);
-INSTANTIATE_TEST_SUITE_P(Files, VerdictTest, ::testing::ValuesIn(files), nameOfCase);
+INSTANTIATE_TEST_SUITE_P(Files, VerdictTest, ::testing::ValuesIn(storedFiles), nameOfCase);
 
 TEST(VerdictPageTest, TheManualHasEveryProblemAndItsExitStatuses) {
     using Table = std::map<std::string, std::set<int>>;
@@ -253,7 +253,7 @@ TEST(VerdictPageTest, TheManualHasEveryProblemAndItsExitStatuses) {
     }
     const Verdict noAnswer = unpacked("bob", "").verdict;
     Table known{{noAnswer.problem, {static_cast<int>(noAnswer.level)}}};
-    for (const auto& cases : {services, polls, files}) {
+    for (const auto& cases : {services, polls, storedFiles}) {
         for (const Case& each : cases) {
             if (each.level != Level::healthy) {
                 known[each.problem].insert(static_cast<int>(each.level));
