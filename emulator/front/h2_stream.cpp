@@ -1,6 +1,7 @@
 #include "emulator/front/h2_stream.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace orvane::front {
 

@@ -28,6 +28,7 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstdint>
+#include <list>
 #include <map>
 #include <string>
 #include <vector>
@@ -272,7 +273,9 @@ TEST_F(MacSourcesTest, TheHardwareRegistryAloneKnowsTheMachine) {
 using orvane::test::fake;
 
 os_log_t os_log_create(const char* subsystem, const char* category) {
-    return new FakeLog{subsystem, category};  // never released, as with the system's
+    static std::list<FakeLog> logs;  // never released, as with the system's
+    logs.push_back({subsystem, category});
+    return &logs.back();
 }
 
 void fakeLogWithType(os_log_t log, os_log_type_t type, const char* format, const char* text) {
