@@ -117,7 +117,7 @@ class TestTest(unittest.TestCase):
     def test_a_mac_is_told_what_takes_linux(self):
         self.let_ctest_find("passed")
         self.stand_in("bin/uname", "echo Darwin")
-        for preset in ("libcxx", "asan"):
+        for preset in ("libcxx", "asan", "asan-daemon"):
             result = self.run_it(preset)
             self.assertEqual((result.returncode, result.stdout, result.stderr), (2, "", f"test: {preset} takes Linux\n"))
         self.assertFalse((self.checkout / "calls").exists())
