@@ -88,9 +88,8 @@ ServerFault says(std::string name, ExpectedResult expected, std::string frames) 
 
 ServerFault floodsWith(std::string name, ExpectedResult expected, const std::string& head,
                        const std::string& part) {
-    return onStream(std::move(name), std::move(expected), [=](const FaultContext&) {
-        return flood(head, repeated(part, 1000), 1U << 20U);
-    });
+    return onStream(std::move(name), std::move(expected),
+                    [=](const FaultContext&) { return flood(head, repeated(part, 1000)); });
 }
 
 /// The same after a header that the library has handed out.
@@ -101,7 +100,7 @@ ServerFault floodsAfterAHeaderWith(std::string name, ExpectedResult expected,
                                                const ReceivedRequest& request) {
             (void)connection.send(okHeader);
             letWorkerTakeIn(session);
-            return flood("", repeated(part, 1000), 1U << 20U)(connection, request);
+            return flood("", repeated(part, 1000))(connection, request);
         };
     });
 }
