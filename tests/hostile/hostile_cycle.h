@@ -71,17 +71,24 @@ using HostileCase = std::tuple<const ServerFault*, Endpoint>;
 /// Names a parametrized test after its case.
 std::string nameOf(const testing::TestParamInfo<HostileCase>& info);
 
-/// Each of `faults`, which have to outlive the tests, at each of `endpoints`. Under ThreadSanitizer
-/// at the first alone: what happens between threads is the same at all of them.
+/// Each of `faults`, which have to outlive the tests, at each of `endpoints`; if
+/// ORVANE_EACH_FAULT_ONCE at one of them, in turn. Under ThreadSanitizer at the first alone: what
+/// happens between threads is the same at all of them.
 inline auto combine(const std::vector<ServerFault>& faults, std::vector<Endpoint> endpoints) {
     if constexpr (isThreadSanitized) {
         endpoints.resize(1);
     }
-    std::vector<const ServerFault*> pointers;
+    std::vector<HostileCase> cases;
     for (const ServerFault& fault : faults) {
-        pointers.push_back(&fault);
+        if constexpr (ORVANE_EACH_FAULT_ONCE) {
+            cases.emplace_back(&fault, endpoints[cases.size() % endpoints.size()]);
+        } else {
+            for (const Endpoint endpoint : endpoints) {
+                cases.emplace_back(&fault, endpoint);
+            }
+        }
     }
-    return testing::Combine(testing::ValuesIn(pointers), testing::ValuesIn(endpoints));
+    return testing::ValuesIn(cases);
 }
 
 inline auto onEveryEndpoint(const std::vector<ServerFault>& faults) {
