@@ -31,10 +31,10 @@ using namespace std::string_literals;
 constexpr const char* timedOut = "The request timed out.";
 constexpr const char* wholeAnswer = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nbody";
 
-// The clock does not move between two advances, apart from the milliseconds that the test itself
-// takes: what is to be in time keeps a distance of at least 30 seconds from the limit.
 class HttpLimitsTest : public HttpTest {
   protected:
+    HttpLimitsTest() { virtual_clock::stop(); }
+
     /// Starts a request that `manualStep` will answer.
     Exchange start(HttpRequest request) {
         server.on("/p", {manualStep.step()});

@@ -355,7 +355,10 @@ TEST_F(GatewayShutdownTest, ButNotAThirdTime) {
 
 class SilentAddressTest : public HttpTest {
   protected:
-    SilentAddressTest() { ca.trustIn(paths::certificateDirectory()); }
+    SilentAddressTest() {
+        ca.trustIn(paths::certificateDirectory());
+        virtual_clock::stop();
+    }
 
     TestCa ca;
     ScriptedServer server{ca.issueForLoopback()};

@@ -15,6 +15,7 @@ namespace {
 struct State {
     std::mutex mutex;
     std::chrono::nanoseconds offset{0};
+    std::optional<std::chrono::steady_clock::time_point> stoppedAt;
     std::optional<std::chrono::nanoseconds> wallClock;
     std::vector<double> sleeps;
     std::function<void(double)> hook;
@@ -32,6 +33,11 @@ namespace virtual_clock {
 void advance(std::chrono::nanoseconds by) {
     const std::lock_guard lock(state().mutex);
     state().offset += by;
+}
+
+void stop() {
+    const std::lock_guard lock(state().mutex);
+    state().stoppedAt = std::chrono::steady_clock::now();
 }
 
 void setWallClock(std::optional<std::chrono::nanoseconds> sinceEpoch) {
@@ -52,6 +58,7 @@ void onSleep(std::function<void(double)> hook) {
 void reset() {
     const std::lock_guard lock(state().mutex);
     state().offset = {};
+    state().stoppedAt.reset();
     state().wallClock.reset();
     state().sleeps.clear();
     state().hook = nullptr;
@@ -63,7 +70,7 @@ namespace clock {
 
 TimePoint monotonicNow() {
     const std::lock_guard lock(state().mutex);
-    return std::chrono::steady_clock::now() + state().offset;
+    return state().stoppedAt.value_or(std::chrono::steady_clock::now()) + state().offset;
 }
 
 std::chrono::nanoseconds sinceEpoch() {

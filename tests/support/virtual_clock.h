@@ -11,6 +11,10 @@ namespace orvane::virtual_clock {
 /// Moves the monotonic clock forward. Threads that block on a deadline notice within milliseconds.
 void advance(std::chrono::nanoseconds by);
 
+/// From now on the monotonic clock moves by `advance` and by sleeping alone, however long a busy
+/// machine takes for the test.
+void stop();
+
 /// Fixes the wall clock at `sinceEpoch`; absent lets it follow the machine's.
 void setWallClock(std::optional<std::chrono::nanoseconds> sinceEpoch);
 
