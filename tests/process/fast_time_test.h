@@ -70,7 +70,7 @@ class FastTimeTest : public PrivateRootTest {
 
     /// `milliseconds` and what a busy machine may add to it.
     static auto about(long milliseconds) {
-        constexpr long slack = 25'000;  // 2.5 s of ours; there are 30 s between two of the limits
+        constexpr long slack = 20'000;  // two seconds of ours
         return ::testing::AllOf(::testing::Ge(milliseconds), ::testing::Le(milliseconds + slack));
     }
 
