@@ -42,9 +42,9 @@ std::size_t depthOf(std::string_view text) {
     return deepest;
 }
 
-/// Whether some exponent has ten digits or more, in a text without strings.
-bool mayHoldHugeExponent(std::string_view text) {
-    static const std::regex pattern("[0-9][eE][+-]?[0-9]{10}");
+/// Whether some exponent has more than nine digits, in a text without strings.
+bool holdsHugeExponent(std::string_view text) {
+    static const std::regex pattern("[0-9][eE][+-]?0*[1-9][0-9]{9}");
     return std::regex_search(text.begin(), text.end(), pattern);
 }
 
@@ -74,10 +74,10 @@ JsonModel::JsonModel(std::string_view text) {
         hasRepeatedKeys_ = true;
         top_ = parsed(text, 0, error);
     }
-    if ((top_ == nullptr && json_error_code(&error) == json_error_null_byte_in_key) ||
-        (top_ != nullptr && mayHoldHugeExponent(outsideStrings(text)))) {
+    if (top_ == nullptr && json_error_code(&error) == json_error_null_byte_in_key) {
         verdict_ = Verdict::unknown;
-    } else if (json_is_object(top_.get()) && depthOf(outsideStrings(text)) <= depthLimit) {
+    } else if (json_is_object(top_.get()) && depthOf(outsideStrings(text)) <= depthLimit &&
+               !holdsHugeExponent(outsideStrings(text))) {
         verdict_ = Verdict::usable;
     } else {
         top_ = nullptr;

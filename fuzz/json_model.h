@@ -19,8 +19,7 @@ class JsonModel {
   public:
     explicit JsonModel(std::string_view text);
 
-    /// Whether the text can be judged. It cannot when a key holds U+0000, or an exponent may be
-    /// beyond 32 bits, which the daemon refuses.
+    /// Whether the text can be judged. It cannot when a key holds U+0000.
     [[nodiscard]] bool isDecided() const { return verdict_ != Verdict::unknown; }
     /// Whether the text is an object that the daemon has to take.
     [[nodiscard]] bool isUsable() const { return verdict_ == Verdict::usable; }

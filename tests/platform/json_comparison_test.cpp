@@ -124,6 +124,8 @@ TEST(JsonComparisonTest, AnInvalidDocumentNeverMatches) {
                    {"null", false},
                    {R"({"x":1,})", false},
                    {R"({"x":1e999})", false},
+                   {R"({"x":1e-1000000000})", false},
+                   {R"({"x":[1e-99999,1e+0000000000001]})", true},
                    {"{\"x\":\"\xFF\"}", false},
                    {std::string("{\"x\":\0}", 7), false},
                    {"{\"x\":[" + deepest + closing + "]}", false}});

@@ -252,6 +252,19 @@ TEST(JsonReadingTest, ANumberBeyondADoubleMakesTheDocumentInvalid) {
     }
 }
 
+/// Of the parser's versions, some refuse what is beyond 32 bits, and others read zero.
+TEST(JsonReadingTest, AnExponentOfMoreThanNineDigitsMakesTheDocumentInvalid) {
+    for (const std::string number : {"1e-1000000000", "1E-2147483648", "1e-99999999999999999999",
+                                     "0e1000000000", "0.0e-1000000000", "1e-0000000001000000000"}) {
+        EXPECT_FALSE(isReadable(R"({"a":"x","b":)" + number + "}")) << number;
+    }
+    for (const std::string numbers :
+         {"1e-999999999", "0e999999999", "1e-000000000000000000005", "1e+000000000000000000005",
+          "1e5,1e-23456,1e-67890,12345678901234567890e1", "1e-99999,1234567890,1e-99999"}) {
+        EXPECT_TRUE(isReadable(R"({"a":"x","b":[)" + numbers + "]}")) << numbers;
+    }
+}
+
 // --- Depth
 
 TEST(JsonReadingTest, FiveHundredAndTwelveLevelsAreReadOneMoreIsNot) {

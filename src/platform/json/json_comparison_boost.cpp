@@ -5,7 +5,6 @@
 #include "platform/text/text.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstdint>
 #include <utility>
 
@@ -92,8 +91,8 @@ class Comparer : public ParserEvents {
     bool on_uint64(std::uint64_t /*value*/, std::string_view /*end*/, error_code& error) {
         return check(takeOther(), error);
     }
-    bool on_double(double value, std::string_view /*end*/, error_code& error) {
-        return check(!std::isinf(value) && takeOther(), error);
+    bool on_double(double value, std::string_view end, error_code& error) {
+        return check(!isBeyondRange(value, end) && takeOther(), error);
     }
     bool on_bool(bool value, error_code& error) {
         const bool* const expected =

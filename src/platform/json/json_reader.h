@@ -2,9 +2,9 @@
 //
 // Strict RFC 8259 over UTF-8; one leading byte order mark is tolerated. The top level must be an
 // object. The whole text is refused if it contains nesting deeper than 512, invalid UTF-8, lone
-// surrogates, a raw NUL, a number beyond the range of a double or an exponent beyond 32 bits. Of
-// duplicate keys the first wins. No tree is built: memory use depends on the members requested, not
-// on the document.
+// surrogates, a raw NUL, a number beyond the range of a double or an exponent of more than nine
+// digits. Of duplicate keys the first wins. No tree is built: memory use depends on the members
+// requested, not on the document.
 #pragma once
 
 #include "platform/text/string_list.h"

@@ -5,7 +5,6 @@
 
 #include <boost/json/src.hpp>
 
-#include <cmath>
 #include <utility>
 
 namespace orvane::json {
@@ -77,10 +76,8 @@ class Picker : public ParserEvents {
     bool on_uint64(std::uint64_t /*value*/, std::string_view /*end*/, error_code& error) {
         return keepOther(error);
     }
-    bool on_double(double value, std::string_view /*end*/, error_code& error) {
-        // Infinity is a number beyond the range. NaN is not: the parser makes it of a zero with a
-        // huge exponent.
-        return std::isinf(value) ? refuse(error) : keepOther(error);
+    bool on_double(double value, std::string_view end, error_code& error) {
+        return isBeyondRange(value, end) ? refuse(error) : keepOther(error);
     }
     bool on_bool(bool value, error_code& error) {
         return keep([=] { return value; }, error);
