@@ -246,7 +246,6 @@ int Transfer::noteSending(void* self, char* /*peer*/, char* /*own*/, int /*peers
     transfer.openSockets_->noteSending();
     ++transfer.timesSent_;
     transfer.isConnecting_ = false;
-    transfer.touch();
     return CURL_PREREQFUNC_OK;
 }
 
