@@ -46,8 +46,8 @@ void runProcess() noexcept {
     unsetVariable("SSLKEYLOGFILE");
     try {
         logger = std::make_unique<const Logger>(daemonLogger());
-        removeLeftovers();
         logger->log("OrvanePolicyDaemon starting (pid=%{public}d)", processId());
+        removeLeftovers();
         runner = std::make_unique<PolicyRunner>();
         runner->run();
         logger->error("OrvanePolicyDaemon main loop returned — exiting for launchd respawn");

@@ -3,7 +3,7 @@
 
 namespace orvane {
 
-/// Prepares the process, removes leftovers of a killed one, logs the start, creates the one runner
+/// Prepares the process, logs the start, removes leftovers of a killed one, creates the one runner
 /// and runs its loop on the calling thread. REQUIRES: no other threads yet.
 ///
 /// Does not return in normal operation. If the loop ends, or any thread throws (for example
