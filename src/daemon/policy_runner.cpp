@@ -74,7 +74,7 @@ void PolicyRunner::pollOnce(const Profile& profile) {
         session, *request, PartialResponse::discard,
         [this](const std::string& error) { logger.error("Poll error: %{public}s", error); });
     omitsLongEtag_ = hasLongEtag && !omitsEtag && mayRefuseEtag(answer.status);
-    switch (outcomeOf(answer.status)) {  // artificial branch: no other value
+    switch (outcomeOf(answer.status)) {
         case PollOutcome::unchanged:
             logger.debug("policy unchanged (etag=%{public}s)", etag.value_or("-"));
             break;
@@ -135,7 +135,7 @@ void PolicyRunner::fetchEffective(const Profile& profile) {
     }
     const HttpRequest request = effectiveRequest(*url, profile, hardwareUUID());
     const ExchangeResult answer = exchange(session, request, PartialResponse::keep);
-    switch (judgeEffective(answer.status, answer.body)) {  // artificial branch: no other value
+    switch (judgeEffective(answer.status, answer.body)) {
         case EffectiveOutcome::store:
             atomicWrite(*answer.body, effectivePath);
             logger.log("effective config updated (%{public}ld bytes)",

@@ -10,7 +10,7 @@ LOADER = importlib.machinery.SourceFileLoader("check_coverage", str(SCRIPT))
 checker = importlib.util.module_from_spec(importlib.util.spec_from_loader("check_coverage", LOADER))
 LOADER.exec_module(checker)
 
-MARK = "// artificial branch: no other value"
+MARK = "// artificial branch: defaulted"
 RACE = "// branch of a race: another thread initializes it"
 
 
@@ -31,10 +31,13 @@ def switch(*counts):
 
 
 class CheckCoverageTest(unittest.TestCase):
-    def gaps(self, branches, source="", above="", count=1):
+    def gaps(self, branches, source="", above="", count=1, below=()):
         """The gaps in a line of the report with these branches."""
         line = {"line_number": 2, "count": count, "branches": branches}
-        return checker.gaps_of(line, [above, source])[0]
+        return checker.gaps_of(line, [above, source, *below])[0]
+
+    def gaps_of_switch(self, counts, *body):
+        return self.gaps(switch(*counts), source="    switch (level) {", below=[*body, "    }", "    case outside:"])
 
     def test_what_was_taken_is_no_gap(self):
         self.assertEqual(self.gaps(condition(1, 2)), [])
@@ -59,20 +62,33 @@ class CheckCoverageTest(unittest.TestCase):
         self.assertEqual(self.gaps(condition(1, 2) + condition(0, 0) + switch(0, 0, 0)), [])
 
     def test_an_artificial_branch_is_none(self):
-        self.assertEqual(self.gaps(switch(1, 2, 0), source="switch (level) {  " + MARK), [])
-        self.assertEqual(self.gaps(switch(1, 2, 0), above="    " + MARK), [])
+        self.assertEqual(self.gaps(condition(1, 0), source="bool operator==() = default;  " + MARK), [])
+        self.assertEqual(self.gaps(condition(1, 0), above="    " + MARK), [])
         self.assertEqual(self.gaps(condition(1, 2) + condition(1, 0), above=MARK), [])
 
     def test_one_branch_more_is_one(self):
         self.assertEqual(self.gaps(switch(1, 0, 0), above=MARK), ["1 of 2 branches not taken"])
 
     def test_the_mark_is_for_one_line(self):
-        self.assertEqual(self.gaps(switch(1, 2, 0), above="switch (level) {  " + MARK),
-                         ["1 of 3 branches not taken"])
+        self.assertEqual(self.gaps(condition(1, 0), above="something;  " + MARK), ["1 of 2 branches not taken"])
 
     def test_a_mark_without_such_a_branch_is_one(self):
         self.assertEqual(self.gaps(switch(1, 2, 3), above=MARK), ["no artificial branch"])
         self.assertEqual(self.gaps([], above=MARK), ["no artificial branch"])
+
+    def test_the_way_for_no_case_of_a_switch_is_none(self):
+        cases = ["        case a:", "            return 1;", "        case b:", "            break;"]
+        self.assertEqual(self.gaps_of_switch([1, 2, 0], *cases), [])
+        self.assertEqual(self.gaps_of_switch([1, 2, 3], *cases), [])
+        self.assertEqual(self.gaps_of_switch([1, 0, 0], *cases), ["1 of 2 branches not taken"])
+        self.assertEqual(self.gaps_of_switch([1, 2, 0], "        case c:", *cases), [])
+
+    def test_another_way_of_it_is_one(self):
+        cases = ["        case a:", "            return 1;", "        case b:", "            break;"]
+        self.assertEqual(self.gaps_of_switch([1, 0], *cases), ["1 of 2 branches not taken"])
+        self.assertEqual(self.gaps_of_switch([1, 2, 0], *cases, "        default:", "            break;"),
+                         ["1 of 3 branches not taken"])
+        self.assertEqual(self.gaps_of_switch([1, 2, 3, 0], *cases), ["1 of 4 branches not taken"])
 
     def test_a_branch_of_a_race_may_be_taken_or_not(self):
         self.assertEqual(self.gaps(condition(5, 0), above=RACE), [])

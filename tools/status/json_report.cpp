@@ -38,7 +38,7 @@ class Members {
 };
 
 std::string_view nameOf(CaptureState state) {
-    switch (state) {  // artificial branch: no other value
+    switch (state) {
         case CaptureState::inStep:
             return "in step";
         case CaptureState::different:

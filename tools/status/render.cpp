@@ -37,7 +37,7 @@ Style styleFor(const Arguments& arguments, std::size_t terminalWidth) {
 
 std::string render(const Facts& facts, const Verdict& verdict, const Arguments& arguments,
                    const Style& style) {
-    switch (arguments.format) {  // artificial branch: no other value
+    switch (arguments.format) {
         case Format::json:
             return jsonReport(facts, verdict);
         case Format::prometheus:

@@ -5,7 +5,7 @@
 namespace orvane::status {
 
 std::optional<Verdict> judgeService(const Facts& facts) {
-    switch (facts.service.state) {  // artificial branch: no other value
+    switch (facts.service.state) {
         case ServiceState::stopped:
             return Verdict{.level = Level::notWorking,
                            .problem = "not-running",

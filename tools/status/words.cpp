@@ -50,7 +50,7 @@ std::size_t columnsOf(std::string_view text) {
 }  // namespace
 
 std::string_view nameOf(ServiceState state) {
-    switch (state) {  // artificial branch: no other value
+    switch (state) {
         case ServiceState::running:
             return "running";
         case ServiceState::restarting:

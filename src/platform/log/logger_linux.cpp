@@ -24,7 +24,7 @@ constexpr std::string_view identifier = "OrvanePolicyDaemon";
 
 /// syslog(3) priorities: err, notice, debug.
 std::string_view priorityOf(LogLevel level) {
-    switch (level) {  // artificial branch: no other value
+    switch (level) {
         case LogLevel::debug:
             return "7";
         case LogLevel::error:

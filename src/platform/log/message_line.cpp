@@ -14,7 +14,7 @@ namespace orvane {
 namespace {
 
 std::string_view nameOf(LogLevel level) {
-    switch (level) {  // artificial branch: no other value
+    switch (level) {
         case LogLevel::debug:
             return "debug";
         case LogLevel::error:
