@@ -13,6 +13,8 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -32,25 +34,23 @@ SystemCallHooks resolvingBy(Resolve resolve) {
     return hooks;
 }
 
+/// From 8.20 on, libcurl looks up each family of addresses on a thread of its own, and one of them
+/// may be late: what the hooks use is theirs, too.
 class NameLookupTest : public HttpTest {};
 
 TEST_F(NameLookupTest, ANewConnectionGoesWhereTheNameLeadsNow) {
-    std::atomic<bool> hasMoved = false;
-    std::atomic<int> lookups = 0;
-    const WithSystemCallHooks installed(resolvingBy([&](const std::string& host) {
+    const auto hasMoved = std::make_shared<std::atomic<bool>>(false);
+    const WithSystemCallHooks installed(resolvingBy([hasMoved](const std::string& host) {
         EXPECT_EQ(host, "server.test");
-        ++lookups;
-        return hasMoved ? "127.0.0.2" : "127.0.0.1";
+        return *hasMoved ? "127.0.0.2" : "127.0.0.1";
     }));
     ScriptedServer server;
     server.on("/p", {sendAndClose("HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"), answer(200)});
     HttpSession session(limits);
     const std::string url = "http://server.test:" + std::to_string(server.port()) + "/p";
     EXPECT_FALSE(fetch(session, url).error());
-    const int once = lookups;  // newer libraries ask for each family of addresses by itself
-    hasMoved = true;
+    *hasMoved = true;
     EXPECT_THAT(fetch(session, url).error(), Optional("Could not connect to the server."s));
-    EXPECT_EQ(lookups, 2 * once);
 }
 
 TEST_F(NameLookupTest, ANameServerThatHangsDoesNotHoldUpTheEndOfTheExchange) {
@@ -58,26 +58,30 @@ TEST_F(NameLookupTest, ANameServerThatHangsDoesNotHoldUpTheEndOfTheExchange) {
     if (curl_version_info(CURLVERSION_NOW)->version_num < withQuickExit) {
         GTEST_SKIP() << "this libcurl waits for its name server";
     }
-    Semaphore asked(0);
-    Semaphore release(0);
-    Semaphore answered(0);
-    bool inTime = false;
-    const WithSystemCallHooks installed(resolvingBy([&](const std::string&) {
-        asked.signal();
-        inTime = release.waitFor(std::chrono::seconds(20));
-        answered.signal();
+    struct NameServer {
+        Semaphore asked{0};
+        std::promise<void> end;
+        std::shared_future<void> ended{end.get_future()};
+        std::atomic<bool> wasWaitedFor = false;
+    };
+    const auto nameServer = std::make_shared<NameServer>();
+    const WithSystemCallHooks installed(resolvingBy([nameServer](const std::string&) {
+        nameServer->asked.signal();
+        const std::shared_future<void> ended = nameServer->ended;
+        if (ended.wait_for(std::chrono::seconds(20)) != std::future_status::ready) {
+            nameServer->wasWaitedFor = true;
+        }
         return "127.0.0.1";
     }));
     {
         HttpSession session(limits);
         Exchange exchange(session, requestFor("http://server.test:1/p"));
-        asked.wait();
+        nameServer->asked.wait();
         virtual_clock::advance(limits.inactivity);
         EXPECT_THAT(exchange.result().error(), Optional("The request timed out."s));
     }
-    release.signal();
-    answered.wait();
-    EXPECT_TRUE(inTime);
+    EXPECT_FALSE(nameServer->wasWaitedFor);
+    nameServer->end.set_value();
 }
 
 }  // namespace
