@@ -3,6 +3,7 @@
 #include "support/allocation_limit.h"
 #include "support/daemon_test.h"
 #include "support/in_child.h"
+#include "support/rooted_paths.h"
 #include "support/virtual_clock.h"
 
 #include <fcntl.h>
@@ -165,6 +166,16 @@ TEST_F(ActivityLogTest, ADirectoryThatIsRemovedIsCreatedAgain) {
     fs::remove_all(directory());
     record("2");
     EXPECT_EQ(content(), line("", R"("summary":"2",)"));
+}
+
+TEST_F(ActivityLogTest, EachLineGoesToTheHomeThatThereIsThen) {
+    record("1");
+    const TempDirectory other;
+    rooted_paths::setRoot(other.path());
+    record("2");
+    EXPECT_EQ(content(), line("", R"("summary":"1",)"));
+    EXPECT_EQ(readFile(other.path() / fs::relative(activityFile(), root())),
+              line("", R"("summary":"2",)"));
 }
 
 TEST_F(ActivityLogTest, DirectoryAndFileGetTheMasksMode) {

@@ -1,3 +1,4 @@
+#include "daemon/exchange.h"
 #include "daemon/policy_runner.h"
 #include "support/daemon_test.h"
 #include "support/http_session_internals.h"
@@ -282,6 +283,19 @@ TEST_F(PollTest, ATransportErrorIsLoggedTwiceRecordedAndFollowedByASleep) {
     EXPECT_EQ(activity()[0]["status"], 0);
     EXPECT_EQ(activity()[0]["bytes"], 0);
     EXPECT_EQ(activity()[0]["error"], "The network connection was lost.");
+}
+
+TEST_F(PollTest, ATransportErrorIsReportedBeforeItIsRecorded) {
+    HttpSession session(
+        {.inactivity = std::chrono::seconds(330), .total = std::chrono::seconds(360)});
+    std::string reported;
+    exchange(session, {.url = Url::parse("ftp://h").value(), .headers = {}, .inactivityLimit = {}},
+             PartialResponse::discard, [&](const std::string& error) {
+                 reported = error;
+                 EXPECT_FALSE(std::filesystem::exists(activityFile()));
+             });
+    EXPECT_EQ(reported, "unsupported URL");
+    EXPECT_EQ(activity().at(0)["error"], reported);
 }
 
 TEST_F(PollTest, ATruncatedBodyCountsAsNoResponse) {
