@@ -62,6 +62,18 @@ TEST_F(LostConnectionTest, ARequestLostOnAKeptConnectionIsSentAgain) {
     EXPECT_THAT(server.requests(), SizeIs(6));
 }
 
+TEST_F(LostConnectionTest, TheSecondTimeItIsTheSameRequest) {
+    server.on("/p", {answer(200), closeAtOnce(), answer(200)});
+    EXPECT_EQ(ask().error(), std::nullopt);
+    HttpRequest request = requestFor(server.url() + "/p");
+    request.headers = {{"Key", "k"}, {"If-None-Match", "\"v1\""}};
+    EXPECT_EQ(session.perform(std::move(request)).error(), std::nullopt);
+    const auto requests = server.requests();
+    ASSERT_THAT(requests, SizeIs(3));
+    EXPECT_EQ(requests[1].header("Key"), "k");
+    EXPECT_EQ(requests[1].raw, requests[2].raw);
+}
+
 TEST_F(LostConnectionTest, ButNotAThirdTime) {
     server.on("/p", {answer(200), closeAtOnce(), closeAtOnce(), answer(200)});
     EXPECT_EQ(ask().error(), std::nullopt);
